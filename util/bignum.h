@@ -1,0 +1,63 @@
+// BigNum: the tool's arbitrary-precision non-negative integer.
+//
+// Value semantics over a shared, copy-on-write limb array (32-bit limbs, least
+// significant first). Limb memory is overwritten with zeros before it is
+// returned to the allocator, both on release and when an array is replaced by
+// a larger one. Values sharing an array must not be used from several threads.
+#ifndef TALVIX_UTIL_BIGNUM_H_
+#define TALVIX_UTIL_BIGNUM_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+class BigNum {
+ public:
+  BigNum();                    // 0: size 0, capacity 1
+  BigNum(uint32_t value);      // NOLINT(runtime/explicit): numbers convert freely
+  BigNum(const BigNum& other);  // shares the array
+  BigNum& operator=(const BigNum& other);
+  ~BigNum();
+
+  bool operator==(const BigNum& other) const;
+  bool operator!=(const BigNum& other) const { return !(*this == other); }
+  bool operator<(const BigNum& other) const;
+  bool operator>(const BigNum& other) const;
+  friend BigNum operator+(const BigNum& a, const BigNum& b);
+  friend BigNum operator*(const BigNum& a, const BigNum& b);
+
+  // Number of limbs in use (normalised: 0 has size 0) and allocated.
+  uint64_t size() const { return size_; }
+  uint64_t capacity() const { return capacity_; }
+  // Limb i (least significant first); i must be below size().
+  uint32_t limb(uint64_t i) const;
+  // How many values share this value's array (1 when private).
+  uint32_t share_count() const;
+
+  // Big-endian bytes without leading zeros into buffer; `length` is the buffer
+  // size on entry (at least 4 * size(), else an assertion ends the process)
+  // and the count of significant bytes on return. The rest is zero-filled.
+  friend void bn_get_data(const BigNum& value, uint8_t* buffer, size_t& length);
+  // Sets the value from `count` big-endian bytes.
+  friend void bn_set_data(BigNum& value, const uint8_t* bytes, size_t count);
+  // Decimal text; 0 gives "0".
+  friend std::string bn_to_string(const BigNum& value);
+  // Throws error::ERange "Cannot fit <bits> bits in uint64_t" above 64 bits.
+  friend uint64_t bn_to_uint64(const BigNum& value);
+
+ private:
+  void grow(uint64_t n);  // bn_grow: private array of at least n limbs, size n
+  void normalise();
+  void release();
+
+  uint32_t* limbs_;  // the count word lives directly in front of limbs_[0]
+  uint64_t size_;
+  uint64_t capacity_;
+};
+
+void bn_get_data(const BigNum& value, uint8_t* buffer, size_t& length);
+void bn_set_data(BigNum& value, const uint8_t* bytes, size_t count);
+std::string bn_to_string(const BigNum& value);
+uint64_t bn_to_uint64(const BigNum& value);
+
+#endif  // TALVIX_UTIL_BIGNUM_H_
