@@ -1,0 +1,184 @@
+#include "util/format.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+
+#include "util/error.h"
+
+namespace {
+
+// printf into a string, as long as the text needs.
+template <class... Args>
+std::string format_text(const char* format, Args... args) {
+  char buffer[128];
+  int n = std::snprintf(buffer, sizeof buffer, format, args...);
+  if (n < 0) return std::string();
+  if (static_cast<size_t>(n) < sizeof buffer) return std::string(buffer, static_cast<size_t>(n));
+  std::string result(static_cast<size_t>(n) + 1, '\0');
+  std::snprintf(&result[0], result.size(), format, args...);
+  result.resize(static_cast<size_t>(n));
+  return result;
+}
+
+std::string parse_error_quoted(const std::string& quoted) {
+  return "Error parsing: " + quoted;
+}
+
+const char kBase64Alphabet[] =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+}  // namespace
+
+std::string uint_to_string(uint32_t value, bool twoDigits) {
+  return format_text(twoDigits ? "%02u" : "%u", static_cast<unsigned>(value));
+}
+
+std::string int_to_string(int32_t value, bool twoDigits) {
+  return format_text(twoDigits ? "%02i" : "%i", static_cast<int>(value));
+}
+
+std::string size_to_string(uint64_t value) {
+  return format_text("%llu", static_cast<unsigned long long>(value));
+}
+
+std::string hex_string(uint32_t value, int width) {
+  std::string text = format_text("%x", static_cast<unsigned>(value));
+  if (width > 0 && text.size() < static_cast<size_t>(width)) {
+    text.insert(0, static_cast<size_t>(width) - text.size(), '0');
+  }
+  return text;
+}
+
+std::string gid_to_string(uint32_t value) {
+  std::string text;
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    if (!text.empty()) text += ':';
+    text += hex_string((value >> shift) & 0xFFu, 2);
+  }
+  return text;
+}
+
+std::string real_to_string(double value, int width, int precision) {
+  if (std::isnan(value)) return "nan";
+  // An infinity is the only value of magnitude 1 or more that equals its half.
+  if (std::fabs(value) >= 1.0 && value == value / 2) return value < 0 ? "-inf" : "inf";
+  std::string format = "%";
+  if (width >= 0) format += std::to_string(width);
+  if (precision >= 0) format += "." + std::to_string(precision);
+  format += "f";
+  return format_text(format.c_str(), value);
+}
+
+double parse_real(const std::string& text) {
+  const char* begin = text.c_str();
+  char* end = nullptr;
+  double value = std::strtod(begin, &end);
+  if (*end != '\0' || static_cast<size_t>(end - begin) != text.size()) {
+    if (text == "nan") return std::numeric_limits<double>::quiet_NaN();
+    if (text == "inf") return std::numeric_limits<double>::infinity();
+    if (text == "-inf") return -std::numeric_limits<double>::infinity();
+    throw error::EParseError(parse_error_quoted("\"" + text + "\""));
+  }
+  return value;
+}
+
+int32_t parse_int(const std::string& text) {
+  const char* begin = text.c_str();
+  char* end = nullptr;
+  long value = std::strtol(begin, &end, 10);
+  if (*end != '\0' || static_cast<size_t>(end - begin) != text.size()) {
+    throw error::EParseError(parse_error_quoted(quote_escape(text)));
+  }
+  // The result is a 32-bit long on the original platform: saturate there.
+  if (value > INT32_MAX) return INT32_MAX;
+  if (value < INT32_MIN) return INT32_MIN;
+  return static_cast<int32_t>(value);
+}
+
+std::string quote_escape(const std::string& text) {
+  std::string out = "\"";
+  for (unsigned char c : text) {
+    switch (c) {
+      case 7: out += "\\a"; break;
+      case 8: out += "\\b"; break;
+      case 9: out += "\\t"; break;
+      case 10: out += "\\n"; break;
+      case 11: out += "\\v"; break;
+      case 12: out += "\\f"; break;
+      case 13: out += "\\r"; break;
+      case '"': out += "\\\""; break;
+      case '\'': out += "\\'"; break;
+      case '\\': out += "\\\\"; break;
+      default:
+        if (c < 0x20) {
+          out += format_text("\\%03o", static_cast<unsigned>(c));
+        } else {
+          out += static_cast<char>(c);
+        }
+    }
+  }
+  out += '"';
+  return out;
+}
+
+void base64_encode(const std::vector<uint8_t>& bytes, std::string& out) {
+  out.clear();
+  out.reserve((bytes.size() + 2) / 3 * 4);
+  size_t i = 0;
+  for (; i + 3 <= bytes.size(); i += 3) {
+    uint32_t group = (uint32_t{bytes[i]} << 16) | (uint32_t{bytes[i + 1]} << 8) | bytes[i + 2];
+    out += kBase64Alphabet[(group >> 18) & 63];
+    out += kBase64Alphabet[(group >> 12) & 63];
+    out += kBase64Alphabet[(group >> 6) & 63];
+    out += kBase64Alphabet[group & 63];
+  }
+  size_t rest = bytes.size() - i;
+  if (rest == 1) {
+    uint32_t group = uint32_t{bytes[i]} << 16;
+    out += kBase64Alphabet[(group >> 18) & 63];
+    out += kBase64Alphabet[(group >> 12) & 63];
+    out += "==";
+  } else if (rest == 2) {
+    uint32_t group = (uint32_t{bytes[i]} << 16) | (uint32_t{bytes[i + 1]} << 8);
+    out += kBase64Alphabet[(group >> 18) & 63];
+    out += kBase64Alphabet[(group >> 12) & 63];
+    out += kBase64Alphabet[(group >> 6) & 63];
+    out += '=';
+  }
+}
+
+std::string base64_encode(const std::vector<uint8_t>& bytes) {
+  std::string out;
+  base64_encode(bytes, out);
+  return out;
+}
+
+void split_any(const std::string& text, const std::string& separators, bool keepEmpty,
+               std::vector<std::string>& out) {
+  out.clear();
+  size_t start = 0;
+  while (true) {
+    size_t end = text.find_first_of(separators, start);
+    size_t stop = end == std::string::npos ? text.size() : end;
+    if (keepEmpty || stop > start) out.push_back(text.substr(start, stop - start));
+    if (end == std::string::npos) break;
+    start = end + 1;
+  }
+}
+
+void split(const std::string& text, char separator, bool keepEmpty,
+           std::vector<std::string>& out) {
+  split_any(text, std::string(1, separator), keepEmpty, out);
+}
+
+std::string datatype_name(uint32_t number) {
+  static const char* const kNames[] = {
+      "rawDEPRECATED", "continuousDEPRECATED", "sawtooth", "enum",
+      "incidents",     "continuous",           "accumulation",
+  };
+  if (number < sizeof(kNames) / sizeof(kNames[0])) return kNames[number];
+  throw error::EParseError("Tried to get name of invalid datatype: " +
+                           int_to_string(static_cast<int32_t>(number)));
+}
