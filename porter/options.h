@@ -1,0 +1,65 @@
+// Command-line option scanning and the settings of one export run.
+//
+// Options are single letters introduced by '-' or '/'. A letter followed by
+// ':' in the option string takes a value, written either right after the
+// letter (-ladmin) or as the next argument (-l admin) when that argument does
+// not itself begin with '-' or '/'.
+#ifndef TALVIX_PORTER_OPTIONS_H_
+#define TALVIX_PORTER_OPTIONS_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "porter/class_filter.h"
+
+namespace porter {
+
+// The options of talvix-exporter.
+inline constexpr char kOptionString[] = "i:I:t:s:o:d:e:l:p:P:f:chz";
+
+// Index of the next argument next_option() examines. Process-wide; starts
+// at 1 (argv[0] is the program name).
+extern int option_index;
+
+// Sets option_index back to 1 so that a new argument list can be scanned.
+void reset_option_scanner();
+
+// Results of next_option() besides an option letter.
+inline constexpr int kOptionsEnd = 0;       // every argument has been examined
+inline constexpr int kUnknownOption = -1;   // value = the whole argument
+inline constexpr int kNotAnOption = 1;      // value = the argument (no '-' or '/')
+
+// Examines argv[option_index] against `optionString` and returns the option
+// letter, or one of the results above. For a letter that takes a value,
+// `value` is that value or std::nullopt when none was written; for a letter
+// without value it is std::nullopt and the rest of the argument is ignored
+// (-cz is -c). option_index moves past the argument and a consumed value,
+// also for kUnknownOption and kNotAnOption, so repeated calls always end.
+// Any argc/argv a process can receive is accepted; argv entries below argc
+// must be non-null.
+int next_option(int argc, char** argv, const char* optionString,
+                std::optional<std::string>& value);
+
+// Everything the command line decides about one export run. Defaults are
+// those of a run without options.
+struct RunSettings {
+  std::string format = "xml";        // -t; only "xml" and "bin" are known
+  std::string server = "localhost";  // -s
+  int32_t port = 3241;               // -p, decimal
+  std::string loginDomain = ".";     // -d
+  std::string login;                 // -l, required
+  std::string password;              // -P or the console prompt
+  bool passwordGiven = false;        // -P was given (even with an empty value)
+  std::string outputFileName;        // -f; empty means standard output
+  std::string exportDomain = ".";    // -e; "." is the root domain
+  bool history = true;               // cleared by -c
+  bool gzip = false;                 // -z; needs -f
+  ClassFilter classFilter;           // -i, -I
+
+  bool operator==(const RunSettings&) const = default;
+};
+
+}  // namespace porter
+
+#endif  // TALVIX_PORTER_OPTIONS_H_

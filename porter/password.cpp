@@ -1,0 +1,117 @@
+#include "porter/password.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace porter {
+
+namespace {
+
+// Owns one file descriptor and closes it exactly once.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int get() const { return fd_; }
+  bool valid() const { return fd_ >= 0; }
+
+ private:
+  int fd_;
+};
+
+// Writes all of `data`; false when the terminal takes fewer bytes.
+bool write_all(int fd, const char* data, size_t length) {
+  while (length > 0) {
+    ssize_t n = ::write(fd, data, length);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    data += n;
+    length -= static_cast<size_t>(n);
+  }
+  return true;
+}
+
+ssize_t read_retrying(int fd, char* buffer, size_t size) {
+  ssize_t n;
+  do {
+    n = ::read(fd, buffer, size);
+  } while (n < 0 && errno == EINTR);
+  return n;
+}
+
+// Reads and drops what is left of the current input line. In line mode a
+// read never goes past the end of a line and the whole line is already
+// queued, so this stops at the line end without waiting for more typing.
+void discard_rest_of_line(int fd) {
+  char scratch[256];
+  for (;;) {
+    pollfd p{fd, POLLIN, 0};
+    if (::poll(&p, 1, 0) != 1 || (p.revents & POLLIN) == 0) break;
+    ssize_t n = read_retrying(fd, scratch, sizeof scratch);
+    if (n <= 0) break;
+    if (std::memchr(scratch, '\n', static_cast<size_t>(n)) != nullptr ||
+        static_cast<size_t>(n) < sizeof scratch) {
+      break;
+    }
+  }
+  std::memset(scratch, 0, sizeof scratch);
+}
+
+// Prompt, read, cut and line end, with the terminal already in password
+// mode. Returns nullptr or the failure text.
+const char* prompt_and_read(int in, int out, char* buffer, size_t size, const char* prompt) {
+  if (!write_all(out, prompt, std::strlen(prompt))) return "Could not write";
+
+  ssize_t n = read_retrying(in, buffer, size);
+  if (n < 0) return "Could not read";
+  if (n == 0) return "read returned 0";
+
+  const char* result = nullptr;
+  size_t length = static_cast<size_t>(n);
+  size_t end = 0;
+  while (end < length && buffer[end] != '\0' && buffer[end] != '\n' && buffer[end] != '\r') ++end;
+  if (end < size) {
+    buffer[end] = '\0';
+  } else {
+    // The buffer filled up before the line ended: no room for the zero.
+    discard_rest_of_line(in);
+    std::memset(buffer, 0, size);
+    result = "Password too long";
+  }
+
+  if (!write_all(out, "\n", 1)) return "Could not write";
+  return result;
+}
+
+}  // namespace
+
+const char* read_console_password(char* buffer, size_t size, const char* prompt) {
+  Descriptor in(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
+  if (!in.valid()) return "Could not open CONIN$";
+  Descriptor out(::open("/dev/tty", O_WRONLY | O_NOCTTY | O_CLOEXEC));
+  if (!out.valid()) return "Could not open CONOUT$";
+
+  termios saved;
+  if (::tcgetattr(in.get(), &saved) != 0) return "GetConsoleMode failed";
+  termios quiet = saved;
+  quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+  quiet.c_lflag |= ICANON;
+  if (::tcsetattr(in.get(), TCSANOW, &quiet) != 0) return "SetConsoleMode failed";
+
+  const char* result = prompt_and_read(in.get(), out.get(), buffer, size, prompt);
+
+  if (::tcsetattr(in.get(), TCSANOW, &saved) != 0) result = "SetConsoleMode failed";
+  return result;
+}
+
+}  // namespace porter

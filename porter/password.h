@@ -1,0 +1,42 @@
+// Asking for the password on the controlling terminal with echo switched off.
+#ifndef TALVIX_PORTER_PASSWORD_H_
+#define TALVIX_PORTER_PASSWORD_H_
+
+#include <cstddef>
+
+namespace porter {
+
+// Size of the password buffer the command line passes.
+inline constexpr size_t kPasswordBufferSize = 64;
+
+// Writes `prompt` to the controlling terminal (/dev/tty, not the standard
+// streams, which may be redirected), reads one line with echo off and line
+// input on, writes "\n" (the Enter key was not echoed) and puts the
+// terminal's mode back as it was.
+//
+// On success returns nullptr and `buffer` holds the line up to its first
+// NUL, LF or CR as a zero-terminated text: at most size - 1 characters, so a
+// 63-character password fits the 64-byte buffer.
+//
+// On failure returns one of these static texts (valid for the life of the
+// process) and the content of `buffer` is unspecified:
+//   "Could not open CONIN$"   no controlling terminal to read from
+//   "Could not open CONOUT$"  the terminal cannot be opened for output
+//   "GetConsoleMode failed"   the terminal mode cannot be read
+//   "SetConsoleMode failed"   the mode cannot be changed or restored
+//   "Could not write"         the prompt or the line end could not be written
+//   "Could not read"          reading the line failed
+//   "read returned 0"         end of input before any character (Ctrl-D)
+//   "Password too long"       the line does not fit: `size` characters or
+//                             more before its end. The line is rejected, not
+//                             cut, and its rest is read from the terminal and
+//                             discarded so that it does not reach the next
+//                             reader of the terminal (e.g. the shell); the
+//                             buffer is zeroed.
+// Once the mode was changed it is restored on every path. `size` must be at
+// least 1.
+const char* read_console_password(char* buffer, size_t size, const char* prompt);
+
+}  // namespace porter
+
+#endif  // TALVIX_PORTER_PASSWORD_H_

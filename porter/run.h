@@ -1,0 +1,48 @@
+// The command-line front of talvix-exporter: scans and checks the options,
+// asks for the password, runs the export and turns every failure into a
+// message on the error stream and an exit code.
+//
+// main() is this function with the real collaborators:
+//
+//   int main(int argc, char** argv) {
+//     return porter::run_command_line(argc, argv, [](const porter::RunSettings& s) {
+//       porter::XMLExport prototype(<element kind Object>);
+//       export_database(s.server, s.port, s.login, s.password, s.loginDomain,
+//                       s.exportDomain, s.outputFileName, prototype, s.classFilter,
+//                       s.history, s.gzip);
+//     }, std::cerr);
+//   }
+#ifndef TALVIX_PORTER_RUN_H_
+#define TALVIX_PORTER_RUN_H_
+
+#include <cstddef>
+#include <functional>
+#include <ostream>
+
+#include "porter/options.h"
+#include "porter/password.h"
+
+namespace porter {
+
+// Runs one export with the validated settings; reports every failure by
+// throwing (errors::connect_error for a refused login, other error::Exception
+// classes for the rest). The settings stay valid for the whole call.
+using ExportDriver = std::function<void(const RunSettings&)>;
+
+// Reads the password into a buffer of `size` bytes; nullptr on success, an
+// error text on failure (see read_console_password()).
+using PasswordReader = std::function<const char*(char* buffer, size_t size, const char* prompt)>;
+
+// The body of main(). Scans argv from option_index 1 (resetting the scanner
+// first), checks the settings, asks `readPassword` for the password when no
+// -P was given, and calls `exportDatabase` at most once. Every message and
+// progress line goes to `err`; nothing is written to standard output here.
+// Returns the process exit code: 0 after a finished export or -h, 1 after any
+// failure. Exceptions of the error::Exception family are reported and give
+// 1; others (out of memory, ...) pass through to the caller.
+int run_command_line(int argc, char** argv, const ExportDriver& exportDatabase, std::ostream& err,
+                     const PasswordReader& readPassword = read_console_password);
+
+}  // namespace porter
+
+#endif  // TALVIX_PORTER_RUN_H_
