@@ -1,0 +1,66 @@
+#include "net/listener.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+#include "util/error.h"
+
+namespace old_protocol {
+
+namespace {
+
+[[noreturn]] void raise_errno(const char* what, int code) {
+  error::throw_system_error(socket_errorf("%s: %s (%d)", what, socket_strerror(static_cast<uint32_t>(code)), code));
+}
+
+}  // namespace
+
+Listener::Listener(uint16_t port, int backlog) {
+  // Non-blocking, so that accept() never hangs on a connection that went away.
+  sock_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (sock_ < 0) raise_errno("Error creating listening socket", errno);
+  const int reuse = 1;
+  ::setsockopt(sock_, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+  sockaddr_in local{};
+  local.sin_family = AF_INET;
+  local.sin_port = htons(port);
+  local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof local;
+  if (::bind(sock_, reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0 ||
+      ::listen(sock_, backlog) != 0 ||
+      ::getsockname(sock_, reinterpret_cast<sockaddr*>(&local), &size) != 0) {
+    const int code = errno;
+    ::close(sock_);
+    sock_ = INVALID_SOCKET_HANDLE;
+    raise_errno("Error listening on 127.0.0.1", code);
+  }
+  port_ = ntohs(local.sin_port);
+}
+
+Listener::~Listener() {
+  if (sock_ != INVALID_SOCKET_HANDLE) ::close(sock_);
+}
+
+std::unique_ptr<SocketStream> Listener::accept(int timeout_ms) {
+  for (;;) {
+    pollfd entry{sock_, POLLIN, 0};
+    const int ready = ::poll(&entry, 1, timeout_ms);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready < 0) raise_errno("Error waiting for a connection", errno);
+    if (ready == 0) return nullptr;
+    const socket_t accepted = ::accept4(sock_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (accepted >= 0) return std::make_unique<SocketStream>(accepted);
+    const int code = errno;
+    // The connection may have gone again before it was taken; wait for the next.
+    if (code == EINTR || code == ECONNABORTED || code == EAGAIN || code == EWOULDBLOCK) continue;
+    raise_errno("Error accepting a connection", code);
+  }
+}
+
+}  // namespace old_protocol
