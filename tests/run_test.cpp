@@ -1,0 +1,284 @@
+// The command-line front end to end, with a stand-in export driver and
+// password reader: every message, the checks in their order, exit codes and
+// the settings handed to the export.
+#include "porter/run.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <new>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "util/error.h"
+
+namespace porter {
+namespace {
+
+const char kProgram[] = "./bin/tvx";
+
+// The help text, written out independently of the production code.
+std::string usage(const std::string& program) {
+  return "Talvix database exporting utility\n"
+         "Usage:\n"
+         "\n" +
+         program +
+         "  [-t format] [-s server] [-p port] [-d domain]\n"
+         "\t<-l login> [-P password] [-f filename] [-e export-domain] [-h] [-z]\n"
+         "\n"
+         "   -s server\t: Connect to the server \"server\" (default: localhost)\n"
+         "   -p port\t: Connect to the port \"port\" (default: 3241)\n"
+         "   -d domain\t: Log into the domain \"domain\" (default: .)\n"
+         "   -l login\t: Log in as with the username \"login\".\n"
+         "   -P password\t: Log in with the given password. If -P is not used,\n"
+         "\t\t the user is asked for the password on the command line\n"
+         "   -f filename\t: Save the output in the file \"filename\". If no filename\n"
+         "\t\t  is given, output is sent to stdout.\n"
+         "   -e domain\t: Export everything under the subdomain \"domain\" (default: .)\n"
+         "   -i classes\t: Ignore objects of these classes e.g. MibObject,NodeClass\n"
+         "   -I classes\t: Include only these classes e.g. Domain,Node\n"
+         "             \t  appending a + will cause all sub-objects to be included\n"
+         "   -c\t\t: Export only configuration, no historical data.\n"
+         "   -h\t\t: This help text.\n"
+         "   -z\t\t: The output will be in gz zipped format.\n"
+         "\n"
+         "Example: talvix-exporter -ladmin -f backup.dat\n"
+         "\n";
+}
+const std::string kUsage = usage(kProgram);
+const std::string kHint = "'./bin/tvx -h' for help.\n";
+
+enum class Driver { kSucceeds, kConnectError, kSystemError };
+
+const char kConsolePassword[] = "typed-secret";
+
+struct Case {
+  const char* name;
+  std::vector<std::string> args;  // without the program name
+  int exitCode;
+  std::string err;
+  // Edits the default settings into those the driver must receive; empty
+  // when the driver must not be called.
+  std::function<void(RunSettings&)> exported = nullptr;
+  bool prompts = false;                      // the password reader is asked
+  const char* passwordFailure = nullptr;     // what the reader returns
+  Driver driver = Driver::kSucceeds;
+};
+
+std::ostream& operator<<(std::ostream& out, const Case& c) { return out << c.name; }
+
+}  // namespace
+
+void PrintTo(const RunSettings& s, std::ostream* out) {
+  *out << "{format=" << s.format << " server=" << s.server << " port=" << s.port
+       << " loginDomain=" << s.loginDomain << " login=" << s.login << " password=" << s.password
+       << " given=" << s.passwordGiven << " file=" << s.outputFileName
+       << " exportDomain=" << s.exportDomain << " history=" << s.history << " gzip=" << s.gzip
+       << " included=" << testing::PrintToString(s.classFilter.included)
+       << " ignored=" << testing::PrintToString(s.classFilter.ignored)
+       << " subtree=" << testing::PrintToString(s.classFilter.includedWithSubtree) << "}";
+}
+
+namespace {
+
+// A settings edit starting from a login "u" with password "pw" given by -P.
+std::function<void(RunSettings&)> with(std::function<void(RunSettings&)> edit = nullptr) {
+  return [edit](RunSettings& s) {
+    s.login = "u";
+    s.password = "pw";
+    s.passwordGiven = true;
+    if (edit) edit(s);
+  };
+}
+
+class RunTest : public testing::TestWithParam<Case> {};
+
+TEST_P(RunTest, MessagesExitCodeAndExportedSettings) {
+  const Case& c = GetParam();
+  std::vector<std::string> storage{kProgram};
+  storage.insert(storage.end(), c.args.begin(), c.args.end());
+  std::vector<char*> argv;
+  for (std::string& s : storage) argv.push_back(s.data());
+  argv.push_back(nullptr);
+
+  std::ostringstream err;
+  int driverCalls = 0;
+  RunSettings received;
+  auto driver = [&](const RunSettings& s) {
+    ++driverCalls;
+    received = s;
+    // The progress line of a file export is out before the export starts.
+    if (!s.outputFileName.empty()) {
+      EXPECT_NE(err.str().find("Exporting database"), std::string::npos);
+    }
+    switch (c.driver) {
+      case Driver::kSucceeds: break;
+      case Driver::kConnectError: throw errors::connect_error("Wrong username / password");
+      case Driver::kSystemError: {
+        error::ESystemError e("Connection refused");
+        e.detail = ", while connecting";
+        throw e;
+      }
+    }
+  };
+  int prompts = 0;
+  auto reader = [&](char* buffer, size_t size, const char* prompt) -> const char* {
+    ++prompts;
+    EXPECT_EQ(size, 64u);
+    EXPECT_STREQ(prompt, "Password: ");
+    std::strcpy(buffer, kConsolePassword);
+    return c.passwordFailure;
+  };
+
+  int code = run_command_line(static_cast<int>(storage.size()), argv.data(), driver, err, reader);
+
+  EXPECT_EQ(code, c.exitCode);
+  EXPECT_EQ(err.str(), c.err);
+  EXPECT_EQ(prompts, c.prompts ? 1 : 0);
+  if (c.exported) {
+    RunSettings want;
+    c.exported(want);
+    EXPECT_EQ(driverCalls, 1);
+    EXPECT_EQ(received, want);
+  } else {
+    EXPECT_EQ(driverCalls, 0);
+  }
+}
+
+const Case kCases[] = {
+    // Help and option errors.
+    {"NoArguments", {}, 1, "Error: Missing login argument!\n\n" + kUsage},
+    {"Help", {"-h"}, 0, kUsage},
+    {"HelpStopsScanning", {"-h", "-x"}, 0, kUsage},
+    {"HelpAfterValidOptions", {"-lu", "-Ppw", "-hz"}, 0, kUsage},
+    {"UnknownBeforeHelp", {"-x", "-h"}, 1, "Error: -x is not a valid option. \n" + kHint},
+    {"DashAlone", {"-lu", "-"}, 1, "Error: - is not a valid option. \n" + kHint},
+    {"StrayWord", {"admin"}, 1,
+     "Error: admin is not a valid option. Probably a missing option flag.\n" + kHint},
+    {"ValueBeginsWithSlash", {"-lu", "-f", "/tmp/x"}, 1,
+     "Error: Option -f needs a argument.\n" + kHint},
+    {"ColonLetter", {"-:"}, 1, "Error: Option -: needs a argument.\n" + kHint},
+    {"MissingValueAtEnd", {"-lu", "-P"}, 1, "Error: Option -P needs a argument.\n" + kHint},
+    {"MissingValueBeforeOption", {"-l", "-Ppw"}, 1, "Error: Option -l needs a argument.\n" + kHint},
+    {"OutputOptionNeedsValue", {"-lu", "-Ppw", "-o"}, 1,
+     "Error: Option -o needs a argument.\n" + kHint},
+    {"PortNotANumber", {"-lu", "-p", "12ab"}, 1, "Error\nError parsing: \"12ab\"\n"},
+    {"PortTrailingTab", {"-lu", "-p", "12\t"}, 1, "Error\nError parsing: \"12\\t\"\n"},
+    {"PortNegativeValueLooksLikeOption", {"-lu", "-p", "-5"}, 1,
+     "Error: Option -p needs a argument.\n" + kHint},
+    {"IgnoredThenIncluded", {"-iA", "-IB"}, 1,
+     "Error: -i and -I may be given at most once\n" + kHint},
+    {"IncludedTwice", {"-I", "A", "-I", "B"}, 1,
+     "Error: -i and -I may be given at most once\n" + kHint},
+
+    // Values and settings that pass.
+    {"ValueJoinedWithSlash", {"-lu", "-Ppw", "-f/tmp/x"}, 0, "Exporting database\nDone\n",
+     with([](RunSettings& s) { s.outputFileName = "/tmp/x"; })},
+    {"SlashOption", {"/l", "u", "/P", "pw"}, 0, "", with()},
+    {"FlagsDoNotCombine", {"-cz", "-lu", "-Ppw"}, 0, "",
+     with([](RunSettings& s) { s.history = false; })},
+    {"PortWithLeadingTab", {"-lu", "-Ppw", "-p", "\t12"}, 0, "",
+     with([](RunSettings& s) { s.port = 12; })},
+    {"PortEmpty", {"-lu", "-Ppw", "-p", ""}, 0, "", with([](RunSettings& s) { s.port = 0; })},
+    {"PortNegativeJoined", {"-lu", "-Ppw", "-p-5"}, 0, "",
+     with([](RunSettings& s) { s.port = -5; })},
+    {"PortOutOfRangePassedOn", {"-lu", "-Ppw", "-p70000"}, 0, "",
+     with([](RunSettings& s) { s.port = 70000; })},
+    {"OutputOptionIgnored", {"-o", "x", "-lu", "-Ppw"}, 0, "", with()},
+    {"LastValueWins", {"-l", "a", "-lu", "-Ppw"}, 0, "", with()},
+    {"EveryOption",
+     {"-tbin", "-s", "srv", "-p", "4000", "-d", "dom", "-l", "u", "-P", "pw", "-f", "out", "-e",
+      "a.b", "-c", "-z", "-i", "X, Y"},
+     0, "Exporting database using gz \nDone\n", with([](RunSettings& s) {
+       s.format = "bin";
+       s.server = "srv";
+       s.port = 4000;
+       s.loginDomain = "dom";
+       s.outputFileName = "out";
+       s.exportDomain = "a.b";
+       s.history = false;
+       s.gzip = true;
+       s.classFilter.ignored = {"X", "Y"};
+     })},
+    {"EmptyFirstListDoesNotCount", {"-i", ", ,", "-iA", "-lu", "-Ppw"}, 0, "",
+     with([](RunSettings& s) { s.classFilter.ignored = {"A"}; })},
+    {"IncludedWithSubtree", {"-IDomain,Node+", "-lu", "-Ppw"}, 0, "", with([](RunSettings& s) {
+       s.classFilter.included = {"Domain", "Node"};
+       s.classFilter.includedWithSubtree = {"Node"};
+     })},
+    {"PlusAlone", {"-I+", "-lu", "-Ppw"}, 0, "", with([](RunSettings& s) {
+       s.classFilter.included = {""};
+       s.classFilter.includedWithSubtree = {""};
+     })},
+
+    // The checks after scanning, in their order.
+    {"GzipWithoutFile", {"-z", "-lu", "-Ppw"}, 1,
+     "Error: when using -z flag you must also use the -f flag.\n"},
+    {"GzipCheckedBeforeLogin", {"-z", "-tjson"}, 1,
+     "Error: when using -z flag you must also use the -f flag.\n"},
+    {"FileThenGzip", {"-lu", "-Ppw", "-f", "out", "-z"}, 0, "Exporting database using gz \nDone\n",
+     with([](RunSettings& s) {
+       s.outputFileName = "out";
+       s.gzip = true;
+     })},
+    {"GzipThenFile", {"-lu", "-Ppw", "-z", "-f", "out"}, 0, "Exporting database using gz \nDone\n",
+     with([](RunSettings& s) {
+       s.outputFileName = "out";
+       s.gzip = true;
+     })},
+    {"UnknownFormatGoesOn", {"-t", "json", "-lu", "-Ppw"}, 0,
+     "Error: nu such format : 'json'\n" + kUsage, with([](RunSettings& s) { s.format = "json"; })},
+    {"UnknownFormatThenMissingLogin", {"-tjson"}, 1,
+     "Error: nu such format : 'json'\n" + kUsage + "Error: Missing login argument!\n\n" + kUsage},
+
+    // The password.
+    {"EmptyPasswordGivenNoPrompt", {"-lu", "-P", ""}, 0, "",
+     with([](RunSettings& s) { s.password = ""; })},
+    {"PromptWithoutP", {"-lu"}, 0, "",
+     [](RunSettings& s) {
+       s.login = "u";
+       s.password = kConsolePassword;
+     },
+     true},
+    {"PromptFails", {"-lu", "-fout"}, 1, "Error getting password\n", nullptr, true,
+     "Could not open CONIN$"},
+
+    // Failures of the export.
+    {"LoginRefused", {"-lu", "-Ppw", "-s", "srv"}, 1,
+     "Failed connecting to server srv\nWrong username / password\n",
+     with([](RunSettings& s) { s.server = "srv"; }), false, nullptr, Driver::kConnectError},
+    {"LoginRefusedWhileExportingToFile", {"-lu", "-Ppw", "-fout"}, 1,
+     "Exporting databaseFailed connecting to server localhost\nWrong username / password\n",
+     with([](RunSettings& s) { s.outputFileName = "out"; }), false, nullptr,
+     Driver::kConnectError},
+    {"OtherFailureWithDetail", {"-lu", "-Ppw"}, 1, "Error\nConnection refused, while connecting\n",
+     with(), false, nullptr, Driver::kSystemError},
+};
+
+INSTANTIATE_TEST_SUITE_P(Table, RunTest, testing::ValuesIn(kCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(RunCommandLineTest, ForeignExceptionsPassThrough) {
+  std::string program = kProgram, login = "-lu", password = "-Ppw";
+  char* argv[] = {program.data(), login.data(), password.data(), nullptr};
+  std::ostringstream err;
+  auto driver = [](const RunSettings&) { throw std::bad_alloc(); };
+  EXPECT_THROW(run_command_line(3, argv, driver, err), std::bad_alloc);
+  EXPECT_EQ(err.str(), "");
+}
+
+TEST(RunCommandLineTest, EmptyArgumentListUsesEmptyProgramName) {
+  char* argv[] = {nullptr};
+  std::ostringstream err;
+  int calls = 0;
+  int code = run_command_line(0, argv, [&](const RunSettings&) { ++calls; }, err);
+  EXPECT_EQ(code, 1);
+  EXPECT_EQ(err.str(), "Error: Missing login argument!\n\n" + usage(""));
+  EXPECT_EQ(calls, 0);
+}
+
+}  // namespace
+}  // namespace porter
