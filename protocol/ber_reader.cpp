@@ -1,0 +1,291 @@
+#include "protocol/ber_reader.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <typeinfo>
+
+#include "util/error.h"
+
+namespace old_protocol {
+
+using protocol::BerConstructed;
+using protocol::BerPrimitive;
+using protocol::BerValue;
+using protocol::EBer;
+
+namespace {
+
+constexpr size_t kChunkSize = 65536;
+constexpr size_t kIndefinite = std::numeric_limits<size_t>::max();
+// Deeper nesting than any message of the protocol needs; a peer that nests
+// further is refused before it can make the stack grow without end.
+constexpr size_t kMaxDepth = 1024;
+// The first octets of a ClientWants in the legacy encoding.
+constexpr uint8_t kLegacyMarker[8] = {0x60, 0x80, 0x02, 0x02, 0x01, 0x00, 0x61, 0x80};
+// The octet 19: identifier of tag code 200, ignored between values.
+constexpr protocol::TagCode kIgnoredTag = 200;
+
+}  // namespace
+
+// One open constructed value.
+struct BerReader::Entry {
+  BerConstructed* value;
+  std::unique_ptr<BerValue> transient;       // set when the reader owns the value
+  std::unique_ptr<BerConstructed> message;   // set for the top-level message
+  uint32_t children;
+  size_t consumed;
+  size_t length;  // kIndefinite for the indefinite form
+};
+
+BerReader::BerReader(const protocol::BerProtocol& protocol, std::unique_ptr<BasicIo> lower)
+    : protocol_(protocol), lower_(std::move(lower)) {}
+
+BerReader::~BerReader() {
+  // A bound primitive and the open values refer into the values below them
+  // on the stack, so they go first, from the top down.
+  primitive_ = nullptr;
+  primitiveOwned_.reset();
+  while (!stack_.empty()) stack_.pop_back();
+}
+
+void BerReader::setLower(BasicIo* stream) { lower_.reset(stream); }
+
+std::unique_ptr<BerConstructed> BerReader::takeMessage() {
+  if (queue_.empty()) return nullptr;
+  std::unique_ptr<BerConstructed> message = std::move(queue_.front());
+  queue_.pop_front();
+  return message;
+}
+
+void BerReader::send(const BerValue& message) {
+  message.write(*lower_, legacy_);
+  lower_->flush();
+}
+
+bool BerReader::readSome(bool stopWhenQueued) {
+  if (sniffPending_) {
+    const uint64_t got = lower_->read(sniff_ + sniffFill_, sizeof sniff_ - sniffFill_);
+    if (got == 0) return false;
+    if (got > sizeof sniff_ - sniffFill_) assert_failed("Stream read more than asked for");
+    sniffFill_ += static_cast<size_t>(got);
+    if (std::memcmp(sniff_, kLegacyMarker, sniffFill_) == 0) {
+      if (sniffFill_ < sizeof sniff_) return false;
+      legacy_ = true;
+    }
+    sniffPending_ = false;
+    return parse(sniff_, sniffFill_, stopWhenQueued);
+  }
+
+  if (!chunk_) chunk_ = std::make_unique<uint8_t[]>(kChunkSize);
+  uint64_t got = 0;
+  try {
+    got = lower_->read(chunk_.get(), kChunkSize);
+  } catch (const error::Exception&) {
+    // A message that arrived before the failure is still delivered; the
+    // failure shows again on the next read.
+    if (!queue_.empty()) return false;
+    throw;
+  }
+  if (got == 0) return false;
+  if (got > kChunkSize) assert_failed("Stream read more than asked for");
+  return parse(chunk_.get(), static_cast<size_t>(got), stopWhenQueued);
+}
+
+bool BerReader::parse(const uint8_t* bytes, size_t count, bool stopWhenQueued) {
+  size_t pos = 0;
+  while (pos < count) {
+    const bool endedValue = step(bytes, count, &pos);
+    if (endedValue && stopWhenQueued && !queue_.empty()) return false;
+  }
+  return true;
+}
+
+void BerReader::countOctets(size_t count) {
+  if (!stack_.empty()) stack_.back().consumed += count;
+}
+
+bool BerReader::step(const uint8_t* bytes, size_t count, size_t* pos) {
+  if (state_ == State::kContent) {
+    const size_t take = std::min(count - *pos, length_ - received_);
+    primitive_->readData(bytes + *pos, take);
+    *pos += take;
+    received_ += take;
+    if (received_ == length_) completePrimitive();
+    return false;
+  }
+
+  const uint8_t b = bytes[(*pos)++];
+  countOctets(1);
+  switch (state_) {
+    case State::kIdentifier:
+      if ((b & 0x1F) == 0x1F) {
+        tag_ = b >> 5;  // class and constructed bits; the number follows
+        state_ = State::kTagNumber;
+      } else {
+        tag_ = (b & 0x1Fu) * 8 + (b >> 5);
+        if (tag_ == 0) {
+          // End of contents inside a value; stray zero octets between
+          // messages are ignored.
+          if (!stack_.empty()) state_ = State::kEndOfContents;
+        } else if (tag_ != kIgnoredTag) {
+          state_ = State::kLength;
+        }
+      }
+      return false;
+
+    case State::kTagNumber: {
+      // Unsigned arithmetic: an absurdly long tag number wraps around and
+      // is then refused by whoever is asked for its receiver.
+      const uint32_t number = (tag_ >> 3) * 128 + (b & 0x7Fu);
+      tag_ = (number << 3) | (tag_ & 7);
+      if ((b & 0x80) == 0) state_ = State::kLength;
+      return false;
+    }
+
+    case State::kLength:
+      if (b < 0x80) {
+        length_ = b;
+        startValue();
+      } else if (b == 0x80) {
+        length_ = kIndefinite;
+        startValue();
+      } else {
+        lengthOctetCount_ = b & 0x7F;
+        if (lengthOctetCount_ > sizeof lengthOctets_) throw EBer("Length field too long");
+        lengthOctets_[0] = 0;
+        received_ = 0;  // counts the length octets collected so far
+        state_ = State::kLongLength;
+      }
+      return false;
+
+    case State::kLongLength:
+      lengthOctets_[received_++] = b;
+      if (received_ == lengthOctetCount_) {
+        length_ = 0;
+        for (size_t i = 0; i < lengthOctetCount_; ++i) length_ = (length_ << 8) | lengthOctets_[i];
+        startValue();
+      }
+      return false;
+
+    case State::kEndOfContents:
+      if (b != 0) throw EBer("Length field nonzero after zero tag " + std::to_string(b));
+      state_ = State::kIdentifier;
+      endOfContents();
+      return true;
+
+    case State::kContent:
+      break;
+  }
+  return false;
+}
+
+std::string BerReader::stackPath() const {
+  std::string path;
+  for (const Entry& entry : stack_) {
+    if (!path.empty()) path += ", ";
+    path += readable_type_name(typeid(*entry.value)) + ":" + std::to_string(entry.children);
+  }
+  return path;
+}
+
+void BerReader::startValue() {
+  state_ = State::kIdentifier;
+
+  BerValue* value = nullptr;
+  std::unique_ptr<BerValue> transient;
+  std::unique_ptr<BerConstructed> message;
+  try {
+    if (!stack_.empty()) {
+      Entry& top = stack_.back();
+      const uint32_t index = top.children++;
+      protocol::ChildSlot slot = top.value->newChild(index, tag_, legacy_);
+      value = slot.value;
+      transient = std::move(slot.transient);
+    } else {
+      message = protocol_.makeMessage(tag_, legacy_);
+      value = message.get();
+    }
+  } catch (EBer& e) {
+    e.detail += ", BerReader: " + stackPath();
+    throw;
+  }
+
+  if (value == nullptr) assert_failed("Value neither BerPrimitive nor BerConstructed");
+  const protocol::TagCode own = value->tag(legacy_);
+  if (own != tag_) {
+    assert_failed("Internal server error, tag mismatch " + std::to_string(tag_) + " != " +
+                  std::to_string(own) +
+                  (stack_.empty() ? std::string(" at top level")
+                                  : " child of " + readable_type_name(typeid(*stack_.back().value))));
+  }
+
+  if (auto* constructed = dynamic_cast<BerConstructed*>(value)) {
+    if (stack_.size() >= kMaxDepth) throw EBer("Constructed values nested too deeply");
+    stack_.push_back(Entry{constructed, std::move(transient), std::move(message), 0, 0, length_});
+    closeCompleted();
+    return;
+  }
+  auto* primitive = dynamic_cast<BerPrimitive*>(value);
+  if (primitive == nullptr) assert_failed("Value neither BerPrimitive nor BerConstructed");
+  if (length_ == kIndefinite) throw EBer("Indefinite length on tag " + std::to_string(tag_));
+  primitive->readStart(length_);
+  primitive_ = primitive;
+  primitiveOwned_ = std::move(transient);
+  received_ = 0;
+  if (length_ == 0) {
+    completePrimitive();
+  } else {
+    state_ = State::kContent;
+  }
+}
+
+void BerReader::completePrimitive() {
+  state_ = State::kIdentifier;
+  BerPrimitive* primitive = primitive_;
+  std::unique_ptr<BerValue> owned = std::move(primitiveOwned_);
+  primitive_ = nullptr;
+  countOctets(received_);
+  primitive->readDone();
+  owned.reset();
+  closeCompleted();
+}
+
+void BerReader::endOfContents() {
+  if (primitive_ != nullptr) assert_failed("Primitive object on top of stack");
+  if (stack_.empty()) assert_failed("Stack empty");
+  Entry& top = stack_.back();
+  if (top.children < top.value->requiredFields()) {
+    throw EBer("Got to few fields of constructed value");
+  }
+  top.value->readDone();
+  finishTop();
+  closeCompleted();
+}
+
+void BerReader::finishTop() {
+  Entry entry = std::move(stack_.back());
+  stack_.pop_back();
+  if (stack_.empty()) {
+    queue_.push_back(std::move(entry.message));
+  } else {
+    stack_.back().consumed += entry.consumed;
+  }
+  // A value the reader owns (a list adapter, a skipper) goes with `entry`;
+  // one its parent stored stays with the parent.
+}
+
+void BerReader::closeCompleted() {
+  while (!stack_.empty()) {
+    Entry& top = stack_.back();
+    if (top.length == kIndefinite || top.consumed != top.length) return;
+    if (top.children < top.value->requiredFields()) {
+      throw EBer("Got to few fields of constructed value");
+    }
+    top.value->readDone();
+    finishTop();
+  }
+}
+
+}  // namespace old_protocol
