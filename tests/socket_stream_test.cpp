@@ -1,0 +1,191 @@
+// The socket streams, connectTcp and ConnectionFactory against our loopback
+// listener: what the client sees of a server that answers, closes or is gone.
+#include <sys/socket.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "net/connection.h"
+#include "net/listener.h"
+#include "net/osal_socket.h"
+#include "net/socket.h"
+#include "util/error.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using old_protocol::BasicIo;
+using old_protocol::Listener;
+using old_protocol::OsalSocket;
+using old_protocol::SocketStream;
+
+// The text of the ESystemError that `action` raises, or "(no exception)".
+std::string system_error_of(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const error::ESystemError& e) {
+    return e.text();
+  }
+  return "(no exception)";
+}
+
+bool starts_with(const std::string& text, const std::string& head) { return text.rfind(head, 0) == 0; }
+
+std::string read_exactly(BasicIo& stream, size_t length) {
+  std::string got;
+  char buffer[256];
+  while (got.size() < length) got.append(buffer, stream.read(buffer, std::min(sizeof buffer, length - got.size())));
+  return got;
+}
+
+// Whether data shows up on `stream` within `wait`.
+bool arrives_within(BasicIo& stream, std::chrono::milliseconds wait) {
+  const auto deadline = std::chrono::steady_clock::now() + wait;
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (stream.readable()) return true;
+    std::this_thread::sleep_for(5ms);
+  }
+  return stream.readable();
+}
+
+uint16_t closed_port() {
+  Listener listener;
+  return listener.port();
+}
+
+class OsalSocketTest : public testing::TestWithParam<const char*> {};
+
+TEST_P(OsalSocketTest, TalksBothWaysWithTheServer) {
+  Listener listener;
+  OsalSocket client(GetParam(), listener.port());
+  std::unique_ptr<SocketStream> server = listener.accept(5000);
+  ASSERT_NE(server, nullptr);
+
+  client.write("ping", 4);
+  client.flush();
+  EXPECT_EQ(read_exactly(*server, 4), "ping");
+  EXPECT_FALSE(client.readable());
+  char nothing;
+  EXPECT_EQ(client.read(&nothing, 0), 0u);  // returns at once although nothing is there
+  server->write("pong!", 5);
+  EXPECT_TRUE(arrives_within(client, 5000ms));
+  EXPECT_EQ(read_exactly(client, 5), "pong!");
+}
+
+INSTANTIATE_TEST_SUITE_P(Hosts, OsalSocketTest, testing::Values("127.0.0.1", "localhost"));
+
+TEST(SocketStreamTest, EndOfStreamIsAFailure) {
+  Listener listener;
+  OsalSocket client("127.0.0.1", listener.port());
+  listener.accept(5000)->close();
+  char buffer[16];
+  EXPECT_EQ(system_error_of([&] { client.read(buffer, sizeof buffer); }),
+            "Error reading: OsalSocket::read end of stream");
+}
+
+TEST(SocketStreamTest, WriteToClosedPeerFailsWithoutEndingTheProcess) {
+  Listener listener;
+  OsalSocket client("127.0.0.1", listener.port());
+  listener.accept(5000)->close();
+  std::string text = "(no exception)";
+  for (int attempt = 0; attempt < 100 && text == "(no exception)"; ++attempt) {
+    text = system_error_of([&] { client.write("data", 4); });
+    std::this_thread::sleep_for(10ms);
+  }
+  EXPECT_TRUE(starts_with(text, "Error writing to socket: Bad error without sleep happened in socket_send(): "))
+      << text;
+}
+
+TEST(SocketStreamTest, ConnectFailuresCarryTheSocketTextAlone) {
+  const uint16_t port = closed_port();
+  const std::string refused = "Error connecting: Connection refused (111)";
+  EXPECT_EQ(system_error_of([&] { OsalSocket("127.0.0.1", port); }), refused);
+  EXPECT_EQ(system_error_of([&] { connectTcp("127.0.0.1", port); }), refused);
+  EXPECT_EQ(system_error_of([&] { ConnectionFactory().connect("localhost", port); }), refused);
+
+  socket_set_lookup([](const char*) { return SocketLookupResult{false, "Host not found", {}}; });
+  const std::string unresolved = system_error_of([&] { OsalSocket("nowhere", port); });
+  socket_set_lookup(nullptr);
+  EXPECT_EQ(unresolved, "Error resolving \"nowhere\": Host not found");
+}
+
+TEST(SocketStreamTest, ClosedStreamReportsBadDescriptor) {
+  Listener listener;
+  OsalSocket client("127.0.0.1", listener.port());
+  client.close();
+  client.close();  // a second close does nothing
+  char byte;
+  EXPECT_EQ(system_error_of([&] { client.read(&byte, 1); }),
+            "Error reading from socket: Bad error happened without sleep in socket_recv(): Bad file descriptor (9)");
+  EXPECT_EQ(system_error_of([&] { client.write("x", 1); }),
+            "Error writing to socket: Bad error without sleep happened in socket_send(): Bad file descriptor (9)");
+  EXPECT_FALSE(client.readable());
+}
+
+TEST(ListenerTest, AcceptWithoutCallerGivesUpAtTheLimit) {
+  Listener listener;
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(listener.accept(100), nullptr);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+  EXPECT_NE(listener.port(), 0);
+}
+
+TEST(ConnectTcpTest, OutputWaitsInTheBufferUntilFlush) {
+  Listener listener;
+  std::unique_ptr<BasicIo> client = connectTcp("127.0.0.1", listener.port());
+  std::unique_ptr<SocketStream> server = listener.accept(5000);
+  ASSERT_NE(server, nullptr);
+
+  client->write("request", 7);
+  EXPECT_FALSE(arrives_within(*server, 200ms));
+  client->flush();
+  EXPECT_EQ(read_exactly(*server, 7), "request");
+
+  server->write("answer", 6);
+  EXPECT_EQ(read_exactly(*client, 6), "answer");
+  server->close();
+  char got[64];
+  EXPECT_EQ(system_error_of([&] { client->read(got, sizeof got); }),
+            "Error reading: OsalSocket::read end of stream");
+}
+
+TEST(ConnectTcpTest, PortIsTakenAsItsLow16Bits) {
+  Listener listener;
+  std::unique_ptr<BasicIo> client = connectTcp("localhost", listener.port() + 0x10000u);
+  EXPECT_NE(listener.accept(5000), nullptr);
+}
+
+TEST(ConnectionFactoryTest, InjectedConnectorIsCalledWithHostAndPort) {
+  int pair[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+  auto peer = std::make_unique<SocketStream>(pair[1]);
+  std::string seen_host;
+  uint32_t seen_port = 0;
+  ConnectionFactory factory([&](const std::string& host, uint32_t port) -> std::unique_ptr<BasicIo> {
+    seen_host = host;
+    seen_port = port;
+    return std::make_unique<SocketStream>(pair[0]);
+  });
+  std::unique_ptr<BasicIo> stream = factory.connect("monitor.example", 3241);
+  EXPECT_EQ(seen_host, "monitor.example");
+  EXPECT_EQ(seen_port, 3241u);
+  stream->write("hi", 2);
+  EXPECT_EQ(read_exactly(*peer, 2), "hi");
+}
+
+TEST(ConnectionFactoryTest, DefaultConnectorOpensATcpConnection) {
+  Listener listener;
+  std::unique_ptr<BasicIo> stream = ConnectionFactory().connect("127.0.0.1", listener.port());
+  std::unique_ptr<SocketStream> server = listener.accept(5000);
+  ASSERT_NE(server, nullptr);
+  stream->write("abc", 3);
+  stream->flush();
+  EXPECT_EQ(read_exactly(*server, 3), "abc");
+}
+
+}  // namespace
