@@ -1,0 +1,122 @@
+// The password prompt on a real (pseudo-)terminal: no echo, line cut,
+// over-long lines, end of input, mode restored, no terminal at all.
+#include "porter/password.h"
+
+#include <gtest/gtest.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "support/pty_child.h"
+
+namespace porter {
+namespace {
+
+using testsupport::PtyChild;
+
+constexpr int kTimeoutMs = 5000;
+
+// Child body: asks `calls` times and reports one line per call, the error
+// text or "OK:" and the password.
+PtyChild::Body ask(int calls) {
+  return [calls](int reportFd) {
+    std::string report;
+    for (int i = 0; i < calls; ++i) {
+      char buffer[kPasswordBufferSize];
+      const char* failure = read_console_password(buffer, sizeof buffer, "Password: ");
+      report += failure != nullptr ? std::string(failure) : "OK:" + std::string(buffer);
+      report += "\n";
+    }
+    ssize_t ignored = ::write(reportFd, report.data(), report.size());
+    (void)ignored;
+  };
+}
+
+bool same_mode(const termios& a, const termios& b) {
+  return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_cflag == b.c_cflag &&
+         a.c_lflag == b.c_lflag;
+}
+
+struct PromptCase {
+  const char* name;
+  bool canonical;                   // line input on before the call
+  std::vector<std::string> typing;  // typed in chunks, 50 ms apart, after the first prompt
+  int calls;
+  std::string report;
+  std::string terminal;  // everything the terminal shows
+};
+
+std::ostream& operator<<(std::ostream& out, const PromptCase& c) { return out << c.name; }
+
+const std::string k63(63, 'p');
+const std::string k64(64, 'q');
+
+const PromptCase kPromptCases[] = {
+    {"Typed", true, {"s3cret\n"}, 1, "OK:s3cret\n", "Password: \n"},
+    {"CarriageReturnIsLineEnd", true, {"s3cret\r"}, 1, "OK:s3cret\n", "Password: \n"},
+    {"CutAtNul", true, {std::string("ab\0cd\n", 6)}, 1, "OK:ab\n", "Password: \n"},
+    {"EmptyLine", true, {"\n"}, 1, "OK:\n", "Password: \n"},
+    {"LineInputSwitchedOn", false, {"ab", "cd\n"}, 1, "OK:abcd\n", "Password: \n"},
+    {"EraseWorksInLineInput", true, {"abX\x7f" "c\n"}, 1, "OK:abc\n", "Password: \n"},
+    {"SixtyThreeCharacters", true, {k63 + "\n"}, 1, "OK:" + k63 + "\n", "Password: \n"},
+    {"EndOfInput", true, {"\x04"}, 1, "read returned 0\n", "Password: "},
+    // Over-long lines are rejected and their rest discarded: the next line
+    // read from the terminal is the one typed after them.
+    {"SixtyFourCharacters", true, {k64 + "\n", "next\n"}, 2, "Password too long\nOK:next\n",
+     "Password: \nPassword: \n"},
+    {"SixtyFourThenRest", true, {k64 + "tail\n", "next\n"}, 2, "Password too long\nOK:next\n",
+     "Password: \nPassword: \n"},
+    {"VeryLong", true, {std::string(1000, 'r') + "\n", "next\n"}, 2,
+     "Password too long\nOK:next\n", "Password: \nPassword: \n"},
+};
+
+class PromptTest : public testing::TestWithParam<PromptCase> {};
+
+TEST_P(PromptTest, ReadsOneLineWithoutEcho) {
+  const PromptCase& c = GetParam();
+  termios initial = testsupport::plain_terminal_mode();
+  if (!c.canonical) initial.c_lflag &= ~static_cast<tcflag_t>(ICANON);
+  auto child = PtyChild::start(initial, ask(c.calls));
+  ASSERT_NE(child, nullptr);
+
+  ASSERT_TRUE(child->read_until("Password: ", kTimeoutMs)) << child->output();
+  auto during = child->mode();
+  ASSERT_TRUE(during.has_value());
+  EXPECT_EQ(during->c_lflag & ECHO, 0u);
+  EXPECT_NE(during->c_lflag & ICANON, 0u);
+  EXPECT_EQ(during->c_lflag & ~static_cast<tcflag_t>(ECHO | ICANON),
+            initial.c_lflag & ~static_cast<tcflag_t>(ECHO | ICANON));
+
+  for (size_t i = 0; i < c.typing.size(); ++i) {
+    if (i > 0) ::usleep(50 * 1000);
+    ASSERT_TRUE(child->type(c.typing[i]));
+  }
+  auto report = child->report(kTimeoutMs);
+  ASSERT_TRUE(report.has_value()) << "the prompt did not return";
+  EXPECT_EQ(*report, c.report);
+
+  child->drain(100);  // a late echo would show up here
+  EXPECT_EQ(child->output(), c.terminal);
+  auto after = child->mode();
+  ASSERT_TRUE(after.has_value());
+  EXPECT_TRUE(same_mode(*after, initial)) << "terminal mode not restored";
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, PromptTest, testing::ValuesIn(kPromptCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(PromptWithoutTerminalTest, FailsToOpenTheInput) {
+  auto child = PtyChild::start(testsupport::plain_terminal_mode(), ask(1),
+                               /*controllingTerminal=*/false);
+  ASSERT_NE(child, nullptr);
+  auto report = child->report(kTimeoutMs);
+  ASSERT_TRUE(report.has_value());
+  EXPECT_EQ(*report, "Could not open CONIN$\n");
+  child->drain(50);
+  EXPECT_EQ(child->output(), "");
+}
+
+}  // namespace
+}  // namespace porter

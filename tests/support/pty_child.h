@@ -1,0 +1,75 @@
+// A child process on a pseudo-terminal, for tests of code that talks to the
+// controlling terminal. The test drives the master side; the child runs a
+// given body and reports back through a pipe. Every wait is bounded: a child
+// that misbehaves is killed, never waited for without end.
+#ifndef TALVIX_TESTS_SUPPORT_PTY_CHILD_H_
+#define TALVIX_TESTS_SUPPORT_PTY_CHILD_H_
+
+#include <termios.h>
+#include <sys/types.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace testsupport {
+
+class PtyChild {
+ public:
+  // Runs in the child. Writes its report to `reportFd`; returning ends the
+  // child with _exit(0).
+  using Body = std::function<void(int reportFd)>;
+
+  // Opens a pseudo-terminal whose slave has the mode `mode`, forks, and runs
+  // `body` in the child as the leader of a new session. With
+  // `controllingTerminal` the slave becomes the child's controlling terminal
+  // (so /dev/tty opens it); without, the child has no terminal at all.
+  // Returns nullptr when the pseudo-terminal or the child cannot be made.
+  static std::unique_ptr<PtyChild> start(const termios& mode, Body body,
+                                         bool controllingTerminal = true);
+
+  // Kills the child if it still runs, reaps it and closes every descriptor.
+  ~PtyChild();
+  PtyChild(const PtyChild&) = delete;
+  PtyChild& operator=(const PtyChild&) = delete;
+
+  // Reads from the master until output() contains `text` or `timeoutMs`
+  // passed. True when the text arrived.
+  bool read_until(const std::string& text, int timeoutMs);
+  // Reads whatever the master delivers within `timeoutMs`.
+  void drain(int timeoutMs);
+  // Everything read from the master so far (what the child wrote to the
+  // terminal, plus any echo of typed input).
+  const std::string& output() const { return output_; }
+
+  // Types `bytes` on the terminal. False when the master does not take them.
+  bool type(const std::string& bytes);
+
+  // The current mode of the terminal, read on the slave side.
+  std::optional<termios> mode() const;
+
+  // Reads the child's report up to the end of the pipe (the child's exit),
+  // and reaps the child. std::nullopt when that takes longer than
+  // `timeoutMs`; the child is then killed.
+  std::optional<std::string> report(int timeoutMs);
+
+ private:
+  PtyChild(pid_t pid, int master, int slave, int report)
+      : pid_(pid), master_(master), slave_(slave), report_(report) {}
+  void kill_and_reap();
+
+  pid_t pid_;
+  int master_;
+  int slave_;
+  int report_;
+  std::string output_;
+};
+
+// A terminal mode like a fresh login terminal's, with output post-processing
+// off so that the bytes the child writes arrive on the master unchanged.
+termios plain_terminal_mode();
+
+}  // namespace testsupport
+
+#endif  // TALVIX_TESTS_SUPPORT_PTY_CHILD_H_
