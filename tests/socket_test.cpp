@@ -57,11 +57,6 @@ struct TimeoutGuard {
 
 TEST(SocketTest, DefaultWaitLimitIsTenMinutes) { EXPECT_EQ(socket_timeout(), 600u); }
 
-TEST(SocketTest, InitSucceedsAndCanBeRepeated) {
-  EXPECT_EQ(socket_init(), nullptr);
-  EXPECT_EQ(socket_init(), nullptr);
-}
-
 // Each options value gives the blocking mode and Nagle setting of its bits;
 // bit 2 (the value the client stream uses) changes nothing.
 struct OptionCase {
