@@ -1,0 +1,81 @@
+#include "support/ber_streams.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include "util/error.h"
+
+namespace testing_support {
+
+Bytes from_hex(const std::string& text) {
+  Bytes bytes;
+  std::string digits;
+  for (char c : text) {
+    if (std::isspace(static_cast<unsigned char>(c))) continue;
+    if (!std::isxdigit(static_cast<unsigned char>(c))) throw std::invalid_argument("bad hex: " + text);
+    digits += c;
+  }
+  if (digits.size() % 2 != 0) throw std::invalid_argument("odd hex: " + text);
+  for (size_t i = 0; i < digits.size(); i += 2) {
+    bytes.push_back(static_cast<uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
+std::string to_hex(const Bytes& bytes) {
+  std::string text;
+  char octet[4];
+  for (uint8_t b : bytes) {
+    std::snprintf(octet, sizeof octet, "%02X", b);
+    if (!text.empty()) text += ' ';
+    text += octet;
+  }
+  return text;
+}
+
+void ByteSink::write(const void* data, size_t length) {
+  const auto* p = static_cast<const uint8_t*>(data);
+  bytes.insert(bytes.end(), p, p + length);
+}
+
+ScriptedStream& ScriptedStream::chunk(const Bytes& bytes) {
+  script_.push_back(Step{bytes, ""});
+  return *this;
+}
+
+ScriptedStream& ScriptedStream::failure(const std::string& text) {
+  script_.push_back(Step{{}, text});
+  return *this;
+}
+
+ScriptedStream& ScriptedStream::octets(const Bytes& bytes) {
+  for (uint8_t b : bytes) chunk(Bytes{b});
+  return *this;
+}
+
+uint64_t ScriptedStream::read(void* buffer, uint64_t capacity) {
+  ++reads;
+  if (capacity == 0) return 0;
+  if (script_.empty()) throw error::ESystemError("end of script");
+  Step& step = script_.front();
+  if (!step.failure.empty()) {
+    const std::string text = step.failure;
+    script_.pop_front();
+    throw error::ESystemError(text);
+  }
+  const size_t count = std::min<uint64_t>(capacity, step.bytes.size());
+  std::memcpy(buffer, step.bytes.data(), count);
+  step.bytes.erase(step.bytes.begin(), step.bytes.begin() + static_cast<std::ptrdiff_t>(count));
+  if (step.bytes.empty()) script_.pop_front();
+  return count;
+}
+
+void ScriptedStream::write(const void* data, size_t length) {
+  const auto* p = static_cast<const uint8_t*>(data);
+  written.insert(written.end(), p, p + length);
+}
+
+}  // namespace testing_support

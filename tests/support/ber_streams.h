@@ -1,0 +1,62 @@
+// Byte streams for tests of the wire encoding: a sink that collects what is
+// written, a stream that serves scripted chunks, and hex helpers.
+#ifndef TALVIX_TESTS_SUPPORT_BER_STREAMS_H_
+#define TALVIX_TESTS_SUPPORT_BER_STREAMS_H_
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "net/basic_io.h"
+
+namespace testing_support {
+
+using Bytes = std::vector<uint8_t>;
+
+// "02 01 FF" <-> bytes; whitespace in the text is ignored.
+Bytes from_hex(const std::string& text);
+std::string to_hex(const Bytes& bytes);
+
+// Collects everything written; counts flushes.
+class ByteSink : public protocol::BasicIo {
+ public:
+  void write(const void* data, size_t length) override;
+  void flush() override { ++flushes; }
+
+  Bytes bytes;
+  int flushes = 0;
+};
+
+// Serves the scripted chunks in order, each in one read (cut to the capacity
+// asked for, the rest served next). A chunk marked as failure makes the read
+// throw error::ESystemError with its text; after the script runs out every
+// read throws "end of script". Writes are collected in `written`.
+class ScriptedStream : public old_protocol::BasicIo {
+ public:
+  ScriptedStream& chunk(const Bytes& bytes);
+  ScriptedStream& chunk(const std::string& hex) { return chunk(from_hex(hex)); }
+  ScriptedStream& failure(const std::string& text);
+  // One chunk per octet of `bytes`.
+  ScriptedStream& octets(const Bytes& bytes);
+
+  uint64_t read(void* buffer, uint64_t capacity) override;
+  bool readable() override { return !script_.empty(); }
+  void write(const void* data, size_t length) override;
+  void flush() override { ++flushes; }
+
+  Bytes written;
+  int flushes = 0;
+  int reads = 0;
+
+ private:
+  struct Step {
+    Bytes bytes;
+    std::string failure;
+  };
+  std::deque<Step> script_;
+};
+
+}  // namespace testing_support
+
+#endif  // TALVIX_TESTS_SUPPORT_BER_STREAMS_H_
