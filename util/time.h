@@ -1,0 +1,47 @@
+// Points in time (signed seconds since 1970-01-01 00:00:00 UTC) as date-time
+// text in a chosen time zone. Choosing a zone sets the process's TZ
+// environment variable, so none of this is safe from several threads.
+#ifndef TALVIX_UTIL_TIME_H_
+#define TALVIX_UTIL_TIME_H_
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+// A fixed offset from UTC, or the zone the process had at start.
+class TimeZone {
+ public:
+  // Marker offset (not 0xFFFFFFFF) for the zone in TZ when the first TimeZone
+  // was made.
+  static constexpr int32_t kStartZone = 0xFFFFFF;
+
+  // `offset` is in seconds east of UTC (3600: one hour ahead) or kStartZone.
+  // The first construction in the process saves the TZ variable as it is then.
+  explicit TimeZone(int32_t offset);
+
+  int32_t offset() const { return offset_; }
+
+ private:
+  int32_t offset_;
+};
+
+// The TZ value for the zone: the POSIX form with inverted sign for a fixed
+// offset ("GMT-0", "GMT1", "GMT-1:01:01", "GMT5:30"), the saved start zone
+// for kStartZone ("" when TZ was not set at start).
+std::string time_zone_text(const TimeZone& zone);
+
+// Sets TZ to time_zone_text(zone) and re-reads it. Throws error::ESystemError
+// "Couldn't set TZ environment variable" when the environment refuses.
+void apply_time_zone(const TimeZone& zone);
+
+// Applies the zone, then gives the broken-down time of `time` in it. Throws
+// error::ESystemError "Couldn't get localtime for time <n>" (n: the low 32
+// bits as a signed number) when the time is beyond the calendar's range.
+struct tm local_time(const TimeZone& zone, int64_t time);
+
+// "YYYY-MM-DD-THH:MM:SS" of `time` in the zone, e.g. 1970-01-01-T00:00:00 for
+// time 0 at offset 0. A negative time is an assertion failure (the process
+// ends); local_time's failures propagate.
+std::string iso_time2str(int64_t time, const TimeZone& zone);
+
+#endif  // TALVIX_UTIL_TIME_H_
