@@ -67,7 +67,7 @@ uint64_t ScriptedStream::read(void* buffer, uint64_t capacity) {
     throw error::ESystemError(text);
   }
   const size_t count = std::min<uint64_t>(capacity, step.bytes.size());
-  std::memcpy(buffer, step.bytes.data(), count);
+  if (count > 0) std::memcpy(buffer, step.bytes.data(), count);
   step.bytes.erase(step.bytes.begin(), step.bytes.begin() + static_cast<std::ptrdiff_t>(count));
   if (step.bytes.empty()) script_.pop_front();
   return count;
