@@ -1,0 +1,106 @@
+// Properties: how the server's objects carry their data on the wire.
+//
+// A Property is a name, a 32-bit type word and one value object out of
+// thirteen value classes. The type word holds the type code in its low 16
+// bits (or, for an enumeration, the number of the enumeration), bit 16
+// (kPropEnumeration) marks an enumeration, bit 17 (kPropConstant) a constant
+// and bit 19 (kPropComputed) a computed property. A property without a value
+// carries a NullProp. tql::encode/tql::decode (property_codec.h) convert
+// between properties and native values.
+#ifndef TALVIX_PROTOCOL_PROPERTY_VALUES_H_
+#define TALVIX_PROTOCOL_PROPERTY_VALUES_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "protocol/message_base.h"
+#include "protocol/message_lists.h"
+#include "util/bignum.h"
+
+namespace protocol {
+
+constexpr uint32_t kPropEnumeration = 0x10000;
+constexpr uint32_t kPropConstant = 0x20000;
+constexpr uint32_t kPropComputed = 0x80000;
+// The part of a type word that type comparisons look at: code and
+// enumeration flag.
+constexpr uint32_t kPropTypeMask = 0x1ffff;
+
+class Property : public Message<Property> {
+ public:
+  std::string name;                     // at most 128 octets
+  uint32_t type = 0;                    // the type word
+  std::unique_ptr<BerConstructed> data;  // one of the value classes below
+};
+
+// The value classes, alternatives 0 to 12 of Property::data.
+class StringProp : public Message<StringProp> {
+ public:
+  std::string value;  // at most 1024 octets
+};
+class StringListProp : public Message<StringListProp> {
+ public:
+  std::vector<std::string> value;  // each at most 1024 octets
+};
+class SignedIntProp : public Message<SignedIntProp> {
+ public:
+  int32_t value = 0;
+};
+class UnsignedIntProp : public Message<UnsignedIntProp> {
+ public:
+  uint32_t value = 0;
+};
+class RealProp : public Message<RealProp> {
+ public:
+  double value = 0.0;
+};
+class BooleanProp : public Message<BooleanProp> {
+ public:
+  bool value = false;
+};
+class NullProp : public Message<NullProp> {};
+class BlobProp : public Message<BlobProp> {
+ public:
+  std::string value;  // bytes, at most 2048
+};
+class UnsignedIntListProp : public Message<UnsignedIntListProp> {
+ public:
+  std::vector<uint32_t> value;
+};
+class SignedInt64Prop : public Message<SignedInt64Prop> {
+ public:
+  int64_t value = 0;
+};
+class UnsignedInt64Prop : public Message<UnsignedInt64Prop> {
+ public:
+  uint64_t value = 0;
+};
+class BigNumProp : public Message<BigNumProp> {
+ public:
+  BigNum value;
+};
+class LobProp : public Message<LobProp> {
+ public:
+  std::string value;  // bytes, at most 2097152
+};
+
+extern template class Message<Property>;
+extern template class Message<StringProp>;
+extern template class Message<StringListProp>;
+extern template class Message<SignedIntProp>;
+extern template class Message<UnsignedIntProp>;
+extern template class Message<RealProp>;
+extern template class Message<BooleanProp>;
+extern template class Message<NullProp>;
+extern template class Message<BlobProp>;
+extern template class Message<UnsignedIntListProp>;
+extern template class Message<SignedInt64Prop>;
+extern template class Message<UnsignedInt64Prop>;
+extern template class Message<BigNumProp>;
+extern template class Message<LobProp>;
+
+}  // namespace protocol
+
+#endif  // TALVIX_PROTOCOL_PROPERTY_VALUES_H_
