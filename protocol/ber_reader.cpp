@@ -215,10 +215,13 @@ void BerReader::startValue() {
   if (value == nullptr) assert_failed("Value neither BerPrimitive nor BerConstructed");
   const protocol::TagCode own = value->tag(legacy_);
   if (own != tag_) {
+    std::string where = " at top level";
+    if (!stack_.empty()) {
+      const BerConstructed& parent = *stack_.back().value;
+      where = " child of " + readable_type_name(typeid(parent));
+    }
     assert_failed("Internal server error, tag mismatch " + std::to_string(tag_) + " != " +
-                  std::to_string(own) +
-                  (stack_.empty() ? std::string(" at top level")
-                                  : " child of " + readable_type_name(typeid(*stack_.back().value))));
+                  std::to_string(own) + where);
   }
 
   if (auto* constructed = dynamic_cast<BerConstructed*>(value)) {
