@@ -56,6 +56,7 @@ struct SetDataCase {
   uint64_t size;
   const char* decimal;
 };
+void PrintTo(const SetDataCase& c, std::ostream* os) { *os << c.decimal; }
 
 class SetDataTest : public testing::TestWithParam<SetDataCase> {};
 
@@ -94,6 +95,9 @@ struct GetDataCase {
   Bytes buffer;  // the whole buffer afterwards
   size_t length;
 };
+void PrintTo(const GetDataCase& c, std::ostream* os) {
+  *os << bn_to_string(c.value) << " into " << c.bufferSize << " bytes";
+}
 
 class GetDataTest : public testing::TestWithParam<GetDataCase> {};
 
@@ -154,6 +158,7 @@ struct DecimalCase {
   BigNum value;
   const char* text;
 };
+void PrintTo(const DecimalCase& c, std::ostream* os) { *os << c.text; }
 
 class DecimalTest : public testing::TestWithParam<DecimalCase> {};
 
@@ -197,6 +202,7 @@ struct ArithmeticCase {
   const char* sum;
   const char* product;
 };
+void PrintTo(const ArithmeticCase& c, std::ostream* os) { *os << c.a << " and " << c.b; }
 
 class ArithmeticTest : public testing::TestWithParam<ArithmeticCase> {};
 

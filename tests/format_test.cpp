@@ -13,6 +13,7 @@ struct TextCase {
   std::string actual;
   const char* expected;
 };
+void PrintTo(const TextCase& c, std::ostream* os) { *os << quote_escape(c.expected); }
 
 class IntegerTextTest : public testing::TestWithParam<TextCase> {};
 
@@ -142,6 +143,7 @@ struct Base64Case {
   std::vector<uint8_t> bytes;
   const char* text;
 };
+void PrintTo(const Base64Case& c, std::ostream* os) { *os << c.bytes.size() << " bytes"; }
 
 class Base64Test : public testing::TestWithParam<Base64Case> {};
 
@@ -167,6 +169,9 @@ struct SplitCase {
   bool keepEmpty;
   std::vector<std::string> pieces;
 };
+void PrintTo(const SplitCase& c, std::ostream* os) {
+  *os << quote_escape(c.text) << (c.keepEmpty ? " keeping empty" : "");
+}
 
 class SplitTest : public testing::TestWithParam<SplitCase> {};
 

@@ -14,6 +14,7 @@ struct ZoneCase {
   int32_t offset;
   const char* text;
 };
+void PrintTo(const ZoneCase& c, std::ostream* os) { *os << "offset " << c.offset; }
 
 class TimeZoneTextTest : public testing::TestWithParam<ZoneCase> {};
 
@@ -43,6 +44,9 @@ struct IsoCase {
   int32_t offset;
   const char* text;
 };
+void PrintTo(const IsoCase& c, std::ostream* os) {
+  *os << "time " << c.time << " offset " << c.offset;
+}
 
 class IsoTimeTest : public testing::TestWithParam<IsoCase> {};
 
