@@ -1,0 +1,91 @@
+#include "client/request.h"
+
+#include <map>
+#include <utility>
+
+#include "client/session.h"
+#include "protocol/ber_reader.h"
+#include "protocol/messages.h"
+#include "util/bignum.h"
+#include "util/error.h"
+
+namespace comquery {
+
+namespace {
+
+// The next request id of every session id the process has seen. Sessions
+// that share a session id share the count.
+std::map<BigNum, uint32_t>& requestIdCounters() {
+  static std::map<BigNum, uint32_t> counters;
+  return counters;
+}
+
+int32_t takeRequestId(const BigNum& sessionId) {
+  uint32_t& next = requestIdCounters()[sessionId];
+  return static_cast<int32_t>(next++);
+}
+
+}  // namespace
+
+Request::~Request() = default;
+
+std::string Request::name() const { return "Unknown request"; }
+
+void send(Session& session, const std::shared_ptr<Request>& request) {
+  const int32_t id = takeRequestId(session.sessionId);
+  session.requestsById.emplace(id, request);
+  session.idsByRequest.emplace(request.get(), id);
+
+  protocol::Request message;
+  message.id = id;
+  message.req = request->makeBody();
+  session.reader().send(message);
+  request->state = Request::kSent;
+}
+
+std::shared_ptr<Request> processResponse(Session& session) {
+  old_protocol::BerReader& reader = session.reader();
+  std::unique_ptr<protocol::BerConstructed> message = reader.takeMessage();
+  while (!message) {
+    reader.readSome(false);
+    message = reader.takeMessage();
+  }
+
+  auto* response = dynamic_cast<protocol::Response*>(message.get());
+  if (response == nullptr) throw errors::bererror("Wrong type. Expected Response");
+
+  auto found = session.requestsById.find(response->id);
+  if (found == session.requestsById.end()) return nullptr;  // already forgotten, or never sent
+
+  // Our own reference keeps the request alive while done() forgets it.
+  std::shared_ptr<Request> request = found->second;
+  request->state = Request::kAnswered;
+  request->decode(response->resp.get());
+  request->done(session);
+  return request;
+}
+
+uint32_t await(Session& session, Request& request) {
+  while (session.idsByRequest.count(&request) != 0) {
+    if (processResponse(session).get() == &request) break;
+  }
+  return request.error;
+}
+
+void forget(Session& session, Request& request) {
+  auto byRequest = session.idsByRequest.find(&request);
+  if (byRequest == session.idsByRequest.end()) {
+    assert_failed("forget called with unknown request");
+  }
+  auto byId = session.requestsById.find(byRequest->second);
+  if (byId == session.requestsById.end()) {
+    assert_failed("forget called with unknown request.");
+  }
+  session.idsByRequest.erase(byRequest);
+  // Last: this may drop the final reference and destroy the request.
+  session.requestsById.erase(byId);
+}
+
+std::string serverErrorText(uint32_t code) { return server_error_text(code); }
+
+}  // namespace comquery

@@ -1,0 +1,72 @@
+// The logged-in client session and the login handshake that opens it.
+//
+// openSession() connects to the server, negotiates the protocol version,
+// logs in and returns the Session through which every request travels
+// (client/request.h). The session is never ended by a message: the
+// connection closes when the Session is destroyed.
+#ifndef TALVIX_CLIENT_SESSION_H_
+#define TALVIX_CLIENT_SESSION_H_
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include "net/connection.h"
+#include "util/bignum.h"
+
+namespace old_protocol {
+class BasicIo;
+class BerReader;
+}  // namespace old_protocol
+
+namespace comquery {
+class Request;
+}
+
+// The version the client asks for: major 2 in the high octet, minor 3.
+constexpr int32_t PROTOCOL_VERSION = 515;
+
+class Session {
+ public:
+  // Takes over `reader`, which owns the connection.
+  Session(std::unique_ptr<old_protocol::BerReader> reader, BigNum sessionId,
+          std::string rootDomainId, std::string mibRootId);
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  ~Session();
+
+  // The reader decodes everything the server sends and writes our messages.
+  old_protocol::BerReader& reader() { return *reader_; }
+  // The connection below the reader; owned by the reader.
+  old_protocol::BasicIo& connection() { return *connection_; }
+
+  const BigNum sessionId;
+  const std::string rootDomainId;  // start of the domain lookups
+  const std::string mibRootId;     // start object of the MIB query
+
+  // The outstanding requests, kept by comquery::send and comquery::forget
+  // only: both tables hold exactly the same requests.
+  std::map<int32_t, std::shared_ptr<comquery::Request>> requestsById;
+  std::unordered_map<const comquery::Request*, int32_t> idsByRequest;
+
+ private:
+  std::unique_ptr<old_protocol::BerReader> reader_;
+  old_protocol::BasicIo* connection_;
+};
+
+// Connects through `factory` to host:port and logs in as `user` of
+// `loginDomain`. The caller owns the returned session.
+//
+// Refusals raise errors::connect_error: "Server rejected us: " + the server's
+// reason, "Protocol error: Wrong type", "Server does not support our version
+// of the protocol", and "Wrong username / password" for any failure from
+// sending the login to receiving its answer. Transport and decoding errors
+// before the login pass out unchanged (error::ESystemError, protocol::EBer).
+std::unique_ptr<Session> openSession(const ConnectionFactory& factory, const std::string& host,
+                                     uint32_t port, const std::string& clientName,
+                                     const std::string& user, const std::string& password,
+                                     const std::string& loginDomain);
+
+#endif  // TALVIX_CLIENT_SESSION_H_
