@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "protocol/ber_primitives.h"
+#include "protocol/gui_protocol.h"
+#include "protocol/messages.h"
 #include "protocol/tags.h"
 #include "support/ber_streams.h"
 
@@ -442,6 +444,75 @@ TEST(BerReaderTest, RefusesEndlessNesting) {
   Harness h;
   h.stream->chunk(stream);
   EXPECT_EQ(h.error(), "Constructed values nested too deeply");
+}
+
+// ---- the client's own messages ----------------------------------------------
+
+// Reads `stream` (hex) with the client's protocol; the messages in order.
+std::vector<std::unique_ptr<protocol::BerConstructed>> read_real(const std::string& stream,
+                                                                  bool* legacy = nullptr) {
+  auto owned = std::make_unique<ScriptedStream>();
+  ScriptedStream* scripted = owned.get();
+  scripted->octets(from_hex(stream));
+  BerReader reader(protocol::guiProtocol(), std::move(owned));
+  while (scripted->readable()) reader.readSome(false);
+  std::vector<std::unique_ptr<protocol::BerConstructed>> out;
+  while (auto message = reader.takeMessage()) out.push_back(std::move(message));
+  if (legacy != nullptr) *legacy = reader.legacy();
+  return out;
+}
+
+// A legacy ClientWants (version 256, ClientPrivateKey with empty texts).
+const char* const kLegacyClientWants =
+    "60 80 02 02 01 00 61 80 16 00 16 00 16 00 01 01 00 00 00 00 00 ";
+
+TEST(BerReaderMessagesTest, ForgetResponseInBothEncodings) {
+  const struct {
+    std::string stream;
+    bool legacy;
+  } cases[] = {{"75 80 02 01 07 A5 80 00 00 00 00", false},
+               {std::string(kLegacyClientWants) + "75 80 02 01 07 65 80 00 00 00 00", true}};
+  for (const auto& c : cases) {
+    bool legacy = !c.legacy;
+    auto messages = read_real(c.stream, &legacy);
+    EXPECT_EQ(legacy, c.legacy);
+    ASSERT_FALSE(messages.empty()) << c.stream;
+    auto* response = dynamic_cast<protocol::Response*>(messages.back().get());
+    ASSERT_NE(response, nullptr) << c.stream;
+    EXPECT_EQ(response->id, 7);
+    EXPECT_NE(dynamic_cast<protocol::ForgetResp*>(response->resp.get()), nullptr);
+  }
+  try {
+    read_real("75 80 02 01 07 65 80 00 00 00 00");
+    ADD_FAILURE() << "legacy alternative accepted in the current encoding";
+  } catch (const protocol::EBer& e) {
+    EXPECT_EQ(e.text(),
+              "Unexpected tag 43 received in Union Response.this->resp, BerReader: "
+              "protocol::Response:2");
+  }
+}
+
+TEST(BerReaderMessagesTest, SelectRequestReadsAndWritesBackUnchanged) {
+  const std::string request =
+      "74 80 02 01 01 A0 80 31 80 04 01 58 00 00 30 80 04 01 2E 02 01 00 05 00 30 80 00 00"
+      " 30 80 00 00 30 80 00 00 31 80 00 00 00 00 02 01 00 00 00 00 00";
+  auto owned = std::make_unique<ScriptedStream>();
+  ScriptedStream* scripted = owned.get();
+  scripted->octets(from_hex(request));
+  BerReader reader(protocol::guiProtocol(), std::move(owned));
+  while (scripted->readable()) reader.readSome(false);
+  auto message = reader.takeMessage();
+  ASSERT_NE(message, nullptr);
+  auto* typed = dynamic_cast<protocol::Request*>(message.get());
+  ASSERT_NE(typed, nullptr);
+  auto* select = dynamic_cast<protocol::SelectReq*>(typed->req.get());
+  ASSERT_NE(select, nullptr);
+  EXPECT_EQ(select->startIds, std::vector<std::string>{"X"});
+  ASSERT_NE(select->pattern, nullptr);
+  EXPECT_EQ(select->pattern->className, ".");
+  EXPECT_FALSE(select->pattern->hasNumber);
+  reader.send(*message);
+  EXPECT_EQ(testing_support::to_hex(scripted->written), testing_support::to_hex(from_hex(request)));
 }
 
 }  // namespace
