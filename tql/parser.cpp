@@ -131,10 +131,7 @@ std::unique_ptr<protocol::PathPattern> Parser::parseStep(int depth) {
   if (depth > kMaxPatternDepth) {
     fail("Pattern nested deeper than " + std::to_string(kMaxPatternDepth) + " steps");
   }
-  auto step = std::make_unique<protocol::PathPattern>();
-  step->flags = 0;
-  step->hasNumber = false;
-  step->number = 0;
+  auto step = std::make_unique<protocol::PathPattern>();  // flags 0, no number, no lists
 
   if (token().empty() || !(isUpper(token()[0]) || token()[0] == '.')) {
     fail("Expected class name got: " + quoted(token()));
