@@ -343,6 +343,29 @@ const ErrorCase kErrors[] = {
 };
 INSTANTIATE_TEST_SUITE_P(All, ErrorTable, ::testing::ValuesIn(kErrors));
 
+// The domain lookup tree, built by hand and compared field by field.
+TEST(ParserTest, DomainLookupEqualsHandBuiltTree) {
+  auto condition = std::make_unique<protocol::RelativeExpr>();
+  condition->prop = std::make_unique<protocol::Property>();
+  condition->prop->name = "name";
+  condition->prop->type = 6;
+  auto value = std::make_unique<protocol::StringProp>();
+  value->value = "lab";
+  condition->prop->data = std::move(value);
+  condition->op = tql::kOpMatch;
+  auto domain = std::make_unique<protocol::PathPattern>();
+  domain->className = "Domain";
+  domain->conditions.push_back(std::move(condition));
+  protocol::PathPattern expected;
+  expected.className = ".";
+  expected.children.push_back(std::move(domain));
+
+  std::unique_ptr<protocol::PathPattern> root = tql::parse(". > Domain { name ~= \"lab\"}");
+  EXPECT_TRUE(*root == expected);
+  root->children[0]->conditions[0]->op = tql::kOpEqual;
+  EXPECT_FALSE(*root == expected);
+}
+
 TEST(ParserTest, UnsignedBeyond64BitsFailsWithRangeError) {
   for (const char* pattern : {"A{a = 18446744073709551616}", "A{a = 18446744073709551616T}"}) {
     try {
