@@ -1,0 +1,123 @@
+#include "client/select.h"
+
+#include <utility>
+
+#include "client/session.h"
+#include "protocol/messages.h"
+#include "protocol/property_codec.h"
+#include "tql/parser.h"
+#include "util/error.h"
+
+namespace tqlquery {
+
+ResultObject::ResultObject(protocol::Object& object)
+    : className_(object.className), flags_(object.flags), id_(object.id) {
+  for (std::unique_ptr<protocol::Property>& property : object.properties) {
+    if (!property) continue;
+    std::string name = property->name;
+    properties_.try_emplace(std::move(name), std::move(property));
+  }
+  object.properties.clear();
+  children_.reserve(object.children.size());
+  for (const std::unique_ptr<protocol::Object>& child : object.children) {
+    if (child) children_.push_back(std::make_unique<ResultObject>(*child));
+  }
+}
+
+ResultObject::~ResultObject() = default;
+
+bool ResultObject::has_property(const std::string& name) const {
+  return properties_.count(name) != 0;
+}
+
+const protocol::Property& ResultObject::property(const std::string& name) const {
+  auto found = properties_.find(name);
+  if (found == properties_.end()) {
+    throw errors::objecterror("Property \"" + name + "\" not found in " + id_);
+  }
+  return *found->second;
+}
+
+bool ResultObject::is_null(const std::string& name) const {
+  const protocol::Property& value = property(name);
+  return value.data == nullptr ||
+         dynamic_cast<const protocol::NullProp*>(value.data.get()) != nullptr;
+}
+
+std::string ResultObject::get_string(const std::string& name) const {
+  std::string text;
+  tql::decode(property(name), 6, text);
+  return text;
+}
+
+Select::Select(const std::string& startId, const std::string& patternText, uint32_t flags)
+    : startIds_{startId}, pattern_(tql::parse(patternText)), flags_(flags),
+      patternText_(patternText) {}
+
+Select::~Select() = default;
+
+std::string Select::name() const {
+  std::string text = "[";
+  for (size_t i = 0; i < startIds_.size(); ++i) {
+    if (i != 0) text += ", ";
+    text += "\"" + startIds_[i] + "\"";
+  }
+  return text + "] " + patternText_;
+}
+
+std::unique_ptr<protocol::BerConstructed> Select::makeBody() {
+  auto body = std::make_unique<protocol::SelectReq>();
+  body->startIds = startIds_;
+  body->pattern = std::move(pattern_);
+  body->flags = flags_;
+  return body;
+}
+
+void Select::decode(protocol::BerConstructed* body) {
+  if (auto* answer = dynamic_cast<protocol::SelectResp*>(body)) {
+    results_.clear();
+    for (const std::unique_ptr<protocol::Object>& object : answer->objects) {
+      if (!object) continue;
+      auto result = std::make_unique<ResultObject>(*object);
+      std::string id = result->id();
+      results_.insert_or_assign(std::move(id), std::move(result));
+    }
+    error = 0;
+    onSuccess();
+  } else if (auto* refusal = dynamic_cast<protocol::ErrorResp*>(body)) {
+    error = static_cast<uint32_t>(refusal->code);
+    onError(refusal->code, refusal->texts);
+  } else {
+    throw errors::bererror("Wrong type in Select::decode.");
+  }
+}
+
+void Select::done(Session& session) {
+  if ((flags_ & kKeepOutstanding) == 0) comquery::forget(session, *this);
+}
+
+void Select::onError(int32_t, const std::vector<std::string>&) {}
+
+const ResultObject& Select::find_result(const std::string& id) const {
+  if (state != kAnswered) {
+    throw errors::selecterror("find_result() invoked before await() for query \"" +
+                              patternText_ + "\"");
+  }
+  auto found = results_.find(id);
+  if (found == results_.end()) {
+    throw errors::selecterror("Id (" + id + ") not found in result set for query \"" +
+                              patternText_ + "\"");
+  }
+  return *found->second;
+}
+
+const ResultObject* Select::find_result_opt(const std::string& id) const {
+  if (state != kAnswered) {
+    throw errors::selecterror("find_result_opt() invoked before await() for query \"" +
+                              patternText_ + "\"");
+  }
+  auto found = results_.find(id);
+  return found == results_.end() ? nullptr : found->second.get();
+}
+
+}  // namespace tqlquery
