@@ -1,11 +1,13 @@
 // Feeds arbitrary bytes through the BER reader as a server would send them.
-// The first input octet sets the chunk size the fake connection delivers;
-// every decoding failure must surface as an error::Exception, never as a
-// crash, hang or runaway allocation.
+// The first input octet chooses the setting: its low six bits the chunk
+// size the fake connection delivers, bit 6 the protocol, bit 7 the early
+// end. Every decoding failure must surface as an error::Exception, never as
+// a crash, hang or runaway allocation.
 //
-// The top-level messages are "open" sequences that accept every child and
-// decode each primitive with the value class its tag suggests, so arbitrary
-// content reaches every primitive decoder as well as the state machine.
+// Two protocols take turns: the client's own message classes, and "open"
+// sequences that accept every child and decode each primitive with the
+// value class its tag suggests, so arbitrary content reaches every
+// primitive decoder as well as the state machine.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -15,6 +17,7 @@
 
 #include "protocol/ber_primitives.h"
 #include "protocol/ber_reader.h"
+#include "protocol/gui_protocol.h"
 #include "protocol/tags.h"
 #include "util/bignum.h"
 #include "util/error.h"
@@ -131,8 +134,9 @@ class ChunkStream : public old_protocol::BasicIo {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  static const OpenProtocol protocol;
-  const size_t chunk = data[0] == 0 ? 65536 : data[0];
+  static const OpenProtocol open;
+  const BerProtocol& protocol = (data[0] & 0x40) != 0 ? guiProtocol() : open;
+  const size_t chunk = (data[0] & 0x3F) == 0 ? 65536 : (data[0] & 0x3F);
   auto owned = std::make_unique<ChunkStream>(data + 1, size - 1, chunk);
   ChunkStream* stream = owned.get();
   old_protocol::BerReader reader(protocol, std::move(owned));
