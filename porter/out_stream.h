@@ -1,0 +1,60 @@
+// The sink of the export document: a sequence of texts written to a standard
+// output stream or into a gzip-compressed file.
+#ifndef TALVIX_PORTER_OUT_STREAM_H_
+#define TALVIX_PORTER_OUT_STREAM_H_
+
+#include <ostream>
+#include <string>
+
+struct gzFile_s;  // zlib's gzip file handle
+
+namespace porter {
+
+class OutStream {
+ public:
+  OutStream() = default;
+  OutStream(const OutStream&) = delete;
+  OutStream& operator=(const OutStream&) = delete;
+  virtual ~OutStream() = default;
+
+  // Appends `text` to the document; returns this stream so that writes can
+  // be chained. Implementations throw error::EFatal when they notice a
+  // failure.
+  virtual OutStream& write(const std::string& text) = 0;
+};
+
+// Forwards every text to a standard output stream that it does not own; the
+// stream must outlive this object. Write errors of the stream go unnoticed:
+// its error state is never read.
+class CPPOutStream : public OutStream {
+ public:
+  explicit CPPOutStream(std::ostream& stream) : stream_(&stream) {}
+
+  CPPOutStream& write(const std::string& text) override;
+
+ private:
+  std::ostream* stream_;
+};
+
+// Compresses the document into a gzip file. The file is opened (created or
+// truncated) by the constructor and completed (compressor flushed, gzip
+// trailer written) by the destructor.
+class GZOutStream : public OutStream {
+ public:
+  // Throws error::EFatal "Couldn't open for writing gz-stream: <fileName>"
+  // when the file cannot be opened.
+  explicit GZOutStream(const std::string& fileName);
+  ~GZOutStream() override;
+
+  // Throws error::EFatal "Error reading gz-stream: <zlib's text>" when fewer
+  // bytes than the text has were taken; a zero byte in the text ends what
+  // zlib takes, so such a text always fails.
+  GZOutStream& write(const std::string& text) override;
+
+ private:
+  gzFile_s* file_;  // owned; never null
+};
+
+}  // namespace porter
+
+#endif  // TALVIX_PORTER_OUT_STREAM_H_

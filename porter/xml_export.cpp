@@ -1,0 +1,414 @@
+#include "porter/xml_export.h"
+
+#include <ctime>
+#include <vector>
+
+#include "porter/out_stream.h"
+#include "protocol/messages_data.h"
+#include "protocol/property_codec.h"
+#include "protocol/property_values.h"
+#include "util/bignum.h"
+#include "util/error.h"
+#include "util/format.h"
+#include "util/time.h"
+
+namespace porter {
+
+namespace {
+
+// Shared by every exporter: elements nest across exporter objects.
+int32_t g_depth = 0;
+
+constexpr std::string_view kIndentUnit = "  ";
+
+constexpr std::string_view kElementNames[] = {"Property", "Object", "Meta", "Unknown", "Data"};
+
+constexpr std::string_view kAttribNames[] = {
+    "id",    "type", "datatype", "name",  "value",    "version", "exporter",
+    "start", "end",  "max",      "avg",   "min",      "ngood",   "nbad",
+    "time",  "severity", "message", "description", "timestamp", "mask"};
+
+std::string_view element_name(ElementKind kind) {
+  const auto index = static_cast<uint32_t>(kind);
+  if (index >= std::size(kElementNames)) {
+    assert_failed("Unknown element kind " + int_to_string(static_cast<int32_t>(kind)));
+  }
+  return kElementNames[index];
+}
+
+void append_indent(std::string& out) {
+  for (int32_t i = 0; i < g_depth; ++i) out += kIndentUnit;
+}
+
+// Times in the document are always written in UTC.
+std::string utc_time(int64_t time) { return iso_time2str(time, TimeZone(0)); }
+
+bool is_plain(unsigned char c) {
+  return c == ' ' || (c >= 33 && c <= 126 && c != '"' && c != '<' && c != '>' && c != '&');
+}
+
+// Renders the value of a property without the enumeration flag by its type
+// code: appends the display name to `type` and sets `value`. Returns 1 when
+// the property is left out.
+int render_value(const protocol::Property& p, uint32_t code, std::ostream& err,
+                 std::string& type, std::string& value) {
+  switch (code) {
+    case 1: {
+      bool v = false;
+      tql::decode(p, code, v);
+      type += "Boolean";
+      value = v ? "true" : "false";
+      return 0;
+    }
+    case 2:
+    case 10: {
+      uint32_t v = 0;
+      tql::decode(p, code, v);
+      type += code == 2 ? "Unsigned Integer" : "Index";
+      value = uint_to_string(v);
+      return 0;
+    }
+    case 3: {
+      int32_t v = 0;
+      tql::decode(p, code, v);
+      type += "Integer";
+      value = int_to_string(v);
+      return 0;
+    }
+    case 4: {
+      double v = 0;
+      tql::decode(p, code, v);
+      type += "Real";
+      value = real_to_string(v);
+      return 0;
+    }
+    case 5: {
+      int64_t v = 0;
+      tql::decode(p, code, v);
+      type += "Date";
+      if (v < 0) {
+        err << "(ignoring date less than zero)";
+        return 1;
+      }
+      value = utc_time(v);
+      return 0;
+    }
+    case 6:
+    case 7:
+    case 15:
+      tql::decode(p, code, value);
+      type += code == 6 ? "String" : code == 7 ? "Object" : "SnmpOid";
+      return 0;
+    case 8:
+    case 11: {
+      std::vector<std::string> v;
+      tql::decode(p, code, v);
+      type += code == 8 ? "ObjectSet" : "StringList";
+      for (size_t i = 0; i < v.size(); ++i) {
+        if (i > 0) value += ',';
+        value += v[i];
+      }
+      return 0;
+    }
+    case 9:
+      return 1;
+    case 12: {
+      std::vector<uint8_t> v;
+      tql::decode(p, code, v);
+      type += "Blob";
+      base64_encode(v, value);
+      return 0;
+    }
+    case 13: {
+      uint32_t v = 0;
+      tql::decode(p, code, v);
+      type += "Gid";
+      value = gid_to_string(v);
+      return 0;
+    }
+    case 14: {
+      std::vector<uint32_t> v;
+      tql::decode(p, code, v);
+      type += "GidList";
+      for (size_t i = 0; i < v.size(); ++i) {
+        if (i > 0) value += ',';
+        value += gid_to_string(v[i]);
+      }
+      return 0;
+    }
+    case 18: {
+      BigNum v;
+      tql::decode(p, code, v);
+      type += "BigNum";
+      value = bn_to_string(v);
+      return 0;
+    }
+    default:
+      throw error::EFatal("Unknown property " + uint_to_string(p.type) + " : " + type + " = " +
+                          value);
+  }
+}
+
+// ---- History rows ----------------------------------------------------------
+
+// Datatypes of history series.
+constexpr int32_t kSawtooth = 2;
+constexpr int32_t kEnum = 3;
+constexpr int32_t kIncidents = 4;
+constexpr int32_t kContinuous = 5;
+constexpr int32_t kAccumulation = 6;
+
+// A continuous, sawtooth or accumulation row; the reals in message order.
+struct MeasureRow {
+  int64_t start, end;
+  double max, avg, min;
+  uint32_t ngood, nbad;
+};
+
+struct EnumRow {
+  int64_t start, end;
+  uint32_t mask, ngood, nbad;
+};
+
+struct IncidentRow {
+  int64_t time;
+  int32_t severity;
+  const std::string* message;  // in the row's record
+};
+
+const protocol::BerConstructed* record_of(const std::unique_ptr<protocol::DataInterval>& row) {
+  return row ? row->data.get() : nullptr;
+}
+
+template <class Record>
+const Record& asserted_record(const std::unique_ptr<protocol::DataInterval>& row) {
+  const auto* record = dynamic_cast<const Record*>(record_of(row));
+  if (record == nullptr) assert_failed("Error in data format");
+  return *record;
+}
+
+template <class Record>
+MeasureRow measure_row(const Record& r) {
+  return {r.start, r.end, r.max, r.avg, r.min, r.ngood, r.nbad};
+}
+
+MeasureRow read_continuous(const std::unique_ptr<protocol::DataInterval>& row) {
+  return measure_row(asserted_record<protocol::DataIntervalContinuous>(row));
+}
+
+MeasureRow read_sawtooth(const std::unique_ptr<protocol::DataInterval>& row) {
+  return measure_row(*checked_cast<const protocol::DataIntervalSawtooth>(record_of(row)));
+}
+
+EnumRow read_enum(const std::unique_ptr<protocol::DataInterval>& row) {
+  const auto& r = asserted_record<protocol::DataIntervalEnum>(row);
+  return {r.start, r.end, r.mask, r.ngood, r.nbad};
+}
+
+IncidentRow read_incident(const std::unique_ptr<protocol::DataInterval>& row) {
+  const auto& r = asserted_record<protocol::DataIntervalIncident>(row);
+  return {r.time, r.severity, &r.message};
+}
+
+bool valid_interval(int64_t start, int64_t end) { return start >= 0 && end >= 0 && start <= end; }
+
+void append_attribute(std::string& out, std::string_view name, const std::string& value) {
+  out += name;
+  out += "=\"";
+  out += value;
+  out += "\" ";
+}
+
+void append_measure_row(const MeasureRow& row, std::string& out) {
+  out += "<Data ";
+  append_attribute(out, "start", utc_time(row.start));
+  append_attribute(out, "end", utc_time(row.end));
+  append_attribute(out, "max", real_to_string(row.max));
+  append_attribute(out, "avg", real_to_string(row.avg));
+  append_attribute(out, "min", real_to_string(row.min));
+  append_attribute(out, "ngood", uint_to_string(row.ngood));
+  out += "nbad=\"";
+  out += uint_to_string(row.nbad);
+  out += "\"/>\n";
+}
+
+// The numbers of the set bits, lowest first, joined with ".".
+void append_mask_list(uint32_t mask, std::string& out) {
+  bool first = true;
+  for (int bit = 0; bit < 32; ++bit) {
+    if ((mask >> bit) & 1u) {
+      if (!first) out += '.';
+      out += int_to_string(bit);
+      first = false;
+    }
+  }
+}
+
+void append_enum_row(const EnumRow& row, std::string& out) {
+  out += "<Data ";
+  append_attribute(out, "start", utc_time(row.start));
+  append_attribute(out, "end", utc_time(row.end));
+  out += "mask=\"";
+  append_mask_list(row.mask, out);
+  out += "\" ";
+  append_attribute(out, "ngood", uint_to_string(row.ngood));
+  out += "nbad=\"";
+  out += uint_to_string(row.nbad);
+  out += "\"/>\n";
+}
+
+void append_incident_row(const IncidentRow& row, std::string& out) {
+  out += "<Data ";
+  append_attribute(out, "time", utc_time(row.time));
+  append_attribute(out, "severity", int_to_string(row.severity));
+  out += "message=\"";
+  XMLExport::escape(*row.message, out);
+  out += "\"/>\n";
+}
+
+}  // namespace
+
+int64_t XMLExport::system_clock() { return static_cast<int64_t>(time(nullptr)); }
+
+XMLExport::XMLExport(ElementKind kind, std::ostream& err, Clock clock)
+    : PortBase(kind), err_(&err), clock_(clock) {}
+
+std::unique_ptr<ExportBase> XMLExport::create(ElementKind kind) const {
+  return std::make_unique<XMLExport>(kind, *err_, clock_);
+}
+
+int XMLExport::addProperty(const protocol::Property& property) {
+  const uint32_t word = property.type;
+  std::string type;
+  std::string value;
+  if (word & protocol::kPropConstant) type = "Const ";
+  if (word & protocol::kPropComputed) type += "Computed ";
+  if (word & protocol::kPropEnumeration) {
+    uint32_t v = 0;
+    tql::decode(property, word & protocol::kPropTypeMask, v);
+    value = int_to_string(static_cast<int32_t>(v));
+    type += "Enumeration(";
+    type += uint_to_string(word & 0xffffu);
+    type += ')';
+  } else if (render_value(property, word & protocol::kPropTypeMask, *err_, type, value) != 0) {
+    return 1;
+  }
+  if (property.name.empty()) throw error::EFatal("Property resolved empty name");
+  setAttribute(Attrib::Type, std::move(type));
+  setAttribute(Attrib::Name, property.name);
+  setAttribute(Attrib::Value, std::move(value));
+  return 0;
+}
+
+void XMLExport::startTag(std::string& out) const {
+  append_indent(out);
+  out += '<';
+  out += element_name(kind);
+  for (const auto& [id, value] : attributes) {
+    out += ' ';
+    out += attrib2str(id);
+    out += "=\"";
+    escape(value, out);
+    out += '"';
+  }
+}
+
+void XMLExport::open(OutStream& stream) {
+  std::string text;
+  startTag(text);
+  text += ">\n";
+  stream.write(text);
+  ++g_depth;
+}
+
+void XMLExport::close(OutStream& stream) {
+  --g_depth;
+  std::string text;
+  append_indent(text);
+  text += "</";
+  text += element_name(kind);
+  text += ">\n";
+  stream.write(text);
+}
+
+void XMLExport::writeLeaf(OutStream& stream) {
+  if (kind != ElementKind::Property) {
+    throw error::EFatal("Cannot stream a container portnode. got " +
+                        int_to_string(static_cast<int32_t>(kind)));
+  }
+  std::string text;
+  startTag(text);
+  text += "/>\n";
+  stream.write(text);
+}
+
+void XMLExport::writeData(OutStream& stream, int32_t datatype, const Rows& rows) {
+  if (datatype != kSawtooth && datatype != kEnum && datatype != kIncidents &&
+      datatype != kContinuous && datatype != kAccumulation) {
+    throw error::EFatal("Got unknown datatype for rows [" + int_to_string(datatype) + "]");
+  }
+  // One buffer for all rows: after the first row it has the capacity it needs.
+  std::string line;
+  for (const auto& row : rows) {
+    line.clear();
+    append_indent(line);
+    switch (datatype) {
+      case kContinuous:
+      case kSawtooth:
+      case kAccumulation: {
+        const MeasureRow r = datatype == kContinuous ? read_continuous(row) : read_sawtooth(row);
+        if (!valid_interval(r.start, r.end)) continue;
+        append_measure_row(r, line);
+        break;
+      }
+      case kEnum: {
+        const EnumRow r = read_enum(row);
+        if (!valid_interval(r.start, r.end)) continue;
+        append_enum_row(r, line);
+        break;
+      }
+      case kIncidents: {
+        const IncidentRow r = read_incident(row);
+        if (r.time < 0) continue;
+        append_incident_row(r, line);
+        break;
+      }
+    }
+    stream.write(line);
+  }
+}
+
+void XMLExport::writeHeader(OutStream& stream, const tqlquery::ResultObject*) {
+  const int64_t now = clock_();
+  stream.write("<?xml version=\"1.0\"?>\n");
+  stream.write("<Meta version=\"1.0\" description=\"Talvix exported database\" ");
+  stream.write("timestamp=\"" + utc_time(now) + "\">\n");
+  stream.write("</Meta>");
+}
+
+void XMLExport::writeFooter(OutStream&, const tqlquery::ResultObject*) {}
+
+std::string_view XMLExport::attrib2str(int32_t id) {
+  if (id < 0 || static_cast<size_t>(id) >= std::size(kAttribNames)) {
+    throw error::EFatal("Got unknown attrib type in attrib2str: " + int_to_string(id));
+  }
+  return kAttribNames[id];
+}
+
+void XMLExport::escape(std::string_view value, std::string& out) {
+  size_t plainStart = 0;
+  for (size_t i = 0; i < value.size(); ++i) {
+    const auto c = static_cast<unsigned char>(value[i]);
+    if (is_plain(c)) continue;
+    out.append(value, plainStart, i - plainStart);
+    out += "&#";
+    out += uint_to_string(c);
+    out += ';';
+    plainStart = i + 1;
+  }
+  out.append(value, plainStart, std::string_view::npos);
+}
+
+int32_t XMLExport::depth() { return g_depth; }
+
+}  // namespace porter
