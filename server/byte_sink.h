@@ -1,0 +1,33 @@
+// An output stream that appends everything written to a string, for
+// encoding a message completely before any of it goes to a connection.
+#ifndef TALVIX_SERVER_BYTE_SINK_H_
+#define TALVIX_SERVER_BYTE_SINK_H_
+
+#include <string>
+
+#include "net/basic_io.h"
+#include "protocol/ber_value.h"
+
+namespace server {
+
+class ByteSink : public protocol::BasicIo {
+ public:
+  void write(const void* data, size_t length) override {
+    bytes.append(static_cast<const char*>(data), length);
+  }
+  void flush() override {}
+
+  std::string bytes;
+};
+
+// `message` in the given encoding. Range and length failures of its fields
+// throw protocol::EBer.
+inline std::string encode(const protocol::BerValue& message, bool legacy) {
+  ByteSink sink;
+  message.write(sink, legacy);
+  return std::move(sink.bytes);
+}
+
+}  // namespace server
+
+#endif  // TALVIX_SERVER_BYTE_SINK_H_

@@ -1,0 +1,111 @@
+#include "server/reply_writer.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "server/request_handler.h"
+#include "util/error.h"
+
+namespace server {
+
+std::string malformed_reply() { return std::string("\x75\x80\x02\x85\x01\x01\x01\x01\x01", 9); }
+
+void write_in_chunks(protocol::BasicIo& stream, const std::string& bytes, uint32_t chunkSize) {
+  if (chunkSize == 0 || bytes.size() <= chunkSize) {
+    stream.write(bytes.data(), bytes.size());
+    stream.flush();
+    return;
+  }
+  for (size_t at = 0; at < bytes.size(); at += chunkSize) {
+    stream.write(bytes.data() + at, std::min<size_t>(chunkSize, bytes.size() - at));
+    stream.flush();
+  }
+}
+
+ReplyWriter::ReplyWriter(protocol::BasicIo& stream, const FaultOptions& faults, bool legacy)
+    : stream_(stream), faults_(faults), legacy_(legacy), thread_([this] { run(); }) {}
+
+ReplyWriter::~ReplyWriter() { finish(); }
+
+void ReplyWriter::submit(std::string answer, Clock::time_point due) {
+  Item item{std::move(answer), due};
+  if (faults_.reverseWindow > 1) {
+    window_.push_back(std::move(item));
+    if (window_.size() >= faults_.reverseWindow) flushWindow();
+    return;
+  }
+  std::lock_guard<std::mutex> lock(mutex_);
+  queue_.push_back(std::move(item));
+  wake_.notify_all();
+}
+
+bool ReplyWriter::windowPending() const { return !window_.empty(); }
+
+void ReplyWriter::flushWindow() {
+  if (window_.empty()) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (auto it = window_.rbegin(); it != window_.rend(); ++it) queue_.push_back(std::move(*it));
+  window_.clear();
+  wake_.notify_all();
+}
+
+void ReplyWriter::finish() {
+  flushWindow();
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    finishing_ = true;
+    wake_.notify_all();
+  }
+  if (thread_.joinable()) thread_.join();
+}
+
+void ReplyWriter::abort() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    aborted_ = true;
+    wake_.notify_all();
+  }
+}
+
+bool ReplyWriter::healthy() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return !failed_;
+}
+
+void ReplyWriter::run() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  for (;;) {
+    wake_.wait(lock, [this] { return aborted_ || finishing_ || !queue_.empty(); });
+    if (aborted_) return;
+    if (queue_.empty()) return;  // finishing with nothing left
+    // The head may be due later than answers behind it (reversed windows):
+    // order wins, so everything waits for the head.
+    const Clock::time_point due = queue_.front().due;
+    if (wake_.wait_until(lock, due, [this] { return aborted_; })) return;
+    Item item = std::move(queue_.front());
+    queue_.pop_front();
+    if (failed_) continue;
+    lock.unlock();
+    bool ok = true;
+    try {
+      send(item);
+    } catch (const error::Exception&) {
+      ok = false;  // the client went away; what is left is dropped
+    }
+    lock.lock();
+    if (!ok) failed_ = true;
+  }
+}
+
+void ReplyWriter::send(const Item& item) {
+  ++answers_;
+  std::string bytes;
+  for (uint32_t i = 0; i < faults_.filler; ++i) bytes += (i % 2 == 0) ? '\x19' : '\0';
+  if (faults_.strayEvery != 0 && answers_ % faults_.strayEvery == 0) {
+    bytes += error_response(nextStrayId_--, 13, "stray answer", legacy_);
+  }
+  bytes += item.bytes;
+  write_in_chunks(stream_, bytes, faults_.chunkSize);
+}
+
+}  // namespace server

@@ -1,0 +1,72 @@
+#include "server/request_handler.h"
+
+#include <memory>
+
+#include "server/byte_sink.h"
+#include "server/select_eval.h"
+
+namespace server {
+
+namespace {
+
+std::string response(int32_t id, std::unique_ptr<protocol::BerConstructed> body, bool legacy) {
+  protocol::Response message;
+  message.id = id;
+  message.resp = std::move(body);
+  return encode(message, legacy);
+}
+
+// A Response with a SelectResp holding the already encoded `objects`: the
+// empty answer ends with the list's, the SelectResp's and the Response's
+// ends of contents, and the objects go in front of them.
+std::string select_response(int32_t id, const std::string& objects, bool legacy) {
+  std::string bytes = response(id, std::make_unique<protocol::SelectResp>(), legacy);
+  bytes.insert(bytes.size() - 6, objects);
+  return bytes;
+}
+
+}  // namespace
+
+std::string error_response(int32_t id, int32_t code, const std::string& text, bool legacy) {
+  auto error = std::make_unique<protocol::ErrorResp>();
+  error->code = code;
+  error->texts.push_back(text.substr(0, 1024));
+  return response(id, std::move(error), legacy);
+}
+
+std::string get_data_response(const Database& db, int32_t id, const protocol::GetDataReq& request,
+                              bool legacy) {
+  if (!db.find(request.objectId)) {
+    return error_response(id, kErrorIdNotFound, "No object with id " + request.objectId, legacy);
+  }
+  std::shared_ptr<const History> history = db.history(request.objectId, request.indexName);
+  if (!history) {
+    return error_response(id, kErrorIdNotFound,
+                          "No history of " + request.indexName + " for " + request.objectId, legacy);
+  }
+  auto body = std::make_unique<protocol::GetDataResp>();
+  body->dataType = history->dataType;
+  body->intervals.reserve(history->intervals.size());
+  for (const Interval& row : history->intervals) body->intervals.push_back(to_interval(row));
+  try {
+    return response(id, std::move(body), legacy);
+  } catch (const protocol::EBer& e) {
+    return error_response(id, kErrorBackend, "History cannot be encoded: " + e.text(), legacy);
+  }
+}
+
+std::string answer_request(const Database& db, ObjectEncoder& encoder,
+                           const protocol::Request& request, bool legacy) {
+  const protocol::BerConstructed* body = request.req.get();
+  if (auto* select = dynamic_cast<const protocol::SelectReq*>(body)) {
+    SelectOutcome outcome = evaluate_select(db, encoder, *select, legacy);
+    if (outcome.error != 0) return error_response(request.id, outcome.error, outcome.text, legacy);
+    return select_response(request.id, outcome.objects, legacy);
+  }
+  if (auto* data = dynamic_cast<const protocol::GetDataReq*>(body)) {
+    return get_data_response(db, request.id, *data, legacy);
+  }
+  return error_response(request.id, kErrorNotImplemented, "The request is not implemented", legacy);
+}
+
+}  // namespace server

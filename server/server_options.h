@@ -1,0 +1,63 @@
+// What the stand-in server is told on its command line: where its objects
+// come from, where it listens, how it answers the handshake, and which
+// faults and delays it injects into its replies.
+#ifndef TALVIX_SERVER_SERVER_OPTIONS_H_
+#define TALVIX_SERVER_SERVER_OPTIONS_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace server {
+
+// The authentication alternative offered in ServerOffers.
+enum class OfferedAuth { kNoAuth, kPrivateKey, kPassword, kLinkHandshake };
+
+struct HandshakeOptions {
+  int32_t version = 0x0203;  // offered in ServerOffers
+  OfferedAuth auth = OfferedAuth::kNoAuth;
+  // When set, ClientWants is answered with NegotiateNack carrying this reason
+  // and the connection is closed.
+  std::optional<std::string> nackReason;
+  // Greet with a legacy-encoded ClientWants (first octets 60 80 02 02 01 00
+  // 61 80) and speak the legacy encoding from then on.
+  bool legacyGreeting = false;
+};
+
+// Faults and latency applied to every connection. Request numbers count the
+// requests of one connection from 1.
+struct FaultOptions {
+  uint32_t delayMs = 0;         // each answer leaves this long after its request arrived
+  uint32_t chunkSize = 0;       // >0: every reply is written in pieces of this many octets
+  uint32_t filler = 0;          // octets (19 and 00 in turn) written before each answer
+  uint32_t strayEvery = 0;      // >0: a Response with an unknown id before every n-th answer
+  uint32_t reverseWindow = 0;   // >1: answers reversed within windows of this many requests
+  uint32_t closeAtRequest = 0;  // >0: the connection closes when this request arrives
+  uint32_t malformedAtRequest = 0;  // >0: this request is answered with undecodable octets
+};
+
+struct ServerOptions {
+  std::string dbFile;        // --db: a JSON database
+  std::string generateShape; // --generate: a generated database of this shape
+  uint16_t port = 0;         // 0: any free port
+  HandshakeOptions handshake;
+  FaultOptions faults;
+};
+
+// The outcome of reading the command line.
+struct ParsedArgs {
+  ServerOptions options;
+  bool help = false;   // --help was given: print usage() and exit 0
+  std::string error;   // non-empty: the arguments are wrong; print it and usage()
+};
+
+// Reads argv[1..argc-1]. Never throws and never exits.
+ParsedArgs parse_server_args(int argc, const char* const* argv);
+
+// The --help text.
+std::string server_usage();
+
+}  // namespace server
+
+#endif  // TALVIX_SERVER_SERVER_OPTIONS_H_
