@@ -1,0 +1,65 @@
+#include "support/message_io.h"
+
+#include "protocol/ber_reader.h"
+#include "protocol/gui_protocol.h"
+
+namespace testing_support {
+namespace {
+
+// A legacy ClientWants (version 0x0100, a ClientPrivateKey with empty texts
+// and a false flag) whose first eight octets select the legacy encoding.
+const char kLegacyMarker[] = "60 80 02 02 01 00 61 80 16 00 16 00 16 00 01 01 00 00 00 00 00";
+
+// Answers the first top-level value of a legacy stream (the marker) with the
+// real ClientWants and everything else through `inner`.
+class MarkerProtocol : public protocol::BerProtocol {
+ public:
+  explicit MarkerProtocol(const protocol::BerProtocol& inner) : inner_(inner) {}
+  std::unique_ptr<protocol::BerConstructed> makeMessage(protocol::TagCode tag,
+                                                        bool legacy) const override {
+    if (!markerSeen_) {
+      markerSeen_ = true;
+      return protocol::guiProtocol().makeMessage(tag, legacy);
+    }
+    return inner_.makeMessage(tag, legacy);
+  }
+
+ private:
+  const protocol::BerProtocol& inner_;
+  mutable bool markerSeen_ = false;
+};
+
+}  // namespace
+
+Bytes encode_message(const protocol::BerValue& message, bool legacy) {
+  ByteSink sink;
+  message.write(sink, legacy);
+  return sink.bytes;
+}
+
+MessageList decode_messages(const Bytes& bytes, bool legacy, const protocol::BerProtocol& protocol,
+                            bool octetwise) {
+  Bytes input = bytes;
+  if (legacy) {
+    input = from_hex(kLegacyMarker);
+    input.insert(input.end(), bytes.begin(), bytes.end());
+  }
+  auto stream = std::make_unique<ScriptedStream>();
+  if (octetwise) {
+    stream->octets(input);
+  } else {
+    stream->chunk(input);
+  }
+  ScriptedStream* script = stream.get();
+  MarkerProtocol marked(protocol);
+  old_protocol::BerReader reader(legacy ? static_cast<const protocol::BerProtocol&>(marked)
+                                        : protocol,
+                                 std::move(stream));
+  while (script->readable()) reader.readSome(false);
+  MessageList messages;
+  while (auto m = reader.takeMessage()) messages.push_back(std::move(m));
+  if (legacy && !messages.empty()) messages.erase(messages.begin());
+  return messages;
+}
+
+}  // namespace testing_support
