@@ -1,6 +1,7 @@
 #include "porter/xml_export.h"
 
 #include <ctime>
+#include <iterator>
 #include <vector>
 
 #include "porter/out_stream.h"
@@ -24,9 +25,9 @@ constexpr std::string_view kIndentUnit = "  ";
 constexpr std::string_view kElementNames[] = {"Property", "Object", "Meta", "Unknown", "Data"};
 
 constexpr std::string_view kAttribNames[] = {
-    "id",    "type", "datatype", "name",  "value",    "version", "exporter",
-    "start", "end",  "max",      "avg",   "min",      "ngood",   "nbad",
-    "time",  "severity", "message", "description", "timestamp", "mask"};
+    "id",    "type",     "datatype", "name",        "value",     "version", "exporter",
+    "start", "end",      "max",      "avg",         "min",       "ngood",   "nbad",
+    "time",  "severity", "message",  "description", "timestamp", "mask"};
 
 std::string_view element_name(ElementKind kind) {
   const auto index = static_cast<uint32_t>(kind);
@@ -50,8 +51,8 @@ bool is_plain(unsigned char c) {
 // Renders the value of a property without the enumeration flag by its type
 // code: appends the display name to `type` and sets `value`. Returns 1 when
 // the property is left out.
-int render_value(const protocol::Property& p, uint32_t code, std::ostream& err,
-                 std::string& type, std::string& value) {
+int render_value(const protocol::Property& p, uint32_t code, std::ostream& err, std::string& type,
+                 std::string& value) {
   switch (code) {
     case 1: {
       bool v = false;
