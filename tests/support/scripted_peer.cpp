@@ -250,6 +250,8 @@ ScriptedPeer::ScriptedPeer(Script script, std::chrono::milliseconds limit)
 
 ScriptedPeer::~ScriptedPeer() {
   if (thread_.joinable()) thread_.join();
+  if (reported_) return;
+  for (const std::string& complaint : complaints_) ADD_FAILURE() << "scripted peer: " << complaint;
 }
 
 void ScriptedPeer::run(Script script) {
@@ -279,6 +281,7 @@ void ScriptedPeer::run(Script script) {
 std::vector<std::string> ScriptedPeer::finish() {
   if (thread_.joinable()) thread_.join();
   std::lock_guard<std::mutex> lock(mutex_);
+  reported_ = true;
   return complaints_;
 }
 

@@ -109,6 +109,8 @@ class ScriptedPeer {
                         std::chrono::milliseconds limit = std::chrono::seconds(10));
   ScriptedPeer(const ScriptedPeer&) = delete;
   ScriptedPeer& operator=(const ScriptedPeer&) = delete;
+  // Waits for the script; complaints that finish() has not returned are
+  // reported as test failures (e.g. when the test left by an exception).
   ~ScriptedPeer();
 
   uint16_t port() const { return listener_.port(); }
@@ -124,6 +126,7 @@ class ScriptedPeer {
   std::chrono::steady_clock::time_point deadline_;
   std::mutex mutex_;
   std::vector<std::string> complaints_;
+  bool reported_ = false;
   std::thread thread_;
 };
 
