@@ -83,7 +83,7 @@ void append_object(std::string& out, const std::string& head, const std::string&
   out.append(2, '\0');
   append_tag(out, protocol::set_tag(legacy));
   out += '\x80';
-  out.append(6, '\0');
+  out.append(4, '\0');  // the empty number set's end and the Object's end
 }
 
 }  // namespace server
