@@ -294,7 +294,7 @@ GeneratorShape parse_generator_shape(const std::string& text) {
     return error::EFatal("Bad database shape \"" + text + "\": " + why);
   };
   for (int n = 0; n < 5; ++n) {
-    if (n == 4 && pos == s.size()) break;
+    if (n == 4 && pos == s.size() && s.back() != '/') break;
     std::optional<uint64_t> v = read_number(s, pos);
     if (!v || *v > 0xffffffffu) throw bad("expected FANOUTxNODESxCHECKSxROWS/DEPTH");
     values[n] = *v;
