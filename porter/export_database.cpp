@@ -1,0 +1,115 @@
+#include "porter/export_database.h"
+
+#include <fstream>
+#include <memory>
+#include <set>
+#include <vector>
+
+#include "client/select.h"
+#include "client/session.h"
+#include "porter/export_base.h"
+#include "porter/export_object.h"
+#include "porter/export_state.h"
+#include "porter/out_stream.h"
+#include "util/error.h"
+#include "util/format.h"
+
+namespace porter {
+
+namespace {
+
+// The id of the export root: the root domain for ".", else the last object of
+// the first-child chain of the dotted path's answer.
+std::string find_export_root(WalkSource& source, const Session& session,
+                             const std::string& exportDomain) {
+  if (exportDomain == ".") return session.rootDomainId;
+  std::vector<std::string> pieces;
+  split(exportDomain, '.', false, pieces);
+  std::string pattern = ".";
+  for (const std::string& piece : pieces) pattern += " > Domain { name ~= \"" + piece + "\"}";
+
+  std::shared_ptr<tqlquery::Select> lookup = source.select(session.rootDomainId, pattern);
+  const tqlquery::ResultObject* object = lookup->find_result_opt(session.rootDomainId);
+  if (object == nullptr) {
+    throw error::EFatal("Domain \"" + exportDomain + "\" does not exist.");
+  }
+  while (!object->children().empty()) object = object->children().front().get();
+  return object->id();
+}
+
+// The output of the document: a gzip file, a plain file or standard output.
+class Output {
+ public:
+  Output(const std::string& fileName, bool gzip, std::ostream& standardOutput) {
+    if (gzip) {
+      stream_ = std::make_unique<GZOutStream>(fileName);
+      return;
+    }
+    if (fileName.empty()) {
+      plain_ = &standardOutput;
+    } else {
+      file_ = std::make_unique<std::ofstream>(fileName, std::ios::out | std::ios::trunc);
+      if (!*file_) throw error::EFatal("Error opening: " + fileName + ": " + last_error_text());
+      plain_ = file_.get();
+    }
+    stream_ = std::make_unique<CPPOutStream>(*plain_);
+  }
+
+  OutStream& stream() { return *stream_; }
+
+  // Flushes a plain output, then closes the file (a gzip file is completed).
+  void close() {
+    if (plain_ != nullptr) plain_->flush();
+    file_.reset();
+    stream_.reset();
+  }
+
+ private:
+  std::ostream* plain_ = nullptr;
+  std::unique_ptr<std::ofstream> file_;
+  std::unique_ptr<OutStream> stream_;
+};
+
+}  // namespace
+
+int export_database(const std::string& server, int32_t port, const std::string& login,
+                    const std::string& password, const std::string& loginDomain,
+                    const std::string& exportDomain, const std::string& outputFileName,
+                    const ExportBase& prototype, const ClassFilter& filter, bool history,
+                    bool gzip, const ExportEnvironment& environment) {
+  ExportState& state = export_state();
+  state.history = history;
+  state.filter = filter;
+  state.err = environment.errorStream;
+
+  // The session stays open until the process ends; no logout is sent.
+  static std::unique_ptr<Session> session;
+  session = openSession(environment.connector, server, static_cast<uint32_t>(port), "Exporter",
+                        login, password, loginDomain);
+  state.session = session.get();
+  SequentialSource source(*session);
+  state.source = &source;
+
+  const std::string rootId = find_export_root(source, *session, exportDomain);
+  std::shared_ptr<tqlquery::Select> rootSelect = source.select(rootId, ".!");
+  const tqlquery::ResultObject* domain = rootSelect->find_result_opt(rootId);
+  if (domain == nullptr) throw error::EFatal("Domain non existing");
+
+  std::unique_ptr<ExportBase> header = prototype.create(ElementKind::Meta);
+  Output output(outputFileName, gzip, *environment.standardOutput);
+
+  std::shared_ptr<tqlquery::Select> treeSelect = source.select(domain->id(), ".! > .");
+  const tqlquery::ResultObject& tree = treeSelect->find_result(domain->id());
+  header->writeHeader(output.stream(), &tree);
+
+  add_ignored_classes(state.filter, DEFAULT_IGNORED_CLASSES);
+  std::set<std::string> visited;
+  export_object(tree, output.stream(), prototype, visited, exportDomain == ".", false);
+  header->writeFooter(output.stream(), &tree);
+
+  output.close();
+  state.source = nullptr;
+  return 0;
+}
+
+}  // namespace porter

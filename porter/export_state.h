@@ -1,0 +1,75 @@
+// The state of the running export that the driver sets up and the object
+// tree walk reads, and the source through which the walk asks the server.
+//
+// The walk never sends a request itself: it asks its WalkSource for the
+// answer it needs next. The sequential source sends each request and waits
+// for it; a pipelined source may have asked ahead. Either way the walk alone
+// decides what is written and in which order.
+#ifndef TALVIX_PORTER_EXPORT_STATE_H_
+#define TALVIX_PORTER_EXPORT_STATE_H_
+
+#include <iosfwd>
+#include <memory>
+#include <string>
+
+#include "porter/class_filter.h"
+
+class Session;
+namespace tqlquery {
+class Select;
+}
+namespace dataquery {
+class GetData;
+}
+
+namespace porter {
+
+// Classes that are never exported unless they lie below a class named with
+// "+" in -I.
+inline constexpr char DEFAULT_IGNORED_CLASSES[] =
+    "ClusterConfig,ReportSelection,NetworkScan,NetworkScanWork,SnmpScan,NotificationJob,"
+    "ForecastModel";
+
+// Where the walk gets its answers. Each call returns a request that has been
+// answered (or failed with a server error code in its `error`); the caller
+// holds the returned reference until it is done with the results. Transport
+// and decoding failures are thrown.
+class WalkSource {
+ public:
+  virtual ~WalkSource() = default;
+  // A select of `pattern` from `startId`.
+  virtual std::shared_ptr<tqlquery::Select> select(const std::string& startId,
+                                                   const std::string& pattern) = 0;
+  // The stored history of one index property of one object.
+  virtual std::shared_ptr<dataquery::GetData> history(const std::string& objectId,
+                                                      const std::string& indexName) = 0;
+};
+
+// Sends every request and awaits it before the next one is made.
+class SequentialSource : public WalkSource {
+ public:
+  // `session` must outlive the source.
+  explicit SequentialSource(Session& session) : session_(session) {}
+  std::shared_ptr<tqlquery::Select> select(const std::string& startId,
+                                           const std::string& pattern) override;
+  std::shared_ptr<dataquery::GetData> history(const std::string& objectId,
+                                              const std::string& indexName) override;
+
+ private:
+  Session& session_;
+};
+
+struct ExportState {
+  Session* session = nullptr;     // the logged-in session of the run
+  WalkSource* source = nullptr;   // how the walk reaches the session
+  ClassFilter filter;             // included, ignored, includedWithSubtree
+  bool history = true;            // false with -c
+  std::ostream* err = nullptr;    // progress marks and notices (std::cerr)
+};
+
+// The process-wide state of the running export.
+ExportState& export_state();
+
+}  // namespace porter
+
+#endif  // TALVIX_PORTER_EXPORT_STATE_H_
