@@ -120,8 +120,4 @@ TEST(GetDataTest, AnswerOfAnotherTypeIsRejected) {
   for (const std::string& complaint : server.finish()) ADD_FAILURE() << complaint;
 }
 
-TEST(GetDataTest, NameIsTheGenericOne) {
-  EXPECT_EQ(dataquery::GetData("X", "i", 0, 0, 0, 0, false).name(), "Unknown request");
-}
-
 }  // namespace
