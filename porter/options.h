@@ -12,6 +12,7 @@
 #include <string>
 
 #include "porter/class_filter.h"
+#include "porter/extra_settings.h"
 
 namespace porter {
 
@@ -56,6 +57,7 @@ struct RunSettings {
   bool history = true;               // cleared by -c
   bool gzip = false;                 // -z; needs -f
   ClassFilter classFilter;           // -i, -I
+  ExtraSettings extra;               // -o name=value,...
 
   bool operator==(const RunSettings&) const = default;
 };

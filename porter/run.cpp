@@ -71,7 +71,17 @@ class CommandLine {
             add_included_classes(settings_.classFilter, *value);
           }
           break;
-        case 'o': break;  // accepted for compatibility; its value has no use
+        case 'o':
+          if (std::string complaint = apply_extra_settings(*value, settings_.extra);
+              !complaint.empty()) {
+            err_ << "Error: " << complaint << line_end;
+            return fail_with_hint();
+          }
+          if (settings_.extra.help) {
+            print_extra_settings_help(err_);
+            return 0;
+          }
+          break;
         default: break;   // every letter of kOptionString is handled above
       }
     }

@@ -1,0 +1,100 @@
+#include "porter/extra_settings.h"
+
+#include <charconv>
+#include <ostream>
+#include <vector>
+
+#include "util/format.h"
+
+namespace porter {
+
+namespace {
+
+struct Setting {
+  const char* name;
+  const char* help;
+  // Stores a parsed value; false when the value does not fit.
+  bool (*apply)(const std::string& value, ExtraSettings& settings);
+  const char* expected;
+};
+
+// A decimal number within [low, high], nothing else (no sign, no blanks).
+bool parse_number(const std::string& text, uint32_t low, uint32_t high, uint32_t& out) {
+  uint32_t value = 0;
+  const char* end = text.data() + text.size();
+  auto [ptr, ec] = std::from_chars(text.data(), end, value);
+  if (text.empty() || ec != std::errc() || ptr != end || value < low || value > high) return false;
+  out = value;
+  return true;
+}
+
+bool parse_flag(const std::string& text, bool& out) {
+  if (text == "1" || text == "on" || text == "yes" || text == "true") {
+    out = true;
+  } else if (text == "0" || text == "off" || text == "no" || text == "false") {
+    out = false;
+  } else {
+    return false;
+  }
+  return true;
+}
+
+const Setting kSettings[] = {
+    {"pipeline", "pipeline=N   keep up to N requests (1 to 4096) in flight; 1 is sequential",
+     [](const std::string& v, ExtraSettings& s) { return parse_number(v, 1, 4096, s.pipeline); },
+     "a whole number from 1 to 4096"},
+    {"progress", "progress=1   show a live progress display instead of the dots",
+     [](const std::string& v, ExtraSettings& s) { return parse_flag(v, s.progress); },
+     "0 or 1"},
+    {"atomic",
+     "atomic=1     with -f: write a temporary file and rename it over the target only on success",
+     [](const std::string& v, ExtraSettings& s) { return parse_flag(v, s.atomic); }, "0 or 1"},
+    {"timeout",
+     "timeout=S    give up when connecting or a wait for the server makes no progress for S seconds",
+     [](const std::string& v, ExtraSettings& s) { return parse_number(v, 1, 86400, s.timeout); },
+     "a whole number of seconds from 1 to 86400"},
+    {"level", "level=N      gzip compression level 0 (none) to 9 (best) for -z",
+     [](const std::string& v, ExtraSettings& s) {
+       uint32_t level = 0;
+       if (!parse_number(v, 0, 9, level)) return false;
+       s.level = static_cast<int32_t>(level);
+       return true;
+     },
+     "a whole number from 0 to 9"},
+    {"help", "help         print this list and exit",
+     [](const std::string&, ExtraSettings& s) {
+       s.help = true;
+       return true;
+     },
+     ""},
+};
+
+}  // namespace
+
+std::string apply_extra_settings(const std::string& text, ExtraSettings& settings) {
+  std::vector<std::string> pieces;
+  split(text, ',', false, pieces);
+  for (const std::string& piece : pieces) {
+    const size_t equals = piece.find('=');
+    const std::string name = piece.substr(0, equals);
+    const std::string value = equals == std::string::npos ? "" : piece.substr(equals + 1);
+    for (const Setting& setting : kSettings) {
+      if (name != setting.name) continue;
+      if (equals == std::string::npos && name != "help") break;  // a bare word: ignored
+      if (!setting.apply(value, settings)) {
+        return "bad value " + quote_escape(value) + " for -o " + name + ": expected " +
+               setting.expected;
+      }
+      break;
+    }
+  }
+  return "";
+}
+
+void print_extra_settings_help(std::ostream& out) {
+  out << "Settings of -o (a comma-separated list of name=value):\n";
+  for (const Setting& setting : kSettings) out << "  " << setting.help << "\n";
+  out.flush();
+}
+
+}  // namespace porter
