@@ -8,12 +8,11 @@
 
 #include "net/connection.h"
 #include "porter/class_filter.h"
+#include "porter/extra_settings.h"
 
 class ExportBase;
 
 namespace porter {
-
-
 
 // Where an export connects and writes besides the output file; the defaults
 // are the process's own. Everything referenced must outlive the call.
@@ -21,6 +20,8 @@ struct ExportEnvironment {
   ConnectionFactory connector;       // connectTcp
   std::ostream* standardOutput = &std::cout;
   std::ostream* errorStream = &std::cerr;
+  bool errorIsTerminal = false;      // errorStream shows on a terminal (progress redraws in place)
+  ExtraSettings extra;               // the -o settings; the defaults change nothing
 };
 
 // Logs in to server:port as `login` of `loginDomain`, finds the export domain
