@@ -67,6 +67,20 @@ std::shared_ptr<const std::string> ObjectEncoder::head(const StoredObject& objec
   return bytes;
 }
 
+std::shared_ptr<const StoredObject> ObjectEncoder::find(const Database& db, const std::string& id) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto found = objects_.find(id);
+    if (found != objects_.end()) return found->second;
+  }
+  std::shared_ptr<const StoredObject> object = db.find(id);
+  if (!object) return nullptr;
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (objects_.size() >= capacity_) objects_.clear();
+  objects_.emplace(id, object);
+  return object;
+}
+
 size_t ObjectEncoder::cached() const {
   std::lock_guard<std::mutex> lock(mutex_);
   size_t total = 0;

@@ -1,5 +1,5 @@
 // Encoding of the database's objects as protocol::Object values, with a
-// cache of the encodings that selects ask for again and again.
+// cache of the objects and encodings that selects ask for again and again.
 //
 // An Object is written in two parts: its head (class name, flags, id, text
 // and property list) and its tail (the list of child objects, the empty
@@ -38,6 +38,10 @@ class ObjectEncoder {
   // id, for instance); nothing is cached then.
   std::shared_ptr<const std::string> head(const StoredObject& object, PropertyChoice properties,
                                           bool legacy);
+  // db.find(id), remembered: a database may compute its objects on every
+  // lookup, and the same objects are asked for again and again. The
+  // database must not change while the encoder is in use.
+  std::shared_ptr<const StoredObject> find(const Database& db, const std::string& id);
 
   size_t cached() const;
 
@@ -45,6 +49,7 @@ class ObjectEncoder {
   const size_t capacity_;
   mutable std::mutex mutex_;
   std::unordered_map<std::string, std::shared_ptr<const std::string>> heads_[4];
+  std::unordered_map<std::string, std::shared_ptr<const StoredObject>> objects_;
 };
 
 // Appends a complete Object to `out`: `head`, then a list holding the

@@ -82,13 +82,20 @@ void ReplyWriter::run() {
     // order wins, so everything waits for the head.
     const Clock::time_point due = queue_.front().due;
     if (wake_.wait_until(lock, due, [this] { return aborted_; })) return;
-    Item item = std::move(queue_.front());
-    queue_.pop_front();
+    // Everything due by now goes out in one write (unless replies are to
+    // be chunked), so that pipelined answers do not wait on each other's
+    // acknowledgements.
+    std::string bytes;
+    const Clock::time_point now = Clock::now();
+    do {
+      append(bytes, queue_.front());
+      queue_.pop_front();
+    } while (faults_.chunkSize == 0 && !queue_.empty() && queue_.front().due <= now);
     if (failed_) continue;
     lock.unlock();
     bool ok = true;
     try {
-      send(item);
+      write_in_chunks(stream_, bytes, faults_.chunkSize);
     } catch (const error::Exception&) {
       ok = false;  // the client went away; what is left is dropped
     }
@@ -97,15 +104,13 @@ void ReplyWriter::run() {
   }
 }
 
-void ReplyWriter::send(const Item& item) {
+void ReplyWriter::append(std::string& bytes, const Item& item) {
   ++answers_;
-  std::string bytes;
   for (uint32_t i = 0; i < faults_.filler; ++i) bytes += (i % 2 == 0) ? '\x19' : '\0';
   if (faults_.strayEvery != 0 && answers_ % faults_.strayEvery == 0) {
     bytes += error_response(nextStrayId_--, 13, "stray answer", legacy_);
   }
   bytes += item.bytes;
-  write_in_chunks(stream_, bytes, faults_.chunkSize);
 }
 
 }  // namespace server

@@ -67,7 +67,9 @@ class ReplyWriter {
     Clock::time_point due;
   };
   void run();
-  void send(const Item& item);
+  // Appends the octets that go out for `item`: filler, a stray answer when
+  // one is due, the answer itself.
+  void append(std::string& bytes, const Item& item);
 
   protocol::BasicIo& stream_;
   const FaultOptions faults_;

@@ -20,8 +20,12 @@ std::string response(int32_t id, std::unique_ptr<protocol::BerConstructed> body,
 // empty answer ends with the list's, the SelectResp's and the Response's
 // ends of contents, and the objects go in front of them.
 std::string select_response(int32_t id, const std::string& objects, bool legacy) {
-  std::string bytes = response(id, std::make_unique<protocol::SelectResp>(), legacy);
-  bytes.insert(bytes.size() - 6, objects);
+  const std::string empty = response(id, std::make_unique<protocol::SelectResp>(), legacy);
+  std::string bytes;
+  bytes.reserve(empty.size() + objects.size());
+  bytes.append(empty, 0, empty.size() - 6);
+  bytes += objects;
+  bytes.append(empty, empty.size() - 6, 6);
   return bytes;
 }
 

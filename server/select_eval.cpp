@@ -82,7 +82,7 @@ class Evaluator {
     };
     bool matchedRequired = false;
     for (const std::string& childId : object.children) {
-      std::shared_ptr<const StoredObject> child = db_.find(childId);
+      std::shared_ptr<const StoredObject> child = encoder_.find(db_, childId);
       if (!child) continue;
       for (size_t i = 0; i < counts.size(); ++i) {
         const protocol::PathPattern& s = alternative(i);
@@ -112,7 +112,7 @@ SelectOutcome evaluate_select(const Database& db, ObjectEncoder& encoder,
     check_pattern(*request.pattern);
     std::vector<std::shared_ptr<const StoredObject>> starts;
     for (const std::string& id : request.startIds) {
-      std::shared_ptr<const StoredObject> object = db.find(id);
+      std::shared_ptr<const StoredObject> object = encoder.find(db, id);
       if (!object) throw Failure{kErrorIdNotFound, "No object with id " + id};
       starts.push_back(std::move(object));
     }
