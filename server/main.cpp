@@ -1,16 +1,26 @@
 // talvix-server: the stand-in monitoring server for demos, end-to-end tests
 // and benchmarks. See server_usage() for the command line.
-#include <pthread.h>
 #include <signal.h>
 
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <memory>
+#include <thread>
 
 #include "server/database_json.h"
 #include "server/generator.h"
 #include "server/server.h"
 #include "server/server_options.h"
 #include "util/error.h"
+
+namespace {
+
+volatile std::sig_atomic_t g_stop = 0;
+
+void request_stop(int) { g_stop = 1; }
+
+}  // namespace
 
 int main(int argc, char** argv) {
   const server::ParsedArgs args = server::parse_server_args(argc, argv);
@@ -23,13 +33,13 @@ int main(int argc, char** argv) {
                  server::server_usage().c_str());
     return 2;
   }
-  // Every thread started from here on inherits the blocked signals, so that
-  // SIGINT and SIGTERM reach only the sigwait() below.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+  // SIGINT and SIGTERM only raise a flag; the main thread notices it within
+  // 50 ms and shuts the server down in order.
+  struct sigaction action = {};
+  action.sa_handler = request_stop;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
   try {
     std::shared_ptr<const server::Database> db;
     if (!args.options.dbFile.empty()) {
@@ -42,8 +52,7 @@ int main(int argc, char** argv) {
     s.start();
     std::printf("%u\n", static_cast<unsigned>(s.port()));
     std::fflush(stdout);
-    int received = 0;
-    sigwait(&stopSignals, &received);
+    while (g_stop == 0) std::this_thread::sleep_for(std::chrono::milliseconds(50));
     s.stop();
   } catch (const error::Exception& e) {
     std::fprintf(stderr, "talvix-server: %s\n", e.text().c_str());
