@@ -31,13 +31,13 @@ int next_option(int argc, char** argv, const char* optionString,
   }
 
   const char letter = arg[1];
-  const char* spec = is_graphic(letter) ? std::strchr(optionString, letter) : nullptr;
-  if (spec == nullptr) {
+  const char* entry = is_graphic(letter) ? std::strchr(optionString, letter) : nullptr;
+  if (entry == nullptr) {
     value = arg;
     return kUnknownOption;
   }
 
-  if (spec[1] == ':') {
+  if (entry[1] == ':') {
     if (arg[2] != '\0') {
       value = arg + 2;
     } else if (option_index < argc && !is_option_argument(argv[option_index])) {
