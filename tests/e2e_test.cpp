@@ -1,0 +1,485 @@
+// End-to-end runs of the real talvix-exporter binary against the real
+// talvix-server binary on a free loopback port. Each run is compared whole:
+// the document (with the run's time stamp masked), the error stream and the
+// exit code. The expected documents are written by hand from the document
+// rules, mostly in tests/data/e2e_types.xml for tests/data/e2e_types.json;
+// variants are cut from it by element id.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/e2e_document.h"
+#include "support/e2e_process.h"
+
+namespace {
+
+using e2e::RunResult;
+using e2e::ServerProcess;
+using e2e::TempDir;
+
+const std::string kExporter = TALVIX_EXPORTER_BINARY;
+const std::string kServer = TALVIX_SERVER_BINARY;
+const std::string kDataDir = TALVIX_E2E_DATA_DIR;
+const auto kRunLimit = std::chrono::seconds(60);
+
+// The document up to the first Object start tag, which shares the line.
+const std::string kHeader =
+    "<?xml version=\"1.0\"?>\n"
+    "<Meta version=\"1.0\" description=\"Talvix exported database\" timestamp=\"TIMESTAMP\">\n"
+    "</Meta>";
+
+// The root domain of e2e_types.json with its properties.
+const std::string kRootOpen =
+    "<Object id=\"root\" type=\"Domain\">\n"
+    "  <Property type=\"String\" name=\"name\" value=\"Test root\"/>\n"
+    "  <Property type=\"Computed String\" name=\"siblingName\" value=\"root\"/>\n"
+    "  <Property type=\"String\" name=\"treeLabel\" value=\".\"/>\n";
+
+// Objects of e2e_types.json that the default export leaves out as
+// duplicates, or whose children it leaves out as ignored classes.
+const std::string kUserMib =
+    "  <Object id=\"u-mib\" type=\"User\">\n"
+    "    <Property type=\"String\" name=\"siblingName\" value=\"IF-MIB\"/>\n"
+    "  </Object>\n";
+const std::string kNodeDup =
+    "  <Object id=\"n-dup\" type=\"Node\">\n"
+    "    <Property type=\"String\" name=\"name\" value=\"same siblingName as a user\"/>\n"
+    "    <Property type=\"String\" name=\"siblingName\" value=\"amy\"/>\n"
+    "  </Object>\n";
+const std::string kNodeFlag2Alone =
+    "  <Object id=\"n-flag2\" type=\"Node\">\n"
+    "    <Property type=\"String\" name=\"siblingName\" value=\"flag2\"/>\n"
+    "  </Object>\n";
+const std::string kNodeFlag2Subtree =
+    "  <Object id=\"n-flag2\" type=\"Node\">\n"
+    "    <Property type=\"String\" name=\"siblingName\" value=\"flag2\"/>\n"
+    "    <Object id=\"scan-f2\" type=\"NetworkScan\">\n"
+    "      <Property type=\"String\" name=\"siblingName\" value=\"sweep\"/>\n"
+    "    </Object>\n"
+    "    <Object id=\"chk-f2\" type=\"Check\">\n"
+    "      <Property type=\"String\" name=\"siblingName\" value=\"c2\"/>\n"
+    "      <Object id=\"job-f2\" type=\"NotificationJob\">\n"
+    "        <Property type=\"String\" name=\"siblingName\" value=\"job\"/>\n"
+    "      </Object>\n"
+    "    </Object>\n"
+    "  </Object>\n";
+
+const std::string kDateNotice = "(ignoring date less than zero)";
+const std::string kEndOfStream = "Error\nError reading: OsalSocket::read end of stream\n";
+
+// `count` history progress lines for object `id`.
+std::string statistics(const std::string& id, int count) {
+  std::string lines;
+  for (int i = 0; i < count; ++i) lines += "\nExporting statistical data (" + id + "). Please wait.";
+  return lines;
+}
+
+// The error stream of a default export of e2e_types.json, piece by piece:
+// every Domain writes its progress line and a line end when it closes, every
+// other exported object one dot; n-types has one history series (answered
+// with a server error) and chk-root seven.
+const std::string kTypesTail =
+    ".."  // n-flag2, chk-f2
+    "\nExporting domain east"
+    ".."  // n-east, chk-east
+    "\nExporting domain east.lab"
+    "."     // n-lab
+    "\n\n"  // east.lab and east closed
+    "." +   // chk-root
+    statistics("chk-root", 7) + "\n" +
+    "."    // rep&1
+    "\n";  // the root closed
+const std::string kFullErr = "\nExporting domain ."
+                             "......."  // mod-if, obj-up, u-zed, u-amy, ag-1, ap-mail, n-types
+                             + kDateNotice + statistics("n-types", 1) + "\n" + kTypesTail;
+// Without the MIB section, u-mib is no longer a duplicate of IF-MIB.
+const std::string kNoMibErr = "\nExporting domain ."
+                              "......"  // u-zed, u-amy, u-mib, ag-1, ap-mail, n-types
+                              + kDateNotice + statistics("n-types", 1) + "\n" + kTypesTail;
+// With -c there are neither history progress lines nor their closing line end.
+const std::string kConfigErr = "\nExporting domain ." ".......(ignoring date less than zero)"
+                               "..\nExporting domain east..\nExporting domain east.lab.\n\n"
+                               ".."  // chk-root, rep&1
+                               "\n";
+
+std::string data_path(const std::string& name) { return kDataDir + "/" + name; }
+
+// The hand-written document of a default export of e2e_types.json.
+const std::string& full_document() {
+  static const std::string document = e2e::read_file(data_path("e2e_types.xml"));
+  return document;
+}
+
+std::vector<std::string> concat(std::vector<std::string> a, const std::vector<std::string>& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+RunResult run_exporter(const std::vector<std::string>& args, const std::string& workDir = "") {
+  return e2e::run_process(kExporter, args, workDir, kRunLimit);
+}
+
+std::vector<std::string> login_args(uint16_t port, const std::string& password = "secret") {
+  return {"-s", "localhost", "-p", std::to_string(port), "-l", "admin", "-P", password};
+}
+
+// Checks the whole outcome of a run: exit code, error stream and document
+// (`document` with "TIMESTAMP" standing for the run's time stamp).
+void expect_run(const RunResult& run, int exitCode, const std::string& document,
+                const std::string& err) {
+  ASSERT_FALSE(run.timedOut) << "the exporter ran past its time limit";
+  EXPECT_EQ(run.signal, 0) << "the exporter died by a signal; error stream:\n" << run.err;
+  EXPECT_EQ(run.exitCode, exitCode);
+  EXPECT_EQ(run.err, err);
+  std::string problem;
+  EXPECT_EQ(e2e::mask_timestamp(run.out, run.started, run.ended, problem), document);
+  EXPECT_EQ(problem, "");
+}
+
+// A talvix-server on `json` (a file) with extra options.
+std::unique_ptr<ServerProcess> start_server(const std::string& json,
+                                            const std::vector<std::string>& options = {}) {
+  return std::make_unique<ServerProcess>(kServer, concat({"--db", json}, options));
+}
+
+// Runs against one server on e2e_types.json shared by the suite.
+class TypesExport : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { server_ = start_server(data_path("e2e_types.json")); }
+  static void TearDownTestSuite() { server_.reset(); }
+
+  static RunResult exportWith(const std::vector<std::string>& extra,
+                              const std::string& workDir = "") {
+    return run_exporter(concat(login_args(server_->port()), extra), workDir);
+  }
+
+  static std::unique_ptr<ServerProcess> server_;
+};
+std::unique_ptr<ServerProcess> TypesExport::server_;
+
+TEST_F(TypesExport, WholeDatabaseToStandardOutput) {
+  expect_run(exportWith({}), 0, full_document(), kFullErr);
+}
+
+TEST_F(TypesExport, ConfigurationOnlyLeavesOutHistoryAndIndexProperties) {
+  const std::string document = e2e::without(full_document(), {"acc", "cont", "enumS", "incid", "saw"});
+  expect_run(exportWith({"-c"}), 0, document, kConfigErr);
+}
+
+TEST_F(TypesExport, FileOutputWritesProgressLines) {
+  TempDir dir;
+  const RunResult run = exportWith({"-f", "out.xml"}, dir.path());
+  expect_run(run, 0, "", "Exporting database" + kFullErr + "\nDone\n");
+  std::string problem;
+  EXPECT_EQ(e2e::mask_timestamp(e2e::read_file(dir.file("out.xml")), run.started, run.ended,
+                                problem),
+            full_document());
+  EXPECT_EQ(problem, "");
+}
+
+TEST_F(TypesExport, GzipOutputDecompressesToThePlainExport) {
+  TempDir dir;
+  const RunResult zipped = exportWith({"-z", "-f" + dir.file("out.xml.gz")});
+  expect_run(zipped, 0, "", "Exporting database using gz " + kFullErr + "\nDone\n");
+  const RunResult plain = exportWith({"-f" + dir.file("out.xml")});
+  expect_run(plain, 0, "", "Exporting database" + kFullErr + "\nDone\n");
+
+  std::string problem;
+  const std::string unzipped = e2e::mask_timestamp(e2e::read_gzip_file(dir.file("out.xml.gz")),
+                                                   zipped.started, zipped.ended, problem);
+  EXPECT_EQ(problem, "");
+  EXPECT_EQ(unzipped, e2e::mask_timestamp(e2e::read_file(dir.file("out.xml")), plain.started,
+                                          plain.ended, problem));
+  EXPECT_EQ(problem, "");
+  EXPECT_EQ(unzipped, full_document());
+}
+
+// One export with its own arguments and the document and error stream it
+// must give.
+struct VariantCase {
+  const char* name;
+  std::vector<std::string> args;
+  std::function<std::string(const std::string& full)> document;
+  std::string err;
+};
+
+class TypesVariant : public TypesExport, public ::testing::WithParamInterface<VariantCase> {};
+
+TEST_P(TypesVariant, WritesExactly) {
+  const VariantCase& c = GetParam();
+  expect_run(exportWith(c.args), 0, c.document(full_document()), c.err);
+}
+
+std::string no_mib_document(const std::string& full) {
+  return e2e::insert_after(e2e::without(full, {"mod-if", "obj-up"}), "u-amy", kUserMib);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ExportDomainsAndFilters, TypesVariant,
+    ::testing::Values(
+        // A two-level path: the subdomain is the top element, no MIB section.
+        VariantCase{"TwoLevelPath",
+                    {"-e", "east.lab"},
+                    [](const std::string& full) {
+                      return kHeader + e2e::dedent(e2e::element(full, "d-east-lab"), 4);
+                    },
+                    "\nExporting domain east.lab.\n"},
+        // Empty pieces of the path are dropped.
+        VariantCase{"PathWithEmptyPiece",
+                    {"-e", "east..lab"},
+                    [](const std::string& full) {
+                      return kHeader + e2e::dedent(e2e::element(full, "d-east-lab"), 4);
+                    },
+                    "\nExporting domain east.lab.\n"},
+        VariantCase{"OneLevelPath",
+                    {"-e", "east"},
+                    [](const std::string& full) {
+                      return kHeader + e2e::dedent(e2e::element(full, "d-east"), 2);
+                    },
+                    "\nExporting domain east..\nExporting domain east.lab.\n\n"},
+        // ".." has no pieces: the root, but not as a whole-database export, so
+        // there is no MIB section and u-mib is exported.
+        VariantCase{"DotDotIsTheRootWithoutMibs", {"-e", ".."}, no_mib_document, kNoMibErr},
+        VariantCase{"IgnoringMibClassesSuppressesTheMibSection",
+                    {"-i", "MibObject,MibModule"},
+                    no_mib_document,
+                    kNoMibErr},
+        // The root passes as export root although Domain is ignored; users
+        // are dropped, so n-dup is no longer a duplicate of u-amy.
+        VariantCase{"IgnoredClassesButNotTheRoot",
+                    {"-i", "User,Domain"},
+                    [](const std::string& full) {
+                      return e2e::insert_after(e2e::without(full, {"u-zed", "u-amy", "d-east"}),
+                                               "n-types", kNodeDup);
+                    },
+                    "\nExporting domain ."
+                    "....."  // mod-if, obj-up, ag-1, ap-mail, n-types
+                    + kDateNotice + statistics("n-types", 1) + "\n" +
+                        "...."  // n-dup, n-flag2, chk-f2, chk-root
+                        + statistics("chk-root", 7) + "\n" + ".\n"},
+        // Below an included Node everything is exported, ignored classes too.
+        VariantCase{"IncludedWithSubtree",
+                    {"-I", "Node+"},
+                    [](const std::string& full) {
+                      return kHeader + kRootOpen + e2e::element(full, "n-types") + kNodeDup +
+                             kNodeFlag2Subtree + "</Object>\n";
+                    },
+                    "\nExporting domain ." "." + kDateNotice + statistics("n-types", 1) +
+                        "\n" "....."  // n-dup, n-flag2, scan-f2, chk-f2, job-f2
+                        "\n"},
+        // NetworkScan is also one of the always ignored classes: ignored wins.
+        VariantCase{"ClassBothIncludedAndIgnored",
+                    {"-I", "Domain,Node,NetworkScan"},
+                    [](const std::string& full) {
+                      return kHeader + kRootOpen + e2e::element(full, "n-types") + kNodeDup +
+                             kNodeFlag2Alone + e2e::without(e2e::element(full, "d-east"), {"chk-east"}) +
+                             "</Object>\n";
+                    },
+                    "\nExporting domain ." "." + kDateNotice + statistics("n-types", 1) +
+                        "\n" ".."  // n-dup, n-flag2
+                        "\nExporting domain east.\nExporting domain east.lab.\n\n\n"},
+        // A subdomain export whose domain is not included writes the header only.
+        VariantCase{"ExportDomainNotIncluded",
+                    {"-I", "Node", "-e", "east"},
+                    [](const std::string&) { return kHeader; },
+                    ""}),
+    [](const ::testing::TestParamInfo<VariantCase>& info) { return info.param.name; });
+
+// Export domains that are not there: nothing is written, not even a file.
+class MissingDomain : public TypesExport, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(MissingDomain, FailsBeforeOpeningTheOutput) {
+  TempDir dir;
+  const std::string path = GetParam();
+  const RunResult run = exportWith({"-e", path, "-f", "out.xml"}, dir.path());
+  expect_run(run, 1, "", "Exporting databaseError\nDomain \"" + path + "\" does not exist.\n");
+  EXPECT_FALSE(e2e::file_exists(dir.file("out.xml")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, MissingDomain,
+                         ::testing::Values("X", "east.nowhere", "nowhere.lab", "lab"));
+
+// A refused login leaves an existing output file as it was.
+struct LoginCase {
+  const char* name;
+  std::vector<std::string> args;  // instead of the usual login
+};
+
+class RefusedLogin : public TypesExport, public ::testing::WithParamInterface<LoginCase> {};
+
+TEST_P(RefusedLogin, LeavesTheOutputFileUntouched) {
+  TempDir dir;
+  const std::string before = "<previous export/>\n";
+  e2e::write_file(dir.file("out.xml"), before);
+  const std::vector<std::string> args = concat(
+      {"-s", "localhost", "-p", std::to_string(server_->port()), "-f", "out.xml"},
+      GetParam().args);
+  expect_run(run_exporter(args, dir.path()), 1, "",
+             "Exporting databaseFailed connecting to server localhost\nWrong username / password\n");
+  EXPECT_EQ(e2e::read_file(dir.file("out.xml")), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Credentials, RefusedLogin,
+    ::testing::Values(LoginCase{"WrongPassword", {"-l", "admin", "-P", "Secret"}},
+                      LoginCase{"UnknownUser", {"-l", "root", "-P", "secret"}},
+                      LoginCase{"WrongLoginDomain", {"-l", "admin", "-P", "secret", "-d", "east"}}),
+    [](const ::testing::TestParamInfo<LoginCase>& info) { return info.param.name; });
+
+TEST(Unreachable, ConnectionRefused) {
+  const uint16_t port = e2e::unused_loopback_port();
+  expect_run(run_exporter({"-s", "127.0.0.1", "-p", std::to_string(port), "-l", "admin", "-P", "x"}),
+             1, "", "Error\nError connecting: Connection refused (111)\n");
+}
+
+// The server closes the connection when request N arrives.
+TEST(ServerCloses, AtTheMibSelection) {
+  // Requests: 1 the root ".!", 2 its ".! > .", 3 the walk's re-select,
+  // 4 the MIB selection, 5 the first MIB module.
+  auto server = start_server(data_path("e2e_types.json"), {"--close-at", "5"});
+  expect_run(run_exporter(login_args(server->port())), 1, kHeader + kRootOpen,
+             "\nExporting domain ." + kEndOfStream);
+}
+
+class ServerClosesAt : public ::testing::TestWithParam<int> {};
+
+TEST_P(ServerClosesAt, LeavesAPrefixOfTheDocument) {
+  auto server = start_server(data_path("e2e_types.json"),
+                             {"--close-at", std::to_string(GetParam())});
+  const RunResult run = run_exporter(login_args(server->port()));
+  ASSERT_FALSE(run.timedOut);
+  EXPECT_EQ(run.exitCode, 1);
+  ASSERT_GE(run.err.size(), kEndOfStream.size());
+  EXPECT_EQ(run.err.substr(run.err.size() - kEndOfStream.size()), kEndOfStream);
+  EXPECT_EQ(kFullErr.compare(0, run.err.size() - kEndOfStream.size(), run.err, 0,
+                             run.err.size() - kEndOfStream.size()),
+            0)
+      << "the progress so far is not the start of a full run's:\n"
+      << run.err;
+  std::string problem;
+  const std::string partial = e2e::mask_timestamp(run.out, run.started, run.ended, problem);
+  EXPECT_EQ(problem, "");
+  EXPECT_LT(partial.size(), full_document().size());
+  EXPECT_EQ(full_document().compare(0, partial.size(), partial), 0)
+      << "not a prefix of the full document:\n"
+      << partial;
+}
+
+INSTANTIATE_TEST_SUITE_P(Requests, ServerClosesAt, ::testing::Values(1, 2, 3, 9, 20, 31, 40));
+
+// Small databases that end the export at one object: a root domain "r" and
+// the objects and history given.
+std::string small_database(const std::string& children, const std::string& history) {
+  return R"({"rootDomain": "r", "mibRoot": "m",
+  "users": [{"domain": ".", "name": "admin", "password": "secret"}],
+  "objects": [
+    {"class": "Domain", "id": "r", "properties": [
+      {"name": "siblingName", "type": "String", "value": "r"},
+      {"name": "treeLabel", "type": "String", "value": "."}
+    ], "children": [)" +
+         children + R"(]},
+    {"class": "MibRoot", "id": "m", "properties": []}
+  ],
+  "history": [)" +
+         history + "]}";
+}
+
+const std::string kSmallRoot =
+    "<Object id=\"r\" type=\"Domain\">\n"
+    "  <Property type=\"String\" name=\"siblingName\" value=\"r\"/>\n"
+    "  <Property type=\"String\" name=\"treeLabel\" value=\".\"/>\n";
+
+// A Check "c" with the Index property "v" and the siblingName "c".
+const std::string kCheckWithIndex = R"({"class": "Check", "id": "c", "properties": [
+  {"name": "siblingName", "type": "String", "value": "c"},
+  {"name": "v", "type": "Index", "value": 1}]})";
+const std::string kCheckOpen =
+    "  <Object id=\"c\" type=\"Check\">\n"
+    "    <Property type=\"String\" name=\"siblingName\" value=\"c\"/>\n";
+
+struct SmallCase {
+  const char* name;
+  std::string children, history;
+  int exitCode;
+  std::string document, err;
+};
+
+class SmallDatabase : public ::testing::TestWithParam<SmallCase> {};
+
+TEST_P(SmallDatabase, ExportsExactly) {
+  const SmallCase& c = GetParam();
+  TempDir dir;
+  e2e::write_file(dir.file("db.json"), small_database(c.children, c.history));
+  auto server = start_server(dir.file("db.json"));
+  expect_run(run_exporter(login_args(server->port())), c.exitCode, c.document, c.err);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Failures, SmallDatabase,
+    ::testing::Values(
+        SmallCase{"MissingSiblingName",
+                  R"({"class": "Node", "id": "n1", "properties": [
+                       {"name": "siblingName", "type": "String", "value": "a"}]},
+                     {"class": "AlertPathUsage", "id": "apu", "properties": []},
+                     {"class": "Node", "id": "n2", "properties": [
+                       {"name": "name", "type": "String", "value": "no siblingName"}]},
+                     {"class": "Node", "id": "n3", "properties": [
+                       {"name": "siblingName", "type": "String", "value": "c"}]})",
+                  "", 1,
+                  kHeader + kSmallRoot +
+                      "  <Object id=\"n1\" type=\"Node\">\n"
+                      "    <Property type=\"String\" name=\"siblingName\" value=\"a\"/>\n"
+                      "  </Object>\n",
+                  "\nExporting domain .." "Error\nCouldn't get siblingName for n2 of class Node\n"},
+        SmallCase{"DatatypeContinuousDeprecated", kCheckWithIndex,
+                  R"({"object": "c", "index": "v", "datatype": 1, "intervals": [
+                       {"start": 0, "end": 60, "max": 2, "min": 1, "values": [1, 2]}]})",
+                  1,
+                  kHeader + kSmallRoot + kCheckOpen +
+                      "    <Object id=\"v\" type=\"Data\" datatype=\"continuousDEPRECATED\">\n",
+                  "\nExporting domain .." + statistics("c", 1) +
+                      "Error\nGot unknown datatype for rows [1]\n"},
+        SmallCase{"DatatypeRawDeprecated", kCheckWithIndex,
+                  R"({"object": "c", "index": "v", "datatype": "rawDEPRECATED", "intervals": [
+                       {"elements": [{"start": 0, "end": 60, "max": 2, "avg": 1.5, "min": 1,
+                                      "ngood": 1, "nbad": 0}]}]})",
+                  1,
+                  kHeader + kSmallRoot + kCheckOpen +
+                      "    <Object id=\"v\" type=\"Data\" datatype=\"rawDEPRECATED\">\n",
+                  "\nExporting domain .." + statistics("c", 1) +
+                      "Error\nGot unknown datatype for rows [0]\n"},
+        SmallCase{"DatatypeWithoutName", kCheckWithIndex,
+                  R"({"object": "c", "index": "v", "datatype": 9, "intervals": [
+                       {"class": "continuous", "start": 0, "end": 60, "max": 2, "avg": 1.5,
+                        "min": 1, "ngood": 1, "nbad": 0}]})",
+                  1, kHeader + kSmallRoot + kCheckOpen,
+                  "\nExporting domain .." + statistics("c", 1) +
+                      "Error\nTried to get name of invalid datatype: 9\n"},
+        // Without rows the datatype is never looked at.
+        SmallCase{"DatatypeWithoutNameAndNoRows", kCheckWithIndex,
+                  R"({"object": "c", "index": "v", "datatype": 9, "intervals": []})", 0,
+                  kHeader + kSmallRoot + kCheckOpen + "  </Object>\n</Object>\n",
+                  "\nExporting domain .." + statistics("c", 1) + "\n\n"},
+        SmallCase{"UnknownPropertyType",
+                  R"({"class": "Node", "id": "n1", "properties": [
+                       {"name": "a", "type": "String", "value": "x"},
+                       {"name": "b", "type": 16, "valueClass": "SignedInt64", "value": 5},
+                       {"name": "siblingName", "type": "String", "value": "n"}]})",
+                  "", 1,
+                  kHeader + kSmallRoot +
+                      "  <Object id=\"n1\" type=\"Node\">\n"
+                      "    <Property type=\"String\" name=\"a\" value=\"x\"/>\n",
+                  "\nExporting domain .." "Error\nUnknown property 16 :  = \n"},
+        SmallCase{"UnknownConstPropertyType",
+                  R"({"class": "Node", "id": "n1", "properties": [
+                       {"name": "b", "type": "Lob", "const": true, "value": "x"},
+                       {"name": "siblingName", "type": "String", "value": "n"}]})",
+                  "", 1,
+                  kHeader + kSmallRoot + "  <Object id=\"n1\" type=\"Node\">\n",
+                  "\nExporting domain .." "Error\nUnknown property 131091 : Const  = \n"}),
+    [](const ::testing::TestParamInfo<SmallCase>& info) { return info.param.name; });
+
+}  // namespace

@@ -1,0 +1,83 @@
+// Child processes for the end-to-end tests: a program run to its end with
+// its output collected, and the stand-in server run in the background on a
+// free loopback port. Every wait is bounded; a child that overstays its time
+// is killed, and every child is reaped before its owner goes away.
+#ifndef TALVIX_TESTS_SUPPORT_E2E_PROCESS_H_
+#define TALVIX_TESTS_SUPPORT_E2E_PROCESS_H_
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <vector>
+
+namespace e2e {
+
+struct RunResult {
+  int exitCode = -1;     // the exit status, or -1 when the child died by a signal
+  int signal = 0;        // the terminating signal, 0 when it exited
+  bool timedOut = false; // it was killed for running past its limit
+  std::string out;       // everything it wrote to standard output
+  std::string err;       // everything it wrote to standard error
+  std::time_t started = 0, ended = 0;  // wall-clock seconds around the run
+};
+
+// Runs `program` with `args` (without the program name) and standard input
+// from /dev/null, in `workDir` when that is not empty. Waits at most `limit`
+// for it to end; after that it is killed and `timedOut` is set.
+RunResult run_process(const std::string& program, const std::vector<std::string>& args,
+                      const std::string& workDir, std::chrono::milliseconds limit);
+
+// talvix-server started with `args` plus "--port 0". The constructor waits
+// (bounded) for the port line; failure to start throws std::runtime_error.
+// The destructor stops the server with SIGTERM (SIGKILL if it lingers) and
+// reaps it.
+class ServerProcess {
+ public:
+  ServerProcess(const std::string& binary, const std::vector<std::string>& args,
+                std::chrono::milliseconds startLimit = std::chrono::seconds(20));
+  ~ServerProcess();
+  ServerProcess(const ServerProcess&) = delete;
+  ServerProcess& operator=(const ServerProcess&) = delete;
+
+  uint16_t port() const { return port_; }
+
+ private:
+  void stop();
+
+  pid_t pid_ = -1;
+  int stdoutFd_ = -1;
+  uint16_t port_ = 0;
+};
+
+// A loopback port that nothing listens on at the moment of the call (bound
+// and released again), for connection-refused runs.
+uint16_t unused_loopback_port();
+
+// A fresh directory below the system's temporary directory, removed with
+// everything in it on destruction.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+// Whole-file helpers; read_file throws std::runtime_error when the file
+// cannot be read, read_gzip_file when it is not a complete gzip stream.
+std::string read_file(const std::string& path);
+void write_file(const std::string& path, const std::string& contents);
+bool file_exists(const std::string& path);
+std::string read_gzip_file(const std::string& path);
+
+}  // namespace e2e
+
+#endif  // TALVIX_TESTS_SUPPORT_E2E_PROCESS_H_
