@@ -11,6 +11,7 @@
 #include "porter/export_object.h"
 #include "porter/export_state.h"
 #include "porter/out_stream.h"
+#include "porter/pipelined_source.h"
 #include "util/error.h"
 #include "util/format.h"
 
@@ -87,7 +88,14 @@ int export_database(const std::string& server, int32_t port, const std::string& 
   session = openSession(environment.connector, server, static_cast<uint32_t>(port), "Exporter",
                         login, password, loginDomain);
   state.session = session.get();
-  SequentialSource source(*session);
+  // With more than one request in flight the walk's answers are asked for ahead.
+  SequentialSource sequential(*session);
+  std::unique_ptr<PipelinedSource> pipelined;
+  if (environment.extra.pipeline > 1) {
+    pipelined = std::make_unique<PipelinedSource>(*session, environment.extra.pipeline,
+                                                  environment.pipelineStats);
+  }
+  WalkSource& source = pipelined ? *pipelined : static_cast<WalkSource&>(sequential);
   state.source = &source;
 
   const std::string rootId = find_export_root(source, *session, exportDomain);
@@ -103,6 +111,7 @@ int export_database(const std::string& server, int32_t port, const std::string& 
   header->writeHeader(output.stream(), &tree);
 
   add_ignored_classes(state.filter, DEFAULT_IGNORED_CLASSES);
+  if (pipelined) pipelined->walk_starts(tree, exportDomain == ".");
   std::set<std::string> visited;
   export_object(tree, output.stream(), prototype, visited, exportDomain == ".", false);
   header->writeFooter(output.stream(), &tree);

@@ -14,6 +14,8 @@ class ExportBase;
 
 namespace porter {
 
+struct PipelineStats;
+
 // Where an export connects and writes besides the output file; the defaults
 // are the process's own. Everything referenced must outlive the call.
 struct ExportEnvironment {
@@ -22,6 +24,7 @@ struct ExportEnvironment {
   std::ostream* errorStream = &std::cerr;
   bool errorIsTerminal = false;      // errorStream shows on a terminal (progress redraws in place)
   ExtraSettings extra;               // the -o settings; the defaults change nothing
+  PipelineStats* pipelineStats = nullptr;  // with extra.pipeline > 1: the source's counts
 };
 
 // Logs in to server:port as `login` of `loginDomain`, finds the export domain
