@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -205,6 +206,7 @@ struct VariantCase {
   std::function<std::string(const std::string& full)> document;
   std::string err;
 };
+void PrintTo(const VariantCase& c, std::ostream* os) { *os << c.name; }
 
 class TypesVariant : public TypesExport, public ::testing::WithParamInterface<VariantCase> {};
 
@@ -292,10 +294,13 @@ INSTANTIATE_TEST_SUITE_P(
 class MissingDomain : public TypesExport, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(MissingDomain, FailsBeforeOpeningTheOutput) {
-  TempDir dir;
   const std::string path = GetParam();
-  const RunResult run = exportWith({"-e", path, "-f", "out.xml"}, dir.path());
-  expect_run(run, 1, "", "Exporting databaseError\nDomain \"" + path + "\" does not exist.\n");
+  const std::string message = "Error\nDomain \"" + path + "\" does not exist.\n";
+  expect_run(exportWith({"-e", path}), 1, "", message);
+
+  TempDir dir;
+  expect_run(exportWith({"-e", path, "-f", "out.xml"}, dir.path()), 1, "",
+             "Exporting database" + message);
   EXPECT_FALSE(e2e::file_exists(dir.file("out.xml")));
 }
 
@@ -307,6 +312,7 @@ struct LoginCase {
   const char* name;
   std::vector<std::string> args;  // instead of the usual login
 };
+void PrintTo(const LoginCase& c, std::ostream* os) { *os << c.name; }
 
 class RefusedLogin : public TypesExport, public ::testing::WithParamInterface<LoginCase> {};
 
@@ -406,6 +412,7 @@ struct SmallCase {
   int exitCode;
   std::string document, err;
 };
+void PrintTo(const SmallCase& c, std::ostream* os) { *os << c.name; }
 
 class SmallDatabase : public ::testing::TestWithParam<SmallCase> {};
 
