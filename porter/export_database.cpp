@@ -1,17 +1,18 @@
 #include "porter/export_database.h"
 
-#include <fstream>
 #include <memory>
 #include <set>
 #include <vector>
 
 #include "client/select.h"
 #include "client/session.h"
+#include "porter/document_output.h"
 #include "porter/export_base.h"
 #include "porter/export_object.h"
 #include "porter/export_state.h"
 #include "porter/out_stream.h"
 #include "porter/pipelined_source.h"
+#include "porter/progress.h"
 #include "util/error.h"
 #include "util/format.h"
 
@@ -37,39 +38,6 @@ std::string find_export_root(WalkSource& source, const Session& session,
   while (!object->children().empty()) object = object->children().front().get();
   return object->id();
 }
-
-// The output of the document: a gzip file, a plain file or standard output.
-class Output {
- public:
-  Output(const std::string& fileName, bool gzip, std::ostream& standardOutput) {
-    if (gzip) {
-      stream_ = std::make_unique<GZOutStream>(fileName);
-      return;
-    }
-    if (fileName.empty()) {
-      plain_ = &standardOutput;
-    } else {
-      file_ = std::make_unique<std::ofstream>(fileName, std::ios::out | std::ios::trunc);
-      if (!*file_) throw error::EFatal("Error opening: " + fileName + ": " + last_error_text());
-      plain_ = file_.get();
-    }
-    stream_ = std::make_unique<CPPOutStream>(*plain_);
-  }
-
-  OutStream& stream() { return *stream_; }
-
-  // Flushes a plain output, then closes the file (a gzip file is completed).
-  void close() {
-    if (plain_ != nullptr) plain_->flush();
-    file_.reset();
-    stream_.reset();
-  }
-
- private:
-  std::ostream* plain_ = nullptr;
-  std::unique_ptr<std::ofstream> file_;
-  std::unique_ptr<OutStream> stream_;
-};
 
 }  // namespace
 
@@ -97,6 +65,9 @@ int export_database(const std::string& server, int32_t port, const std::string& 
   }
   WalkSource& source = pipelined ? *pipelined : static_cast<WalkSource&>(sequential);
   state.source = &source;
+  ProgressScope progress(environment.extra.progress, *environment.errorStream,
+                         environment.errorIsTerminal);
+  state.source = progress.watch(state.source);
 
   const std::string rootId = find_export_root(source, *session, exportDomain);
   std::shared_ptr<tqlquery::Select> rootSelect = source.select(rootId, ".!");
@@ -104,19 +75,22 @@ int export_database(const std::string& server, int32_t port, const std::string& 
   if (domain == nullptr) throw error::EFatal("Domain non existing");
 
   std::unique_ptr<ExportBase> header = prototype.create(ElementKind::Meta);
-  Output output(outputFileName, gzip, *environment.standardOutput);
+  DocumentOutput output(outputFileName, gzip, *environment.standardOutput,
+                        OutputOptions{environment.extra.atomic, environment.extra.level});
+  OutStream& out = progress.watch(output.stream());
 
   std::shared_ptr<tqlquery::Select> treeSelect = source.select(domain->id(), ".! > .");
   const tqlquery::ResultObject& tree = treeSelect->find_result(domain->id());
-  header->writeHeader(output.stream(), &tree);
+  header->writeHeader(out, &tree);
 
   add_ignored_classes(state.filter, DEFAULT_IGNORED_CLASSES);
   if (pipelined) pipelined->walk_starts(tree, exportDomain == ".");
   std::set<std::string> visited;
-  export_object(tree, output.stream(), prototype, visited, exportDomain == ".", false);
-  header->writeFooter(output.stream(), &tree);
+  export_object(tree, out, prototype, visited, exportDomain == ".", false);
+  header->writeFooter(out, &tree);
 
   output.close();
+  progress.finish();
   state.source = nullptr;
   return 0;
 }

@@ -45,10 +45,8 @@ void export_history(const tqlquery::ResultObject& object,
                     const std::vector<std::string>& indexNames, OutStream& stream,
                     const ExportBase& prototype) {
   ExportState& state = export_state();
-  std::ostream& err = *state.err;
   for (const std::string& indexName : indexNames) {
-    err << std::endl << "Exporting statistical data (" << object.id() << "). Please wait."
-        << std::flush;
+    state.events->history_started(object.id());
     std::shared_ptr<dataquery::GetData> data = state.source->history(object.id(), indexName);
     if (data->error != 0 || data->intervals.empty()) continue;
     std::unique_ptr<ExportBase> wrapper = prototype.create(ElementKind::Object);
@@ -60,7 +58,7 @@ void export_history(const tqlquery::ResultObject& object,
         ->writeData(stream, static_cast<int32_t>(data->dataType), data->intervals);
     wrapper->close(stream);
   }
-  err << std::endl;
+  state.events->histories_done();
 }
 
 }  // namespace
@@ -142,12 +140,11 @@ void export_object(const tqlquery::ResultObject& object, OutStream& stream,
     throw error::EFatal("Couldn't get siblingName for " + id + " of class " + r.className());
   }
 
-  std::ostream& err = *state.err;
   const bool isDomain = r.className() == "Domain";
   if (isDomain) {
-    err << "\nExporting domain " << r.get_string("treeLabel");
+    state.events->domain_started(r.get_string("treeLabel"));
   } else {
-    err << ".";
+    state.events->object_started();
   }
 
   std::unique_ptr<ExportBase> element = prototype.create(ElementKind::Object);
@@ -184,7 +181,7 @@ void export_object(const tqlquery::ResultObject& object, OutStream& stream,
     export_object(*child, stream, prototype, childVisited, false, childrenInSubtree);
   }
 
-  if (isDomain) err << std::endl;
+  if (isDomain) state.events->domain_done();
   element->close(stream);
 }
 

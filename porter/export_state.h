@@ -59,16 +59,42 @@ class SequentialSource : public WalkSource {
   Session& session_;
 };
 
+// What the walk reports as it goes, in walk order. The default (progress_marks())
+// writes the familiar marks to the error stream; a live display counts instead.
+class WalkEvents {
+ public:
+  virtual ~WalkEvents() = default;
+  virtual void domain_started(const std::string& treeLabel) = 0;
+  virtual void object_started() = 0;  // an object that is not a domain
+  // One history series of `objectId` is about to be asked for.
+  virtual void history_started(const std::string& objectId) = 0;
+  virtual void histories_done() = 0;  // after the last series of one object
+  virtual void domain_done() = 0;
+};
+
+// The marks written to *export_state().err at the time of each call:
+// "\nExporting domain <label>", "." per object, "\nExporting statistical data
+// (<id>). Please wait." per series, and a line end after an object's series and
+// after each domain. Lives for the whole process.
+WalkEvents& progress_marks();
+
 struct ExportState {
   Session* session = nullptr;     // the logged-in session of the run
   WalkSource* source = nullptr;   // how the walk reaches the session
   ClassFilter filter;             // included, ignored, includedWithSubtree
   bool history = true;            // false with -c
-  std::ostream* err = nullptr;    // progress marks and notices (std::cerr)
+  std::ostream* err = nullptr;    // notices (std::cerr)
+  WalkEvents* events = nullptr;   // never null once export_state() returned: progress_marks()
 };
 
 // The process-wide state of the running export.
 ExportState& export_state();
+
+// A stream for the export's notices that writes, unbuffered, to whatever
+// *export_state().err is at the time of each write, so that an exporter made
+// before the export reaches the stream the export installs. Lives for the
+// whole process.
+std::ostream& export_notices();
 
 }  // namespace porter
 

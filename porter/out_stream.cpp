@@ -2,7 +2,9 @@
 
 #include <zlib.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 
 #include "util/error.h"
 
@@ -13,13 +15,42 @@ CPPOutStream& CPPOutStream::write(const std::string& text) {
   return *this;
 }
 
-GZOutStream::GZOutStream(const std::string& fileName) : file_(gzopen(fileName.c_str(), "wb")) {
+namespace {
+
+std::string gz_mode(int level) {
+  return level >= 0 && level <= 9 ? "wb" + std::to_string(level) : "wb";
+}
+
+}  // namespace
+
+GZOutStream::GZOutStream(const std::string& fileName, int level)
+    : fileName_(fileName), file_(gzopen(fileName.c_str(), gz_mode(level).c_str())) {
   if (file_ == nullptr) {
     throw error::EFatal("Couldn't open for writing gz-stream: " + fileName);
   }
 }
 
-GZOutStream::~GZOutStream() { gzclose(file_); }
+GZOutStream::~GZOutStream() {
+  if (file_ != nullptr) gzclose(file_);
+}
+
+void GZOutStream::close() {
+  if (file_ == nullptr) return;
+  errno = 0;
+  const int result = gzclose(file_);
+  file_ = nullptr;
+  if (result == Z_OK) return;
+  // The handle is gone with the close, so zlib's message cannot be asked for.
+  std::string reason;
+  if (result == Z_ERRNO) {
+    reason = std::strerror(errno);
+  } else if (result == Z_BUF_ERROR) {
+    reason = "incomplete data";
+  } else {
+    reason = "zlib error " + std::to_string(result);
+  }
+  throw error::EFatal("Error closing gz-stream: " + fileName_ + ": " + reason);
+}
 
 GZOutStream& GZOutStream::write(const std::string& text) {
   // gzputs takes the text up to its first zero byte; the counts are compared

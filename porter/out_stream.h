@@ -38,13 +38,20 @@ class CPPOutStream : public OutStream {
 
 // Compresses the document into a gzip file. The file is opened (created or
 // truncated) by the constructor and completed (compressor flushed, gzip
-// trailer written) by the destructor.
+// trailer written) by close() or, unchecked, by the destructor.
 class GZOutStream : public OutStream {
  public:
-  // Throws error::EFatal "Couldn't open for writing gz-stream: <fileName>"
-  // when the file cannot be opened.
-  explicit GZOutStream(const std::string& fileName);
+  // Opens with zlib's mode "wb" (default level) or, for a `level` from 0 to
+  // 9, "wb<level>". Throws error::EFatal "Couldn't open for writing
+  // gz-stream: <fileName>" when the file cannot be opened.
+  explicit GZOutStream(const std::string& fileName, int level = -1);
+  // Closes the file unless close() did; the result is not checked.
   ~GZOutStream() override;
+
+  // Completes and closes the file; throws error::EFatal "Error closing
+  // gz-stream: <fileName>: <zlib's text>" when zlib reports a failure. The
+  // stream is closed afterwards either way and must not be written to.
+  void close();
 
   // Throws error::EFatal "Error reading gz-stream: <zlib's text>" when fewer
   // bytes than the text has were taken; a zero byte in the text ends what
@@ -52,7 +59,8 @@ class GZOutStream : public OutStream {
   GZOutStream& write(const std::string& text) override;
 
  private:
-  gzFile_s* file_;  // owned; never null
+  const std::string fileName_;
+  gzFile_s* file_;  // owned; null once closed
 };
 
 }  // namespace porter

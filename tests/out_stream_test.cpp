@@ -5,6 +5,7 @@
 #include <zlib.h>
 
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include "util/error.h"
@@ -93,6 +94,54 @@ TEST_F(GZOutStreamTest, ATextWithAZeroByteFails) {
   } catch (const error::EFatal& e) {
     // zlib has no error of its own to report: it merely stopped at the zero.
     EXPECT_EQ(e.text(), "Error reading gz-stream: ");
+  }
+}
+
+// A document-like text: many similar lines with varying numbers.
+std::string sample_document() {
+  std::string text = "<?xml version=\"1.0\"?>\n";
+  for (int i = 0; i < 5000; ++i) {
+    text += "  <Object type=\"Node\" id=\"n" + std::to_string(i * 7919 % 10007) +
+            "\">\n    <Property name=\"load\" type=\"Unsigned\">" + std::to_string(i * i % 977) +
+            "</Property>\n  </Object>\n";
+  }
+  return text;
+}
+
+TEST_F(GZOutStreamTest, TheLevelChangesTheSizeButNotTheText) {
+  const std::string document = sample_document();
+  std::map<int, std::string> files;
+  for (int level : {-1, 0, 6, 9}) {
+    {
+      GZOutStream out(path_, level);
+      out.write(document);
+    }
+    EXPECT_EQ(decompressed(), document) << "level " << level;
+    files[level] = raw();
+  }
+  EXPECT_GT(files[0].size(), document.size()) << "level 0 stores the text uncompressed";
+  EXPECT_LT(files[9].size(), files[0].size() / 4);
+  EXPECT_LE(files[9].size(), files[6].size());
+  EXPECT_EQ(files[-1], files[6]) << "without a level zlib's default (6) is used";
+}
+
+TEST_F(GZOutStreamTest, CloseCompletesTheFileOnce) {
+  GZOutStream out(path_);
+  out.write("<doc/>");
+  out.close();
+  EXPECT_EQ(decompressed(), "<doc/>") << "complete before the stream is destroyed";
+  out.close();  // a second close does nothing; nor does the destructor
+}
+
+TEST(GZOutStreamCloseTest, AFailureToCompleteTheFileIsReported) {
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
+  GZOutStream out("/dev/full");
+  out.write("a text that stays in zlib's buffer until the close");
+  try {
+    out.close();
+    ADD_FAILURE() << "no exception";
+  } catch (const error::EFatal& e) {
+    EXPECT_EQ(e.text(), "Error closing gz-stream: /dev/full: No space left on device");
   }
 }
 

@@ -1,0 +1,66 @@
+// Where the export document goes: standard output, a plain file or a gzip
+// file, written in place or (atomic) into a temporary file that replaces the
+// target only once the document is complete.
+#ifndef TALVIX_PORTER_DOCUMENT_OUTPUT_H_
+#define TALVIX_PORTER_DOCUMENT_OUTPUT_H_
+
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "porter/out_stream.h"
+
+namespace porter {
+
+struct OutputOptions {
+  // With a file name: write "<file>.tmp-XXXXXX" in the same folder, and
+  // rename it over the file in close(). Ignored for standard output.
+  bool atomic = false;
+  int32_t level = -1;  // gzip level 0..9; -1 = zlib's default
+};
+
+class DocumentOutput {
+ public:
+  // Opens the output: a gzip file with `gzip` (the file name is then never
+  // empty), standard output when `fileName` is empty, else a plain file that
+  // is created or truncated (in place; or the temporary file when atomic).
+  // Throws error::EFatal: "Error opening: <name>: <system text>" for a plain
+  // file, "Couldn't open for writing gz-stream: <name>" for a gzip file.
+  // `standardOutput` must outlive the object.
+  DocumentOutput(const std::string& fileName, bool gzip, std::ostream& standardOutput,
+                 const OutputOptions& options = OutputOptions());
+  DocumentOutput(const DocumentOutput&) = delete;
+  DocumentOutput& operator=(const DocumentOutput&) = delete;
+  // Without a successful close(): an atomic output removes its temporary
+  // file, leaving the target as it was; an output in place is closed as far
+  // as it was written.
+  ~DocumentOutput();
+
+  // Valid until close() or destruction.
+  OutStream& stream() { return *stream_; }
+
+  // Flushes a plain output, closes the file (a gzip file is completed).
+  // Atomic: every step is checked (stream state, flush, gzip close, fsync,
+  // rename) and a failure throws error::EFatal naming the target, after the
+  // temporary file was removed. In place, nothing is checked.
+  void close();
+
+ private:
+  void close_atomic();
+  void discard();
+
+  const std::string fileName_;
+  const bool atomic_;
+  std::string tempName_;  // the temporary file while it exists (atomic only)
+  int tempFd_ = -1;       // kept open to fsync the finished file (atomic only)
+  std::ostream* plain_ = nullptr;
+  std::unique_ptr<std::ofstream> file_;
+  GZOutStream* gzip_ = nullptr;  // the stream_ when it is a gzip file
+  std::unique_ptr<OutStream> stream_;
+};
+
+}  // namespace porter
+
+#endif  // TALVIX_PORTER_DOCUMENT_OUTPUT_H_

@@ -1,0 +1,236 @@
+#include "porter/progress.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+
+#include "porter/export_state.h"
+#include "support/run_export.h"
+#include "support/server_harness.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using porter::ProgressDisplay;
+
+// The walk's marks without the live display: exactly the old texts.
+TEST(ProgressMarksTest, WriteTheWalksMarksToTheCurrentErrorStream) {
+  std::ostringstream err;
+  porter::ExportState& state = porter::export_state();
+  std::ostream* previous = state.err;
+  state.err = &err;
+  EXPECT_EQ(state.events, &porter::progress_marks());
+  porter::WalkEvents& marks = *state.events;
+  marks.domain_started("Root");
+  marks.object_started();
+  marks.object_started();
+  marks.history_started("n1");
+  marks.history_started("n1");
+  marks.histories_done();
+  marks.domain_done();
+  porter::export_notices() << "(ignoring date less than zero)";
+  state.err = previous;
+  EXPECT_EQ(err.str(),
+            "\nExporting domain Root..\nExporting statistical data (n1). Please wait."
+            "\nExporting statistical data (n1). Please wait.\n\n(ignoring date less than zero)");
+}
+
+class ProgressDisplayTest : public testing::Test {
+ protected:
+  ProgressDisplay::ClockFunction clock() {
+    return [this] { return now_; };
+  }
+  ProgressDisplay::Clock::time_point now_{};
+  std::ostringstream out_;
+};
+
+TEST_F(ProgressDisplayTest, TerminalRedrawsOneLineInPlaceAtMostEveryInterval) {
+  ProgressDisplay display(out_, true, clock());
+  display.domain_started("Root");
+  display.request_answered();
+  display.request_answered();
+  display.request_answered();
+  display.bytes_written(2048);
+  EXPECT_EQ(out_.str(), "") << "nothing is drawn before the first interval";
+
+  now_ += 250ms;
+  display.object_started();
+  const std::string first = "\n2 objects, 0 history series, 12.0 requests/s, 2.0 KiB written, 0:00:00";
+  EXPECT_EQ(out_.str(), first);
+
+  now_ += 100ms;
+  display.object_started();
+  display.bytes_written(1);
+  EXPECT_EQ(out_.str(), first) << "redrawn again within the interval";
+
+  now_ += 150ms;
+  display.history_started("n1");
+  // The rate is that since the last line; the shorter line is padded over
+  // the longer one.
+  const std::string second = "\r3 objects, 1 history series, 0.0 requests/s, 2.0 KiB written, 0:00:00 ";
+  EXPECT_EQ(out_.str(), first + second);
+
+  now_ = ProgressDisplay::Clock::time_point{} + 65s;
+  display.finish();
+  EXPECT_EQ(out_.str(), first + second +
+                            "\rTotal: 3 objects, 1 history series, 3 requests (0.0/s), 2.0 KiB "
+                            "written in 0:01:05\n");
+
+  now_ += 10s;
+  display.object_started();
+  display.finish();
+  EXPECT_EQ(out_.str().back(), '\n');
+  EXPECT_EQ(out_.str().find("Total", out_.str().find("Total") + 1), std::string::npos)
+      << "nothing is drawn after the totals";
+}
+
+TEST_F(ProgressDisplayTest, PlainOutputWritesWholeLinesEveryFewSeconds) {
+  ProgressDisplay display(out_, false, clock());
+  for (int i = 0; i < 49; ++i) {
+    now_ += 100ms;
+    display.request_answered();
+    display.object_started();
+  }
+  EXPECT_EQ(out_.str(), "") << "no line within the first interval";
+
+  now_ += 100ms;  // 5 s
+  display.request_answered();
+  const std::string first = "\n49 objects, 0 history series, 10.0 requests/s, 0 B written, 0:00:05\n";
+  EXPECT_EQ(out_.str(), first);
+
+  now_ += 4s;
+  display.bytes_written(5 * 1024 * 1024 + 512 * 1024);
+  EXPECT_EQ(out_.str(), first);
+
+  now_ += 1s;  // 10 s
+  display.history_started("x");
+  const std::string second = "49 objects, 1 history series, 0.0 requests/s, 5.5 MiB written, 0:00:10\n";
+  EXPECT_EQ(out_.str(), first + second);
+
+  now_ += 2s;
+  display.finish();
+  EXPECT_EQ(out_.str(), first + second +
+                            "Total: 49 objects, 1 history series, 50 requests (4.2/s), 5.5 MiB "
+                            "written in 0:00:12\n");
+}
+
+TEST_F(ProgressDisplayTest, NoticesGetALineOfTheirOwnAndAreNotOverdrawn) {
+  ProgressDisplay display(out_, true, clock());
+  now_ += 1s;
+  display.object_started();
+  const std::string line = "\n1 objects, 0 history series, 0.0 requests/s, 0 B written, 0:00:01";
+  ASSERT_EQ(out_.str(), line);
+
+  display.notices() << "(ignoring date less than zero)";
+  EXPECT_EQ(out_.str(), line + "\n(ignoring date less than zero)");
+
+  now_ += 1s;
+  display.object_started();
+  EXPECT_EQ(out_.str(), line + "\n(ignoring date less than zero)" +
+                            "\n2 objects, 0 history series, 0.0 requests/s, 0 B written, 0:00:02")
+      << "the line after a notice starts below it instead of returning over it";
+}
+
+TEST_F(ProgressDisplayTest, AnUnfinishedDisplayEndsItsLineForTheMessagesAfterIt) {
+  {
+    ProgressDisplay display(out_, true, clock());
+    now_ += 1s;
+    display.object_started();
+  }
+  EXPECT_EQ(out_.str(), "\n1 objects, 0 history series, 0.0 requests/s, 0 B written, 0:00:01\n");
+
+  std::ostringstream plain;
+  { ProgressDisplay display(plain, false, clock()); }
+  EXPECT_EQ(plain.str(), "") << "nothing was drawn, so nothing is ended";
+}
+
+struct FormatCase {
+  uint64_t bytes;
+  const char* bytesText;
+  long long seconds;
+  const char* elapsedText;
+};
+
+class ProgressFormatTest : public testing::TestWithParam<FormatCase> {};
+
+TEST_P(ProgressFormatTest, BytesAndElapsedTime) {
+  EXPECT_EQ(porter::format_bytes(GetParam().bytes), GetParam().bytesText);
+  EXPECT_EQ(porter::format_elapsed(std::chrono::seconds(GetParam().seconds)),
+            GetParam().elapsedText);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, ProgressFormatTest,
+    testing::Values(FormatCase{0, "0 B", 0, "0:00:00"}, FormatCase{1023, "1023 B", 59, "0:00:59"},
+                    FormatCase{1024, "1.0 KiB", 60, "0:01:00"},
+                    FormatCase{1536, "1.5 KiB", 3599, "0:59:59"},
+                    FormatCase{1048575, "1024.0 KiB", 3600, "1:00:00"},
+                    FormatCase{1048576, "1.0 MiB", 90061, "25:01:01"},
+                    FormatCase{3ull << 30, "3.0 GiB", -5, "0:00:00"},
+                    FormatCase{5ull << 40, "5.0 TiB", 36000, "10:00:00"},
+                    FormatCase{5ull << 50, "5120.0 TiB", 1, "0:00:01"}));
+
+// Whole exports against the stand-in server, with and without the display.
+class ProgressExportTest : public testing::Test {
+ protected:
+  server_test::TestServer server_{export_test::exportable_database()};
+};
+
+size_t count(const std::string& text, const std::string& piece) {
+  size_t n = 0;
+  for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1)) ++n;
+  return n;
+}
+
+TEST_F(ProgressExportTest, TheDisplayReplacesTheMarksAndLeavesTheDocumentAlone) {
+  export_test::ExportRun run;
+  run.port = server_.port();
+  const export_test::ExportOutcome marks = export_test::run_export(run);
+  ASSERT_TRUE(marks.ok) << marks.failure;
+  EXPECT_EQ(marks.err.rfind("\nExporting domain ", 0), 0u) << marks.err;
+  EXPECT_NE(marks.err.find("Exporting statistical data (c0.0.0). Please wait."), std::string::npos);
+  EXPECT_EQ(marks.err.find("Total"), std::string::npos);
+
+  run.extra.progress = true;
+  const export_test::ExportOutcome live = export_test::run_export(run);
+  ASSERT_TRUE(live.ok) << live.failure;
+  EXPECT_EQ(live.document, marks.document);
+  EXPECT_EQ(live.err.find("Exporting"), std::string::npos) << live.err;
+
+  // The totals: every written object but the history wrappers, every series
+  // asked for, and the document's size.
+  std::smatch totals;
+  ASSERT_TRUE(std::regex_search(
+      live.err, totals,
+      std::regex("\nTotal: (\\d+) objects, (\\d+) history series, (\\d+) requests \\([0-9.]+/s\\), "
+                 "(.+) written in \\d+:\\d\\d:\\d\\d\n$")))
+      << live.err;
+  const size_t objects = count(live.document, "<Object id=") - count(live.document, "type=\"Data\"");
+  EXPECT_EQ(totals[1], std::to_string(objects));
+  EXPECT_EQ(totals[2], std::to_string(count(marks.err, "Exporting statistical data")));
+  EXPECT_GT(std::stoul(totals[3]), objects);
+  EXPECT_EQ(totals[4], porter::format_bytes(live.document.size()));
+
+  // The marks are back for the next export.
+  EXPECT_EQ(porter::export_state().events, &porter::progress_marks());
+  run.extra.progress = false;
+  EXPECT_EQ(export_test::run_export(run).err, marks.err);
+}
+
+TEST(ProgressExportFailureTest, AFailedExportPutsTheMarksBack) {
+  server::ServerOptions options;
+  options.faults.closeAtRequest = 6;  // in the middle of the walk
+  server_test::TestServer server(export_test::exportable_database(), options);
+  export_test::ExportRun run;
+  run.port = server.port();
+  run.extra.progress = true;
+  run.errorIsTerminal = true;
+  const export_test::ExportOutcome outcome = export_test::run_export(run);
+  EXPECT_FALSE(outcome.ok);
+  EXPECT_EQ(outcome.failure, "Error reading: OsalSocket::read end of stream");
+  EXPECT_EQ(outcome.err.find("Exporting"), std::string::npos) << outcome.err;
+  EXPECT_EQ(porter::export_state().events, &porter::progress_marks());
+}
+
+}  // namespace
