@@ -128,7 +128,11 @@ class PipelinedSource::Planner {
 
     Slot& head = *pending_.begin()->second;
     while (!head.request && outstanding_ >= depth_) pump();
-    if (!head.request) send(head, true);
+    if (!head.request && !send(head)) {
+      // The connection broke while writing. Its reading side reports the
+      // break as the sequential walk would meet it: read until it does.
+      for (;;) pump();
+    }
     while (!head.answered) pump();
 
     std::unique_ptr<Slot> taken = std::move(pending_.begin()->second);
@@ -209,16 +213,15 @@ class PipelinedSource::Planner {
     return visit;
   }
 
-  // Sends `slot`. A failed send of a request asked ahead is not raised: the
-  // connection is broken and the next read reports it. `mustSend` raises.
-  void send(Slot& slot, bool mustSend) {
+  // Sends `slot`; false when writing failed. Such a failure is not raised:
+  // the connection is broken, and reading reports it.
+  bool send(Slot& slot) {
     std::shared_ptr<comquery::Request> request = make_request(slot.kind, slot.startId, slot.argument);
     try {
       comquery::send(session_, request);
-    } catch (const error::Exception&) {
+    } catch (const error::ESystemError&) {
       sendFailed_ = true;
-      if (mustSend) throw;
-      return;
+      return false;
     }
     ++stats_->sent;
     unsent_.erase(&slot);
@@ -227,13 +230,14 @@ class PipelinedSource::Planner {
     ++outstanding_;
     stats_->peakOutstanding = std::max(stats_->peakOutstanding, outstanding_);
     stats_->peakAhead = std::max(stats_->peakAhead, outstanding_ + held_);
+    return true;
   }
 
   // Sends the earliest requests of the plan while the bounds allow.
   void fill() {
     while (!sendFailed_ && !unsent_.empty() && outstanding_ < depth_ &&
            outstanding_ + held_ < 2 * depth_) {
-      send(**unsent_.begin(), false);
+      send(**unsent_.begin());
     }
   }
 

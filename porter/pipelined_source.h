@@ -18,7 +18,9 @@
 //    walk takes the failing answer, after everything before it was written;
 //  - a transport failure is raised when it is met, which may be earlier than
 //    the sequential walk would have met it; what was written is then a
-//    prefix of the complete document.
+//    prefix of the complete document. A request that cannot be written
+//    (the server has gone) is not reported by itself: reading goes on until
+//    the connection's end is met, as sequentially.
 //
 // Bounded memory: at most N requests are outstanding, and requests are sent
 // ahead of the walk only while fewer than 2N are outstanding or answered but
