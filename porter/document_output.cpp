@@ -49,7 +49,7 @@ DocumentOutput::DocumentOutput(const std::string& fileName, bool gzip,
   }
   try {
     if (gzip) {
-      auto compressed = std::make_unique<GZOutStream>(path, options.level);
+      auto compressed = std::make_unique<BackgroundGZOutStream>(path, options.level);
       gzip_ = compressed.get();
       stream_ = std::move(compressed);
       return;
@@ -78,6 +78,7 @@ void DocumentOutput::close() {
     return;
   }
   if (plain_ != nullptr) plain_->flush();
+  if (gzip_ != nullptr) gzip_->finish();
   file_.reset();
   stream_.reset();
 }

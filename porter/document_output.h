@@ -1,6 +1,7 @@
 // Where the export document goes: standard output, a plain file or a gzip
-// file, written in place or (atomic) into a temporary file that replaces the
-// target only once the document is complete.
+// file (compressed on a thread of its own), written in place or (atomic)
+// into a temporary file that replaces the target only once the document is
+// complete.
 #ifndef TALVIX_PORTER_DOCUMENT_OUTPUT_H_
 #define TALVIX_PORTER_DOCUMENT_OUTPUT_H_
 
@@ -10,6 +11,7 @@
 #include <ostream>
 #include <string>
 
+#include "porter/background_gz_stream.h"
 #include "porter/out_stream.h"
 
 namespace porter {
@@ -43,8 +45,10 @@ class DocumentOutput {
 
   // Flushes a plain output, closes the file (a gzip file is completed).
   // Atomic: every step is checked (stream state, flush, gzip close, fsync,
-  // rename) and a failure throws error::EFatal naming the target, after the
-  // temporary file was removed. In place, nothing is checked.
+  // rename) and a failure throws error::EFatal naming the file, after the
+  // temporary file was removed. In place, only the gzip compressor's write
+  // failures are raised (as a write of GZOutStream raises them); the rest is
+  // not checked.
   void close();
 
  private:
@@ -57,7 +61,7 @@ class DocumentOutput {
   int tempFd_ = -1;       // kept open to fsync the finished file (atomic only)
   std::ostream* plain_ = nullptr;
   std::unique_ptr<std::ofstream> file_;
-  GZOutStream* gzip_ = nullptr;  // the stream_ when it is a gzip file
+  BackgroundGZOutStream* gzip_ = nullptr;  // the stream_ when it is a gzip file
   std::unique_ptr<OutStream> stream_;
 };
 
