@@ -48,8 +48,14 @@ DocumentOutput::DocumentOutput(const std::string& fileName, bool gzip,
     ::fchmod(tempFd_, creation_mode());  // mkstemp's 0600 would outlive the rename
   }
   try {
-    if (gzip) {
+    if (gzip && options.compressInBackground) {
       auto compressed = std::make_unique<BackgroundGZOutStream>(path, options.level);
+      backgroundGzip_ = compressed.get();
+      stream_ = std::move(compressed);
+      return;
+    }
+    if (gzip) {
+      auto compressed = std::make_unique<GZOutStream>(path, options.level);
       gzip_ = compressed.get();
       stream_ = std::move(compressed);
       return;
@@ -78,7 +84,7 @@ void DocumentOutput::close() {
     return;
   }
   if (plain_ != nullptr) plain_->flush();
-  if (gzip_ != nullptr) gzip_->finish();
+  if (backgroundGzip_ != nullptr) backgroundGzip_->finish();
   file_.reset();
   stream_.reset();
 }
@@ -86,7 +92,9 @@ void DocumentOutput::close() {
 void DocumentOutput::close_atomic() {
   if (tempName_.empty()) return;  // closed before
   try {
-    if (gzip_ != nullptr) {
+    if (backgroundGzip_ != nullptr) {
+      backgroundGzip_->close();
+    } else if (gzip_ != nullptr) {
       gzip_->close();
     } else {
       file_->flush();
@@ -122,6 +130,7 @@ void DocumentOutput::close_atomic() {
 
 void DocumentOutput::discard() {
   stream_.reset();
+  backgroundGzip_ = nullptr;
   gzip_ = nullptr;
   file_.reset();
   if (tempFd_ >= 0) ::close(tempFd_);

@@ -1,5 +1,6 @@
 // Where the export document goes: standard output, a plain file or a gzip
-// file (compressed on a thread of its own), written in place or (atomic)
+// file (compressed in the writing thread, or on a thread of its own when
+// asked), written in place or (atomic)
 // into a temporary file that replaces the target only once the document is
 // complete.
 #ifndef TALVIX_PORTER_DOCUMENT_OUTPUT_H_
@@ -21,6 +22,10 @@ struct OutputOptions {
   // rename it over the file in close(). Ignored for standard output.
   bool atomic = false;
   int32_t level = -1;  // gzip level 0..9; -1 = zlib's default
+  // Compress on a thread of its own (BackgroundGZOutStream) instead of in
+  // every write; the file's text is the same, but a compressor failure may
+  // surface at a later write or at close().
+  bool compressInBackground = false;
 };
 
 class DocumentOutput {
@@ -61,7 +66,9 @@ class DocumentOutput {
   int tempFd_ = -1;       // kept open to fsync the finished file (atomic only)
   std::ostream* plain_ = nullptr;
   std::unique_ptr<std::ofstream> file_;
-  BackgroundGZOutStream* gzip_ = nullptr;  // the stream_ when it is a gzip file
+  // The stream_ when it is a gzip file, of one kind or the other.
+  BackgroundGZOutStream* backgroundGzip_ = nullptr;
+  GZOutStream* gzip_ = nullptr;
   std::unique_ptr<OutStream> stream_;
 };
 

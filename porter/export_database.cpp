@@ -76,7 +76,9 @@ int export_database(const std::string& server, int32_t port, const std::string& 
 
   std::unique_ptr<ExportBase> header = prototype.create(ElementKind::Meta);
   DocumentOutput output(outputFileName, gzip, *environment.standardOutput,
-                        OutputOptions{environment.extra.atomic, environment.extra.level});
+                        // A pipelined export keeps its own thread busy; compress beside it.
+                        OutputOptions{environment.extra.atomic, environment.extra.level,
+                                      environment.extra.pipeline > 1});
   OutStream& out = progress.watch(output.stream());
 
   std::shared_ptr<tqlquery::Select> treeSelect = source.select(domain->id(), ".! > .");
