@@ -1,5 +1,7 @@
 #include "net/socket.h"
 
+#include "net/poll_wait.h"
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
@@ -60,28 +62,8 @@ size_t call_length(size_t length) {
   return length > static_cast<size_t>(INT_MAX) ? static_cast<size_t>(INT_MAX) : length;
 }
 
-// Waits at most `seconds` for `events` on fd and returns poll()'s result (0 on
-// timeout, 1 when ready, -1 with errno on failure); *revents receives what was
-// reported. A wait interrupted by a signal continues with the time left.
 int poll_one(socket_t fd, short events, unsigned seconds, short* revents) {
-  *revents = 0;
-  if (fd < 0) {  // poll() would silently ignore it and sit out the whole wait
-    errno = EBADF;
-    return -1;
-  }
-  using Clock = std::chrono::steady_clock;
-  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(seconds);
-  for (;;) {
-    long long left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    if (left < 0) left = 0;
-    pollfd entry{fd, events, 0};
-    const int result = ::poll(&entry, 1, left > INT_MAX ? INT_MAX : static_cast<int>(left));
-    if (result < 0 && errno == EINTR) continue;
-    if (result == 0 && Clock::now() < deadline) continue;  // a wait longer than poll() takes
-    *revents = entry.revents;
-    return result;
-  }
+  return net_detail::poll_until(fd, events, seconds, revents);
 }
 
 bool set_nonblocking(socket_t fd, bool on) {

@@ -1,5 +1,7 @@
 #include "net/timed_connection.h"
 
+#include "net/poll_wait.h"
+
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -19,25 +21,12 @@ namespace {
 
 enum class Wait { kReady, kExpired, kFailed };
 
-// Waits at most `seconds` for `events` on `fd`; a wait interrupted by a
-// signal goes on with the time that is left. kFailed leaves errno set.
+// Waits at most `seconds` for `events` on `fd`. kFailed leaves errno set.
 Wait wait_for(int fd, short events, unsigned seconds) {
-  using Clock = std::chrono::steady_clock;
-  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(seconds);
-  for (;;) {
-    long long left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    if (left < 0) left = 0;
-    pollfd entry{fd, events, 0};
-    const int result = ::poll(&entry, 1, left > INT_MAX ? INT_MAX : static_cast<int>(left));
-    if (result < 0 && errno == EINTR) continue;
-    if (result < 0) return Wait::kFailed;
-    if (result == 0) {
-      if (Clock::now() < deadline) continue;
-      return Wait::kExpired;
-    }
-    return Wait::kReady;
-  }
+  short revents = 0;
+  const int result = net_detail::poll_until(fd, events, seconds, &revents);
+  if (result < 0) return Wait::kFailed;
+  return result == 0 ? Wait::kExpired : Wait::kReady;
 }
 
 // "<host>:<port>", the port as the socket address holds it.
