@@ -10,6 +10,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace testsupport {
@@ -162,10 +163,15 @@ std::optional<std::string> PtyChild::report(int timeoutMs) {
   const long long deadline = now_ms() + timeoutMs;
   std::string text;
   for (;;) {
-    if (!wait_readable(report_, deadline)) {
+    // The terminal is read meanwhile, so a child that writes much to it
+    // never blocks on a full terminal buffer.
+    drain(0);
+    const long long now = now_ms();
+    if (now >= deadline) {
       kill_and_reap();
       return std::nullopt;
     }
+    if (!wait_readable(report_, std::min(deadline, now + 20))) continue;
     char chunk[512];
     ssize_t n = ::read(report_, chunk, sizeof chunk);
     if (n > 0) {

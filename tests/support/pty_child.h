@@ -50,7 +50,8 @@ class PtyChild {
   std::optional<termios> mode() const;
 
   // Reads the child's report up to the end of the pipe (the child's exit),
-  // and reaps the child. std::nullopt when that takes longer than
+  // and reaps the child. What the terminal delivers meanwhile is added to
+  // output(). std::nullopt when that takes longer than
   // `timeoutMs`; the child is then killed.
   std::optional<std::string> report(int timeoutMs);
 
