@@ -188,6 +188,23 @@ const Case kCases[] = {
     {"PortOutOfRangePassedOn", {"-lu", "-Ppw", "-p70000"}, 0, "",
      with([](RunSettings& s) { s.port = 70000; })},
     {"OutputOptionIgnored", {"-o", "x", "-lu", "-Ppw"}, 0, "", with()},
+
+    // -o settings: a known name with a bad value stops before the export;
+    // unknown names are ignored while the known ones around them apply.
+    {"SettingTimeoutNotANumber", {"-lu", "-Ppw", "-o", "timeout=abc"}, 1,
+     "Error: bad value \"abc\" for -o timeout: expected a whole number of seconds from 1 to "
+     "86400\n" + kHint},
+    {"SettingLevelTooHigh", {"-lu", "-Ppw", "-olevel=12"}, 1,
+     "Error: bad value \"12\" for -o level: expected a whole number from 0 to 9\n" + kHint},
+    {"SettingPipelineZero", {"-o", "pipeline=0", "-lu", "-Ppw"}, 1,
+     "Error: bad value \"0\" for -o pipeline: expected a whole number from 1 to 4096\n" + kHint},
+    {"SettingBadValueAfterGoodOnes", {"-lu", "-Ppw", "-o", "level=3", "-o", "colour=red,level=x"},
+     1, "Error: bad value \"x\" for -o level: expected a whole number from 0 to 9\n" + kHint},
+    {"SettingUnknownNameIgnored", {"-lu", "-Ppw", "-o", "colour=red,timeout=7,pipeline=16"}, 0, "",
+     with([](RunSettings& s) {
+       s.extra.timeout = 7;
+       s.extra.pipeline = 16;
+     })},
     {"LastValueWins", {"-l", "a", "-lu", "-Ppw"}, 0, "", with()},
     {"EveryOption",
      {"-tbin", "-s", "srv", "-p", "4000", "-d", "dom", "-l", "u", "-P", "pw", "-f", "out", "-e",
