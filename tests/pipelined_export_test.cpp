@@ -19,135 +19,21 @@
 #include "porter/xml_export.h"
 #include "server/database_json.h"
 #include "server/generator.h"
+#include "support/pipelined_run.h"
 #include "support/server_harness.h"
 #include "util/error.h"
 
 namespace {
 
-using porter::PipelineStats;
+using pipelined_test::Outcome;
+using pipelined_test::kSequential;
+using pipelined_test::run_exporter;
 using server_test::TestServer;
-
-int64_t fixed_clock() { return 1204329600; }
 
 std::string sample_path() {
   std::string here = __FILE__;
   return here.substr(0, here.rfind("/tests/")) + "/server/sample/sample.json";
 }
-
-// One table of objects for most cases: written objects with history (a
-// series with rows, an empty one, one the server refuses), duplicates,
-// flagged children, a null siblingName, an AlertPathUsage without one, a MIB
-// object outside the MIB selection, a default-ignored class, subdomains, and
-// a MIB section with a duplicate name. Every dropped object has children.
-constexpr char kTricky[] = R"({
-  "rootDomain": "root", "mibRoot": "mib",
-  "users": [{"domain": ".", "name": "admin", "password": "secret"}],
-  "objects": [
-    {"class": "Domain", "id": "root", "properties": [
-      {"name": "siblingName", "type": "String", "computed": true, "value": "root"},
-      {"name": "treeLabel", "type": "String", "value": "."},
-      {"name": "parentId", "type": "Object", "computed": true, "value": null}
-    ], "children": [
-      {"class": "Node", "id": "n1", "properties": [
-        {"name": "siblingName", "type": "String", "value": "alpha"},
-        {"name": "load", "type": "Index"}, {"name": "state", "type": "Index"},
-        {"name": "refused", "type": "Index"}, {"name": "empty", "type": "Index"}
-      ], "children": [
-        {"class": "Check", "id": "c1", "properties": [
-          {"name": "siblingName", "type": "String", "value": "ping"},
-          {"name": "rt", "type": "Index"}]},
-        {"class": "Check", "id": "c1dup", "properties": [
-          {"name": "siblingName", "type": "String", "value": "ping"},
-          {"name": "rt", "type": "Index"}
-        ], "children": [
-          {"class": "Check", "id": "below-dup", "properties": [
-            {"name": "siblingName", "type": "String", "value": "x"}]}]}
-      ]},
-      {"class": "Node", "id": "n1dup", "properties": [
-        {"name": "siblingName", "type": "String", "value": "alpha"},
-        {"name": "load", "type": "Index"}
-      ], "children": [
-        {"class": "Check", "id": "below-n1dup", "properties": [
-          {"name": "siblingName", "type": "String", "value": "y"}]}]},
-      {"class": "Node", "id": "flagged", "flags": 1, "properties": [
-        {"name": "siblingName", "type": "String", "value": "flagged"}
-      ], "children": [
-        {"class": "Check", "id": "below-flagged", "properties": [
-          {"name": "siblingName", "type": "String", "value": "z"}]}]},
-      {"class": "Node", "id": "nullname", "properties": [
-        {"name": "siblingName", "type": "String", "value": null}
-      ], "children": [
-        {"class": "Check", "id": "below-nullname", "properties": [
-          {"name": "siblingName", "type": "String", "value": "w"}]}]},
-      {"class": "AlertPathUsage", "id": "apu", "properties": [
-        {"name": "count", "type": "Unsigned Integer", "value": 3}
-      ], "children": [
-        {"class": "Check", "id": "below-apu", "properties": [
-          {"name": "siblingName", "type": "String", "value": "v"}]}]},
-      {"class": "MibObject", "id": "stray-mib", "properties": [
-        {"name": "siblingName", "type": "String", "value": "stray"}
-      ], "children": [
-        {"class": "Check", "id": "below-stray-mib", "properties": [
-          {"name": "siblingName", "type": "String", "value": "u"}]}]},
-      {"class": "NetworkScan", "id": "scan", "properties": [
-        {"name": "siblingName", "type": "String", "value": "scan"}
-      ], "children": [
-        {"class": "Check", "id": "below-scan", "properties": [
-          {"name": "siblingName", "type": "String", "value": "t"}]}]},
-      {"class": "Domain", "id": "sub", "properties": [
-        {"name": "siblingName", "type": "String", "value": "sub"},
-        {"name": "treeLabel", "type": "String", "value": "Sub"},
-        {"name": "name", "type": "String", "value": "Sub"}
-      ], "children": [
-        {"class": "Node", "id": "n2", "properties": [
-          {"name": "siblingName", "type": "String", "value": "alpha"},
-          {"name": "old", "type": "Index"}
-        ], "children": [
-          {"class": "Check", "id": "c2", "properties": [
-            {"name": "siblingName", "type": "String", "value": "c2"}
-          ], "children": [
-            {"class": "NetworkScan", "id": "scan2", "properties": [
-              {"name": "siblingName", "type": "String", "value": "scan2"}]}]}]},
-        {"class": "Domain", "id": "subsub", "properties": [
-          {"name": "siblingName", "type": "String", "value": "subsub"},
-          {"name": "treeLabel", "type": "String", "value": "Sub.SubSub"},
-          {"name": "name", "type": "String", "value": "SubSub"}
-        ], "children": [
-          {"class": "Node", "id": "n3", "properties": [
-            {"name": "siblingName", "type": "String", "value": "n3"}]}]}]},
-      {"class": "User", "id": "u1", "properties": [
-        {"name": "siblingName", "type": "String", "value": "admin"}]},
-      {"class": "AlertGroup", "id": "ag", "properties": [
-        {"name": "siblingName", "type": "String", "value": "ops"}]}
-    ]},
-    {"class": "MibRoot", "id": "mib", "properties": [
-      {"name": "siblingName", "type": "String", "value": "mib"}
-    ], "children": [
-      {"class": "MibModule", "id": "mod1", "properties": [
-        {"name": "siblingName", "type": "String", "value": "IF-MIB"}
-      ], "children": [
-        {"class": "MibObject", "id": "obj1", "properties": [
-          {"name": "siblingName", "type": "String", "value": "ifTable"}]}]},
-      {"class": "MibObject", "id": "obj2", "properties": [
-        {"name": "siblingName", "type": "String", "value": "IF-MIB"}]},
-      {"class": "MibObject", "id": "obj3", "properties": [
-        {"name": "siblingName", "type": "String", "value": "sysDescr"}]},
-      {"class": "Note", "id": "note", "properties": [
-        {"name": "siblingName", "type": "String", "value": "note"}]}
-    ]}
-  ],
-  "history": [
-    {"object": "n1", "index": "load", "datatype": "continuous", "intervals": [
-      {"start": 100, "end": 200, "max": 3, "avg": 2, "min": 1, "ngood": 4, "nbad": 0}]},
-    {"object": "n1", "index": "state", "datatype": "enum", "intervals": [
-      {"start": 100, "end": 200, "mask": 5, "ngood": 1, "nbad": 0}]},
-    {"object": "n1", "index": "empty", "datatype": "continuous", "intervals": []},
-    {"object": "c1", "index": "rt", "datatype": "incidents", "intervals": [
-      {"time": 150, "severity": 2, "message": "late <ack> & co"}]},
-    {"object": "c1dup", "index": "rt", "datatype": "incidents", "intervals": [
-      {"time": 150, "severity": 2, "message": "never asked"}]}
-  ]
-})";
 
 // A small tree with one faulty object `bad` (given as the JSON of its class
 // and properties) after written siblings and before more of them, plus the
@@ -234,7 +120,7 @@ class CountingDatabase : public server::Database {
 
 std::shared_ptr<const server::Database> database(const std::string& name) {
   if (name == "sample") return server::load_json_database(sample_path());
-  if (name == "tricky") return server::parse_json_database(kTricky);
+  if (name == "tricky") return pipelined_test::tricky_database();
   if (name == "generated") {
     return server::make_generated_database(server::parse_generator_shape("3x4x2x3/2"));
   }
@@ -268,61 +154,6 @@ std::shared_ptr<const server::Database> database(const std::string& name) {
   }
   ADD_FAILURE() << "no database " << name;
   return nullptr;
-}
-
-struct Outcome {
-  int exitCode = -1;
-  std::string document;
-  std::string errors;   // everything the run wrote to the error stream
-  std::string failure;  // the text of the exception that ended the export
-  PipelineStats stats;
-};
-
-// Runs the exporter's command line in-process against 127.0.0.1:port with
-// `args` after the login, and -o pipeline=`depth` when depth > 1.
-Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t depth) {
-  std::vector<std::string> line = {"talvix-exporter", "-s", "127.0.0.1", "-p",
-                                   std::to_string(port), "-l", "admin", "-P", "secret"};
-  line.insert(line.end(), args.begin(), args.end());
-  if (depth > 1) {
-    line.push_back("-o");
-    line.push_back("pipeline=" + std::to_string(depth));
-  }
-  std::vector<char*> argv;
-  for (std::string& s : line) argv.push_back(s.data());
-  argv.push_back(nullptr);
-
-  Outcome outcome;
-  std::ostringstream document, errors;
-  outcome.exitCode = porter::run_command_line(
-      static_cast<int>(line.size()), argv.data(),
-      [&](const porter::RunSettings& s) {
-        const porter::XMLExport prototype(ElementKind::Object, errors, fixed_clock);
-        porter::ExportEnvironment environment;
-        environment.standardOutput = &document;
-        environment.errorStream = &errors;
-        environment.extra = s.extra;
-        environment.pipelineStats = &outcome.stats;
-        try {
-          porter::export_database(s.server, s.port, s.login, s.password, s.loginDomain,
-                                  s.exportDomain, s.outputFileName, prototype, s.classFilter,
-                                  s.history, s.gzip, environment);
-        } catch (const error::Exception& e) {
-          outcome.failure = e.text();
-          throw;
-        }
-      },
-      errors);
-  outcome.document = document.str();
-  outcome.errors = errors.str();
-
-  // A failed export leaves the elements it opened open, and the XML nesting
-  // depth is the process's: close them so the next run starts at the left.
-  std::ostringstream scratch;
-  porter::CPPOutStream scratchStream(scratch);
-  const porter::XMLExport closer(ElementKind::Object, errors, fixed_clock);
-  while (porter::XMLExport::depth() > 0) closer.create(ElementKind::Object)->close(scratchStream);
-  return outcome;
 }
 
 void expect_same(const Outcome& expected, const Outcome& actual) {
@@ -368,7 +199,7 @@ class PipelinedExportTest : public ::testing::TestWithParam<Case> {};
 TEST_P(PipelinedExportTest, EveryDepthWritesWhatTheSequentialWalkWrites) {
   const Case& c = GetParam();
   TestServer server(database(c.db));
-  const Outcome sequential = run_exporter(server.port(), c.args, 1);
+  const Outcome sequential = run_exporter(server.port(), c.args, kSequential);
   ASSERT_EQ(sequential.exitCode, c.fails ? 1 : 0) << sequential.errors;
   EXPECT_EQ(sequential.failure.empty(), !c.fails) << sequential.failure;
   if (c.args.empty() || c.fails) {
@@ -393,7 +224,7 @@ TEST_P(PipelinedExportTest, AnswersOutOfOrderChangeNothing) {
   const Case& c = GetParam();
   std::shared_ptr<const server::Database> db = database(c.db);
   TestServer plain(db);
-  const Outcome sequential = run_exporter(plain.port(), c.args, 1);
+  const Outcome sequential = run_exporter(plain.port(), c.args, kSequential);
 
   server::ServerOptions options;
   options.faults.reverseWindow = 5;
@@ -415,14 +246,14 @@ INSTANTIATE_TEST_SUITE_P(Databases, PipelinedExportTest, ::testing::ValuesIn(kCa
 TEST(PipelinedExportBrokenConnection, LeavesAPrefixAndTheTransportsError) {
   std::shared_ptr<const server::Database> db = database("generated");
   TestServer plain(db);
-  const Outcome complete = run_exporter(plain.port(), {}, 1);
+  const Outcome complete = run_exporter(plain.port(), {}, kSequential);
   ASSERT_EQ(complete.exitCode, 0);
 
   for (uint32_t closeAt : {3u, 10u, 40u, 150u}) {
     server::ServerOptions options;
     options.faults.closeAtRequest = closeAt;
     TestServer closing(db, options);
-    const Outcome sequential = run_exporter(closing.port(), {}, 1);
+    const Outcome sequential = run_exporter(closing.port(), {}, kSequential);
     ASSERT_EQ(sequential.exitCode, 1);
     ASSERT_FALSE(sequential.failure.empty());
     for (uint32_t depth : {2u, 7u, 64u, 4096u}) {
@@ -450,7 +281,7 @@ TEST(PipelinedExportRequests, NothingIsFetchedBelowDroppedObjects) {
   for (const std::vector<std::string>& args :
        {std::vector<std::string>{}, {"-I", "Domain,Node+"}, {"-i", "Check"}}) {
     counting->reset();
-    const Outcome sequential = run_exporter(server.port(), args, 1);
+    const Outcome sequential = run_exporter(server.port(), args, kSequential);
     ASSERT_EQ(sequential.exitCode, 0);
     const uint64_t sequentialHistories = counting->histories();
     for (uint32_t depth : {2u, 7u, 64u}) {

@@ -1,0 +1,44 @@
+// Runs the exporter in-process against the stand-in server, sequentially or
+// with -o pipeline=N, and keeps everything it wrote, for the tests that
+// compare the pipelined export with the sequential one.
+#ifndef TALVIX_TESTS_SUPPORT_PIPELINED_RUN_H_
+#define TALVIX_TESTS_SUPPORT_PIPELINED_RUN_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "porter/pipelined_source.h"
+#include "server/database.h"
+
+namespace pipelined_test {
+
+struct Outcome {
+  int exitCode = -1;
+  std::string document;  // what went to standard output
+  std::string errors;    // everything the run wrote to the error stream
+  std::string failure;   // the text of the exception that ended the export
+  porter::PipelineStats stats;
+};
+
+// No -o pipeline option at all.
+constexpr uint32_t kSequential = 0;
+
+// Runs the exporter's command line in-process against 127.0.0.1:port with
+// `args` after the login, and -o pipeline=`depth` unless depth is
+// kSequential. The Meta timestamp is always that of 2008-03-01 00:00:00 UTC.
+// Elements a failed export left open are closed afterwards (into a scratch
+// stream), so runs can follow each other in one process.
+Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t depth);
+
+// One table of objects for most cases: written objects with history (a
+// series with rows, an empty one, one the server refuses), duplicates,
+// flagged children, a null siblingName, an AlertPathUsage without one, a MIB
+// object outside the MIB selection, a default-ignored class, subdomains, and
+// a MIB section with a duplicate name. Every dropped object has children.
+std::shared_ptr<const server::Database> tricky_database();
+
+}  // namespace pipelined_test
+
+#endif  // TALVIX_TESTS_SUPPORT_PIPELINED_RUN_H_
