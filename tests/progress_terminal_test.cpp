@@ -73,11 +73,11 @@ TerminalRun run_on_terminal(const std::vector<std::string>& args) {
 class ProgressTerminalTest : public testing::Test {
  protected:
   // A generated database whose export takes some hundreds of milliseconds:
-  // each answer leaves 5 ms after its request, so the terminal display is
-  // redrawn several times (at most every 200 ms).
+  // each answer leaves 8 ms after its request (169 requests), so the
+  // terminal display is redrawn several times (at most every 200 ms).
   static void SetUpTestSuite() {
     server_ = std::make_unique<e2e::ServerProcess>(
-        kServer, std::vector<std::string>{"--generate", "2x3x2x4/2", "--delay-ms", "5"});
+        kServer, std::vector<std::string>{"--generate", "2x3x2x4/2", "--delay-ms", "8"});
   }
   static void TearDownTestSuite() { server_.reset(); }
 
