@@ -13,6 +13,13 @@
 // beyond one chunk of at most 65536 octets; octets go straight into the
 // value objects, so a value may be split across reads at any octet.
 //
+// Nesting is bounded: at most 1024 constructed values may be open at once
+// (the top-level message counts as one, every list or set as one more). A
+// value that would open the 1025th throws protocol::EBer "Constructed values
+// nested too deeply", so a hostile stream cannot grow the reader's stack,
+// nor the native stack of the recursive clone, compare, write and
+// destruction of the messages it yields, without bound.
+//
 // Ownership: the reader owns the stream below, every message under
 // construction and every complete message until takeMessage() hands it out.
 // Children follow the ChildSlot convention of protocol/ber_value.h.

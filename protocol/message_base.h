@@ -44,6 +44,10 @@ class Message : public BerConstructed {
   bool operator==(const BerValue& other) const override;
   bool operator<(const BerValue& other) const override;
   bool operator>(const BerValue& other) const override;
+  // Field by field, in declaration order: negative, 0 or positive. One walk
+  // of both values, so its cost stays linear however deep they nest (asking
+  // < and then > at every level would double it per level).
+  int compare(const Self& other) const;
   // Tag, 80, every field, 00 00. A missing required pointer field or a null
   // list element ends the process through assert_failed; a range or length
   // failure throws EBer (the stream may then hold a partial message).

@@ -151,7 +151,10 @@ struct PointerCodec {
     return ChildSlot::owned_by_parent(v.get());
   }
   bool equal(const Value& a, const Value& b) const { return equal_values(a.get(), b.get()); }
-  int compare(const Value& a, const Value& b) const { return compare_values(a.get(), b.get()); }
+  int compare(const Value& a, const Value& b) const {
+    if (a == nullptr || b == nullptr) return (a != nullptr) - (b != nullptr);
+    return a->compare(*b);
+  }
   void copy(Value& to, const Value& from) const {
     to.reset();
     if (from != nullptr) to.reset(checked_cast<T>(from->clone().release()));
@@ -430,23 +433,23 @@ bool Message<Self>::operator==(const BerValue& other) const {
 }
 
 template <class Self>
+int Message<Self>::compare(const Self& other) const {
+  for (const auto& f : schema().fields) {
+    if (int c = f->compare(self(), other); c != 0) return c;
+  }
+  return 0;
+}
+
+template <class Self>
 bool Message<Self>::operator<(const BerValue& other) const {
   const Self* o = dynamic_cast<const Self*>(&other);
-  if (o == nullptr) return false;
-  for (const auto& f : schema().fields) {
-    if (int c = f->compare(self(), *o); c != 0) return c < 0;
-  }
-  return false;
+  return o != nullptr && compare(*o) < 0;
 }
 
 template <class Self>
 bool Message<Self>::operator>(const BerValue& other) const {
   const Self* o = dynamic_cast<const Self*>(&other);
-  if (o == nullptr) return false;
-  for (const auto& f : schema().fields) {
-    if (int c = f->compare(self(), *o); c != 0) return c > 0;
-  }
-  return false;
+  return o != nullptr && compare(*o) > 0;
 }
 
 template <class Self>
