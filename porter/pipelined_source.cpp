@@ -224,6 +224,8 @@ class PipelinedSource::Planner {
       return false;
     }
     ++stats_->sent;
+    if (!anySent_ || maxSentKey_ < slot.key) maxSentKey_ = slot.key;
+    anySent_ = true;
     unsent_.erase(&slot);
     slot.request = std::move(request);
     outstandingSlots_.emplace(slot.request.get(), &slot);
@@ -235,10 +237,21 @@ class PipelinedSource::Planner {
 
   // Sends the earliest requests of the plan while the bounds allow.
   void fill() {
-    while (!sendFailed_ && !unsent_.empty() && outstanding_ < depth_ &&
-           outstanding_ + held_ < 2 * depth_) {
+    while (!sendFailed_ && !unsent_.empty() && may_send_ahead(**unsent_.begin())) {
       send(**unsent_.begin());
     }
+  }
+
+  // Up to 2N requests may be outstanding or held ahead of the walk. A request
+  // that comes before one already sent (the children and history of an
+  // object whose later siblings were asked first) is needed sooner than those
+  // siblings' answers, so it may go beyond that, up to 4N; otherwise the held
+  // answers of far siblings would leave the walk one round trip per step.
+  bool may_send_ahead(const Slot& next) const {
+    if (outstanding_ >= depth_) return false;
+    const uint32_t ahead = outstanding_ + held_;
+    if (ahead < 2 * depth_) return true;
+    return ahead < 4 * depth_ && anySent_ && next.key < maxSentKey_;
   }
 
   // Reads and dispatches one answer and plans what it shows.
@@ -408,6 +421,9 @@ class PipelinedSource::Planner {
   std::string mibRootId_;
   bool planning_ = false;
   bool sendFailed_ = false;
+  // The latest key in document order of any request sent so far.
+  bool anySent_ = false;
+  Key maxSentKey_{};
 
   // Every planned request not yet taken by the walk, in document order.
   std::map<Key, std::unique_ptr<Slot>> pending_;

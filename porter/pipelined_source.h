@@ -24,8 +24,10 @@
 //
 // Bounded memory: at most N requests are outstanding, and requests are sent
 // ahead of the walk only while fewer than 2N are outstanding or answered but
-// not yet taken by the walk; the request the walk is waiting for is sent even
-// then, so at most 2N + 1 answers are ever held. Besides those answers the
+// not yet taken by the walk, or fewer than 4N for a request that comes before
+// one already sent in document order (so that an object's children are not
+// starved by the held answers of its later siblings); the request the walk
+// is waiting for is sent even then, so at most 4N + 1 answers are ever held. Besides those answers the
 // planner keeps, for each object whose subtree is still being walked, the id
 // and class of the children it has yet to visit, as the sequential walk
 // keeps its parents' results: nothing grows with the size of the database.
