@@ -3,10 +3,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <iterator>
 
 namespace porter {
 
@@ -67,6 +69,51 @@ void discard_rest_of_line(int fd) {
   std::memset(scratch, 0, sizeof scratch);
 }
 
+// What a signal that ends the process must undo while echo is off (Ctrl-C at
+// the prompt): without it the shell would be left with a terminal that does
+// not echo. Set only while an EchoRestorer exists.
+constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+int restoreFd = -1;
+termios restoreMode;
+struct sigaction previousActions[std::size(kEndingSignals)];
+
+// Puts the terminal mode back and gives the signal back its previous
+// disposition. The signal is blocked while the handler runs, so the one
+// raised here is delivered, to that disposition, when the handler returns.
+void restore_terminal_and_reraise(int signal) {
+  const int savedErrno = errno;
+  if (restoreFd >= 0) ::tcsetattr(restoreFd, TCSANOW, &restoreMode);
+  for (size_t i = 0; i < std::size(kEndingSignals); ++i) {
+    if (kEndingSignals[i] == signal) ::sigaction(signal, &previousActions[i], nullptr);
+  }
+  ::raise(signal);
+  errno = savedErrno;
+}
+
+// While it exists, a signal of kEndingSignals restores `mode` on `fd` before
+// it takes its course. One prompt at a time, like the terminal itself.
+class EchoRestorer {
+ public:
+  EchoRestorer(int fd, const termios& mode) {
+    restoreMode = mode;
+    restoreFd = fd;
+    struct sigaction action {};
+    action.sa_handler = restore_terminal_and_reraise;
+    sigemptyset(&action.sa_mask);
+    for (size_t i = 0; i < std::size(kEndingSignals); ++i) {
+      ::sigaction(kEndingSignals[i], &action, &previousActions[i]);
+    }
+  }
+  ~EchoRestorer() {
+    for (size_t i = 0; i < std::size(kEndingSignals); ++i) {
+      ::sigaction(kEndingSignals[i], &previousActions[i], nullptr);
+    }
+    restoreFd = -1;
+  }
+  EchoRestorer(const EchoRestorer&) = delete;
+  EchoRestorer& operator=(const EchoRestorer&) = delete;
+};
+
 // Prompt, read, cut and line end, with the terminal already in password
 // mode. Returns nullptr or the failure text.
 const char* prompt_and_read(int in, int out, char* buffer, size_t size, const char* prompt) {
@@ -106,6 +153,7 @@ const char* read_console_password(char* buffer, size_t size, const char* prompt)
   termios quiet = saved;
   quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
   quiet.c_lflag |= ICANON;
+  const EchoRestorer restorer(in.get(), saved);
   if (::tcsetattr(in.get(), TCSANOW, &quiet) != 0) return "SetConsoleMode failed";
 
   const char* result = prompt_and_read(in.get(), out.get(), buffer, size, prompt);

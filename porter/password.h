@@ -33,7 +33,10 @@ inline constexpr size_t kPasswordBufferSize = 64;
 //                             discarded so that it does not reach the next
 //                             reader of the terminal (e.g. the shell); the
 //                             buffer is zeroed.
-// Once the mode was changed it is restored on every path. `size` must be at
+// Once the mode was changed it is restored on every path, and also when
+// SIGINT, SIGTERM, SIGHUP or SIGQUIT arrives during the prompt (Ctrl-C): the
+// mode is put back, then the signal takes the course it had before the
+// prompt (by default it ends the process). `size` must be at
 // least 1.
 const char* read_console_password(char* buffer, size_t size, const char* prompt);
 
