@@ -14,7 +14,6 @@
 #include "server/request_handler.h"
 #include "server/server_options.h"
 #include "support/server_harness.h"
-#include "util/error.h"
 
 namespace {
 
@@ -34,11 +33,6 @@ class PieceSink : public protocol::BasicIo {
     pieces.emplace_back(static_cast<const char*>(data), length);
   }
   void flush() override {}
-  std::string all() const {
-    std::string s;
-    for (const auto& p : pieces) s += p;
-    return s;
-  }
   std::vector<std::string> pieces;
 };
 
@@ -70,6 +64,8 @@ TEST(ReplyWriter, ChunksEveryReplyIntoPiecesOfTheGivenSize) {
   EXPECT_EQ(whole.pieces, (std::vector<std::string>{"abcdefg"}));
 }
 
+// Answers due at the same time must leave in one write, or pipelined answers
+// stall on acknowledgements.
 TEST(ReplyWriter, AnswersDueTogetherLeaveInOneWriteUnlessChunked) {
   PieceSink together;
   {
@@ -100,25 +96,60 @@ TEST(ReplyWriter, FillerAndStrayAnswersGoBeforeTheAnswer) {
     writer.submit("A", server::Clock::now());
     writer.submit("B", server::Clock::now());
   }
+  std::string all;
+  for (const auto& p : sink.pieces) all += p;
   const std::string stray = server::error_response(0x7FFFFFFF, 13, "stray answer", false);
-  EXPECT_EQ(sink.all(), std::string("\x19\0\x19", 3) + "A" + std::string("\x19\0\x19", 3) + stray + "B");
-}
-
-TEST(ReplyWriter, ReversesWithinWindowsAndFlushesAPartialOne) {
-  PieceSink sink;
-  server::FaultOptions f;
-  f.reverseWindow = 3;
-  {
-    server::ReplyWriter writer(sink, f, false);
-    for (const char* a : {"1", "2", "3", "4", "5"}) writer.submit(a, server::Clock::now());
-    EXPECT_TRUE(writer.windowPending());
-    writer.flushWindow();
-  }
-  EXPECT_EQ(sink.all(), "32154");
+  EXPECT_EQ(all, std::string("\x19\0\x19", 3) + "A" + std::string("\x19\0\x19", 3) + stray + "B");
 }
 
 // ---------------------------------------------------------------------------
 // Faults end to end.
+
+struct FaultCase {
+  const char* name;
+  server::FaultOptions faults;
+  int32_t requests;
+  std::vector<int32_t> ids;  // of the answers, in arrival order
+  const char* ending;        // null: stays open; "": closed; else the decode error
+};
+
+server::FaultOptions faults(uint32_t reverse, uint32_t stray, uint32_t closeAt, uint32_t malformedAt,
+                            uint32_t delayMs = 0) {
+  server::FaultOptions f;
+  f.reverseWindow = reverse;
+  f.strayEvery = stray;
+  f.closeAtRequest = closeAt;
+  f.malformedAtRequest = malformedAt;
+  f.delayMs = delayMs;
+  return f;
+}
+
+class ServerFaultTest : public testing::TestWithParam<FaultCase> {};
+
+TEST_P(ServerFaultTest, DoesWhatTheOptionSays) {
+  const FaultCase& k = GetParam();
+  TestServer s(server_test::sample_database(), with_faults(k.faults));
+  RawClient c(s.port());
+  ASSERT_TRUE(c.login());
+  c.sendBytes(burst(c, 0, k.requests));
+  EXPECT_EQ(receive_ids(c, k.ids.size()), k.ids);
+  if (k.ending != nullptr) {
+    EXPECT_EQ(c.receive(), nullptr);
+    EXPECT_TRUE(c.ended());
+    EXPECT_EQ(c.decodeError(), k.ending);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, ServerFaultTest,
+    testing::Values(
+        // The last window is partial and goes out when nothing follows.
+        FaultCase{"reverse_window", faults(3, 0, 0, 0), 8, {2, 1, 0, 5, 4, 3, 7, 6}, nullptr},
+        FaultCase{"stray_every", faults(0, 1, 0, 0), 2, {0x7FFFFFFF, 0, 0x7FFFFFFE, 1}, nullptr},
+        // The delay keeps the earlier answers owed when the closing request arrives.
+        FaultCase{"close_at", faults(0, 0, 3, 0, 50), 5, {0, 1}, ""},
+        FaultCase{"malformed_at", faults(0, 0, 0, 2), 3, {0}, "Length field too long"}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(ServerFaults, DelaysOfPipelinedRequestsOverlap) {
   server::FaultOptions f;
@@ -136,63 +167,13 @@ TEST(ServerFaults, DelaysOfPipelinedRequestsOverlap) {
   EXPECT_LT(elapsed, std::chrono::milliseconds(2800));
 }
 
-TEST(ServerFaults, ReverseWindowAnswersOutOfOrder) {
-  server::FaultOptions f;
-  f.reverseWindow = 3;
+// The client library copes with every harmless fault at once: it reassembles
+// one-octet chunks, skips filler and drops stray and reordered answers.
+TEST(ServerFaults, ClientStillGetsEveryAnswerThroughHarmlessFaults) {
+  server::FaultOptions f = faults(4, 1, 0, 0);
+  f.chunkSize = 1;
+  f.filler = 5;
   TestServer s(server_test::sample_database(), with_faults(f));
-  RawClient c(s.port());
-  ASSERT_TRUE(c.login());
-  c.sendBytes(burst(c, 0, 6));
-  EXPECT_EQ(receive_ids(c, 6), (std::vector<int32_t>{2, 1, 0, 5, 4, 3}));
-  c.sendBytes(burst(c, 6, 2));  // a partial window goes out when nothing follows
-  EXPECT_EQ(receive_ids(c, 2), (std::vector<int32_t>{7, 6}));
-}
-
-TEST(ServerFaults, StrayResponsesCarryIdsNeverAsked) {
-  server::FaultOptions f;
-  f.strayEvery = 1;
-  TestServer s(server_test::sample_database(), with_faults(f));
-  RawClient c(s.port());
-  ASSERT_TRUE(c.login());
-  c.sendBytes(burst(c, 0, 2));
-  EXPECT_EQ(receive_ids(c, 4), (std::vector<int32_t>{0x7FFFFFFF, 0, 0x7FFFFFFE, 1}));
-}
-
-TEST(ServerFaults, CloseAtRequestAnswersTheEarlierOnesThenCloses) {
-  server::FaultOptions f;
-  f.closeAtRequest = 3;
-  f.delayMs = 50;
-  TestServer s(server_test::sample_database(), with_faults(f));
-  RawClient c(s.port());
-  ASSERT_TRUE(c.login());
-  c.sendBytes(burst(c, 0, 5));
-  EXPECT_EQ(receive_ids(c, 5), (std::vector<int32_t>{0, 1}));
-  EXPECT_TRUE(c.ended());
-  EXPECT_EQ(c.decodeError(), "");
-}
-
-TEST(ServerFaults, MalformedAtRequestSendsUndecodableOctets) {
-  server::FaultOptions f;
-  f.malformedAtRequest = 2;
-  TestServer s(server_test::sample_database(), with_faults(f));
-  RawClient c(s.port());
-  ASSERT_TRUE(c.login());
-  c.sendBytes(burst(c, 0, 3));
-  EXPECT_EQ(receive_ids(c, 3), (std::vector<int32_t>{0}));
-  EXPECT_EQ(c.decodeError(), "Length field too long");
-}
-
-struct ClientFaultCase {
-  const char* name;
-  server::FaultOptions faults;
-};
-
-class ServerFaultsWithClientTest : public testing::TestWithParam<ClientFaultCase> {};
-
-// The client library copes with every harmless fault: it reassembles chunks,
-// skips filler and drops stray and reordered answers on the way.
-TEST_P(ServerFaultsWithClientTest, ClientStillGetsEveryAnswer) {
-  TestServer s(server_test::sample_database(), with_faults(GetParam().faults));
   auto session = openSession(ConnectionFactory(), "127.0.0.1", s.port(), "Exporter", "admin",
                              "secret", "lab");
   std::vector<std::shared_ptr<tqlquery::Select>> selects;
@@ -206,73 +187,40 @@ TEST_P(ServerFaultsWithClientTest, ClientStillGetsEveryAnswer) {
   }
 }
 
-server::FaultOptions chunked(uint32_t n) {
-  server::FaultOptions f;
-  f.chunkSize = n;
-  return f;
-}
-server::FaultOptions noisy() {
-  server::FaultOptions f;
-  f.filler = 5;
-  f.strayEvery = 1;
-  return f;
-}
-server::FaultOptions reversed() {
-  server::FaultOptions f;
-  f.reverseWindow = 4;
-  return f;
-}
-
-INSTANTIATE_TEST_SUITE_P(Faults, ServerFaultsWithClientTest,
-                         testing::Values(ClientFaultCase{"chunk_1", chunked(1)},
-                                         ClientFaultCase{"chunk_7", chunked(7)},
-                                         ClientFaultCase{"filler_and_stray", noisy()},
-                                         ClientFaultCase{"reversed", reversed()}),
-                         [](const auto& info) { return std::string(info.param.name); });
-
 // ---------------------------------------------------------------------------
 // Malformed input and abrupt disconnects.
 
-struct GarbageCase {
-  const char* name;
-  bool afterLogin;
-  std::string bytes;
-};
-
-class ServerGarbageTest : public testing::TestWithParam<GarbageCase> {};
-
-TEST_P(ServerGarbageTest, ClosesTheConnectionAndServesTheNextOne) {
+TEST(ServerRobustness, GarbageClosesTheConnectionAndTheNextOneIsServed) {
+  struct Case {
+    const char* name;
+    bool afterLogin;
+    std::string bytes;
+  } const cases[] = {
+      {"unknown_tag_first", false, std::string("\x7F\x30\x80\x00\x00", 5)},
+      {"long_length_first", false, std::string("\x60\x85\x01\x01\x01\x01\x01", 7)},
+      {"unknown_tag", true, std::string("\x7F\x30\x80\x00\x00", 5)},
+      {"too_few_fields", true, std::string("\x74\x80\x02\x01\x01\x00\x00", 7)},
+      {"wrong_alternative", true, std::string("\x74\x80\x02\x01\x01\xA4\x80\x00\x00\x00\x00", 11)},
+      {"overlong_string", true,
+       std::string("\x74\x80\x02\x01\x01\xA0\x80\x31\x80\x04\x82\x01\x00", 13) + std::string(256, 'x')},
+  };
   TestServer s(server_test::sample_database());
-  {
+  for (const Case& k : cases) {
+    SCOPED_TRACE(k.name);
     RawClient bad(s.port());
-    if (GetParam().afterLogin) {
+    if (k.afterLogin) {
       ASSERT_TRUE(bad.login());
     }
-    bad.sendBytes(GetParam().bytes);
+    bad.sendBytes(k.bytes);
     EXPECT_TRUE(bad.waitForClose());
+    RawClient good(s.port());
+    ASSERT_TRUE(good.login());
+    good.sendSelect(1, {"root"}, ".!");
+    auto response = good.receiveAs<protocol::Response>();
+    ASSERT_TRUE(response);
+    EXPECT_TRUE(dynamic_cast<protocol::SelectResp*>(response->resp.get()));
   }
-  RawClient good(s.port());
-  ASSERT_TRUE(good.login());
-  good.sendSelect(1, {"root"}, ".!");
-  auto response = good.receiveAs<protocol::Response>();
-  ASSERT_TRUE(response);
-  EXPECT_TRUE(dynamic_cast<protocol::SelectResp*>(response->resp.get()));
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Garbage, ServerGarbageTest,
-    testing::Values(
-        GarbageCase{"unknown_tag_first", false, std::string("\x7F\x30\x80\x00\x00", 5)},
-        GarbageCase{"long_length_first", false, std::string("\x60\x85\x01\x01\x01\x01\x01", 7)},
-        GarbageCase{"unknown_tag", true, std::string("\x7F\x30\x80\x00\x00", 5)},
-        GarbageCase{"primitive_indefinite", true, std::string("\x74\x80\x02\x80", 4)},
-        GarbageCase{"nonzero_after_zero", true, std::string("\x74\x80\x00\x05", 4)},
-        GarbageCase{"too_few_fields", true, std::string("\x74\x80\x02\x01\x01\x00\x00", 7)},
-        GarbageCase{"wrong_alternative", true, std::string("\x74\x80\x02\x01\x01\xA4\x80\x00\x00\x00\x00", 11)},
-        GarbageCase{"overlong_string", true,
-                    std::string("\x74\x80\x02\x01\x01\xA0\x80\x31\x80\x04\x82\x01\x00", 13) +
-                        std::string(256, 'x')}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(ServerRobustness, AbruptDisconnectsDoNotStopTheServer) {
   server::FaultOptions f;
@@ -309,52 +257,46 @@ TEST(ServerRobustness, StopEndsIdleAndBusyConnections) {
 // ---------------------------------------------------------------------------
 // The command line.
 
-struct ArgsCase {
-  const char* name;
-  std::vector<const char*> args;
-  const char* error;  // empty: accepted
-};
-
-class ServerArgsTest : public testing::TestWithParam<ArgsCase> {};
-
-TEST_P(ServerArgsTest, AcceptsOrRejectsWithAReason) {
-  std::vector<const char*> argv{"talvix-server"};
-  argv.insert(argv.end(), GetParam().args.begin(), GetParam().args.end());
-  server::ParsedArgs parsed = server::parse_server_args(static_cast<int>(argv.size()), argv.data());
-  EXPECT_EQ(parsed.error, GetParam().error);
+server::ParsedArgs parse(std::vector<const char*> args) {
+  args.insert(args.begin(), "talvix-server");
+  return server::parse_server_args(static_cast<int>(args.size()), args.data());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Args, ServerArgsTest,
-    testing::Values(
-        ArgsCase{"db", {"--db", "x.json"}, ""},
-        ArgsCase{"generate_everything", {"--generate", "2x3x4x5/2", "--port", "0", "--offer-version", "0x0205",
-                                         "--auth", "password", "--nack", "no", "--legacy-greeting",
-                                         "--delay-ms", "5", "--chunk", "1", "--filler", "2",
-                                         "--stray-every", "3", "--reverse-window", "4",
-                                         "--close-at", "9", "--malformed-at", "8"}, ""},
-        ArgsCase{"no_database", {"--port", "0"}, "give exactly one of --db FILE and --generate SHAPE"},
-        ArgsCase{"two_databases", {"--db", "a", "--generate", "1x1x1x1"},
-                 "give exactly one of --db FILE and --generate SHAPE"},
-        ArgsCase{"missing_value", {"--db"}, "option --db needs a value"},
-        ArgsCase{"port_too_big", {"--db", "a", "--port", "65536"}, "bad port: 65536"},
-        ArgsCase{"negative_delay", {"--db", "a", "--delay-ms", "-1"}, "bad delay: -1"},
-        ArgsCase{"bad_auth", {"--db", "a", "--auth", "kerberos"}, "bad authentication: kerberos"},
-        ArgsCase{"unknown", {"--db", "a", "--verbose", "1"}, "unknown option --verbose"}),
-    [](const auto& info) { return std::string(info.param.name); });
+TEST(ServerArgs, RefusesWithAReason) {
+  struct Case {
+    std::vector<const char*> args;
+    const char* error;
+  } const cases[] = {
+      {{"--port", "0"}, "give exactly one of --db FILE and --generate SHAPE"},
+      {{"--db", "a", "--generate", "1x1x1x1"}, "give exactly one of --db FILE and --generate SHAPE"},
+      {{"--db"}, "option --db needs a value"},
+      {{"--db", "a", "--port", "65536"}, "bad port: 65536"},
+      {{"--db", "a", "--delay-ms", "-1"}, "bad delay: -1"},
+      {{"--db", "a", "--auth", "kerberos"}, "bad authentication: kerberos"},
+      {{"--db", "a", "--verbose", "1"}, "unknown option --verbose"},
+  };
+  for (const Case& k : cases) EXPECT_EQ(parse(k.args).error, k.error);
+}
 
-TEST(ServerArgs, ValuesArriveInTheOptions) {
-  const char* argv[] = {"talvix-server", "--generate", "1x1x1x1", "--offer-version", "0x0300",
-                        "--auth", "private-key", "--reverse-window", "4", "--close-at", "9"};
-  server::ParsedArgs parsed = server::parse_server_args(11, argv);
+TEST(ServerArgs, EveryOptionArrivesInTheOptions) {
+  server::ParsedArgs parsed =
+      parse({"--generate", "2x3x4x5/2", "--port", "65535", "--offer-version", "0x0300", "--auth",
+             "private-key", "--nack", "no", "--legacy-greeting", "--delay-ms", "5", "--chunk", "1",
+             "--filler", "2", "--stray-every", "3", "--reverse-window", "4", "--close-at", "9",
+             "--malformed-at", "8"});
   ASSERT_EQ(parsed.error, "");
-  EXPECT_EQ(parsed.options.generateShape, "1x1x1x1");
-  EXPECT_EQ(parsed.options.handshake.version, 0x0300);
-  EXPECT_EQ(parsed.options.handshake.auth, server::OfferedAuth::kPrivateKey);
-  EXPECT_EQ(parsed.options.faults.reverseWindow, 4u);
-  EXPECT_EQ(parsed.options.faults.closeAtRequest, 9u);
-  const char* help[] = {"talvix-server", "--help"};
-  EXPECT_TRUE(server::parse_server_args(2, help).help);
+  const server::ServerOptions& o = parsed.options;
+  EXPECT_EQ(o.generateShape, "2x3x4x5/2");
+  EXPECT_EQ(o.port, 65535);
+  EXPECT_EQ(o.handshake.version, 0x0300);
+  EXPECT_EQ(o.handshake.auth, server::OfferedAuth::kPrivateKey);
+  EXPECT_EQ(o.handshake.nackReason, "no");
+  EXPECT_TRUE(o.handshake.legacyGreeting);
+  EXPECT_EQ(std::vector<uint32_t>({o.faults.delayMs, o.faults.chunkSize, o.faults.filler,
+                                   o.faults.strayEvery, o.faults.reverseWindow,
+                                   o.faults.closeAtRequest, o.faults.malformedAtRequest}),
+            std::vector<uint32_t>({5, 1, 2, 3, 4, 9, 8}));
+  EXPECT_TRUE(parse({"--help"}).help);
 }
 
 }  // namespace

@@ -64,9 +64,6 @@ PropertyValue text_property(const std::string& name, const std::string& value) {
 PropertyValue unsigned_property(const std::string& name, uint32_t value) {
   return PropertyValue{name, server::kTypeUnsigned, value};
 }
-PropertyValue null_property(const std::string& name, uint32_t type) {
-  return PropertyValue{name, type, server::NullValue{}};
-}
 
 std::shared_ptr<MemoryDatabase> sample_database() {
   auto db = std::make_shared<MemoryDatabase>("root", "mib");
@@ -89,10 +86,8 @@ std::shared_ptr<MemoryDatabase> sample_database() {
   cpu.intervals.push_back(server::ContinuousRow{100, 200, 9.5, 5.0, 1.0, 3, 0});
   cpu.intervals.push_back(server::ContinuousRow{200, 300, 12.0, 7.5, 3.0, 5, 1});
   db->addHistory("n1", "cpu", cpu);
-  db->addHistory("n1", "state", server::History{3, {server::EnumRow{10, 20, 0x80000001u, 4, 0}}});
   db->addHistory("n1", "events",
                  server::History{4, {server::IncidentRow{50, 2, "link <down>"}}});
-  db->addHistory("n2", "saw", server::History{2, {server::SawtoothRow{0, 60, 3, 2, 1, 1, 0}}});
   db->addHistory("n2", "acc", server::History{6, {server::SawtoothRow{60, 120, 6, 5, 4, 2, 2}}});
   db->addHistory("n2", "empty", server::History{5, {}});
   db->addUser("lab", "admin", "secret");

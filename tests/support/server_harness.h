@@ -58,7 +58,6 @@ class MemoryDatabase : public server::Database {
 // Property values for building objects.
 server::PropertyValue text_property(const std::string& name, const std::string& value);
 server::PropertyValue unsigned_property(const std::string& name, uint32_t value);
-server::PropertyValue null_property(const std::string& name, uint32_t type);
 
 // The sample tree most tests use, with user "admin" / "secret" of domain
 // "lab":
@@ -71,8 +70,8 @@ server::PropertyValue null_property(const std::string& name, uint32_t type);
 //   n2     Node   name "berlin-web", load 12, flags 1
 //   mib    MibRoot    children: mod1, obj1, other
 //   mod1   MibModule, obj1 MibObject, other Note
-// History: n1/cpu continuous (2 rows), n1/state enum, n1/events incidents,
-// n2/saw sawtooth, n2/acc accumulation.
+// History: n1/cpu continuous (2 rows), n1/events incidents, n2/acc
+// accumulation, n2/empty continuous without rows.
 std::shared_ptr<MemoryDatabase> sample_database();
 
 // A server::Server on a free loopback port, started at construction and
