@@ -57,7 +57,6 @@ ScriptedStream& ScriptedStream::octets(const Bytes& bytes) {
 }
 
 uint64_t ScriptedStream::read(void* buffer, uint64_t capacity) {
-  ++reads;
   if (capacity == 0) return 0;
   if (script_.empty()) throw error::ESystemError("end of script");
   Step& step = script_.front();

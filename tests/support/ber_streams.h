@@ -18,14 +18,13 @@ using Bytes = std::vector<uint8_t>;
 Bytes from_hex(const std::string& text);
 std::string to_hex(const Bytes& bytes);
 
-// Collects everything written; counts flushes.
+// Collects everything written.
 class ByteSink : public protocol::BasicIo {
  public:
   void write(const void* data, size_t length) override;
-  void flush() override { ++flushes; }
+  void flush() override {}
 
   Bytes bytes;
-  int flushes = 0;
 };
 
 // Serves the scripted chunks in order, each in one read (cut to the capacity
@@ -47,7 +46,6 @@ class ScriptedStream : public old_protocol::BasicIo {
 
   Bytes written;
   int flushes = 0;
-  int reads = 0;
 
  private:
   struct Step {
