@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cmath>
-#include <map>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -29,13 +28,19 @@ const Database& sample() {
   return *db;
 }
 
-std::string load_error(const std::string& text) {
+// The text of the error::EFatal that `f` throws.
+template <class F>
+std::string fatal_text(F f) {
   try {
-    parse_json_database(text);
+    f();
   } catch (const error::EFatal& e) {
     return e.text();
   }
-  return "(loaded)";
+  return "(accepted)";
+}
+
+std::string load_error(const std::string& text) {
+  return fatal_text([&] { parse_json_database(text); });
 }
 
 // Every object reachable from the two roots, each checked for a consistent
@@ -102,95 +107,13 @@ TEST(SampleDatabase, CoversEveryWrittenTypeCode) {
   EXPECT_TRUE(enumeration && constant && computed && null);
 }
 
-struct PropertyCase {
-  const char* object;
-  const char* name;
-  uint32_t typeWord;
-  size_t valueClass;  // alternative number of protocol::Property::data
-};
-
-class SampleProperty : public testing::TestWithParam<PropertyCase> {};
-
-TEST_P(SampleProperty, HasTypeWordAndValueClass) {
-  const PropertyCase& c = GetParam();
-  auto o = sample().find(c.object);
-  ASSERT_NE(o, nullptr);
-  const PropertyValue* p = o->findProperty(c.name);
-  ASSERT_NE(p, nullptr);
-  EXPECT_EQ(p->type, c.typeWord);
-  EXPECT_EQ(p->value.index(), c.valueClass);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, SampleProperty,
-    testing::Values(PropertyCase{"node-bram-gw1", "siblingName", 6, 0},
-                    PropertyCase{"node-bram-gw1", "tags", 11, 1},
-                    PropertyCase{"node-bram-gw1", "clockSkew", 3, 2},
-                    PropertyCase{"node-bram-gw1", "installed", 5, 2},
-                    PropertyCase{"node-bram-gw1", "pollInterval", 2, 3},
-                    PropertyCase{"node-bram-gw1", "address", 13, 3},
-                    PropertyCase{"node-bram-gw1", "state", 0x10005, 3},
-                    PropertyCase{"node-bram-gw1", "stateComputed", 0x90005, 3},
-                    PropertyCase{"node-bram-gw1", "legacyEnum", 0x10009, 3},
-                    PropertyCase{"node-bram-gw1", "legacyBits", 9, 3},
-                    PropertyCase{"node-bram-gw1", "threshold", 4, 4},
-                    PropertyCase{"usr-admin", "enabled", 1, 5},
-                    PropertyCase{"node-bram-gw1", "nextAudit", 5, 6},
-                    PropertyCase{"node-bram-gw1", "certificate", 12, 7},
-                    PropertyCase{"node-bram-gw1", "aliases", 14, 8},
-                    PropertyCase{"node-bram-gw1", "bytesTotal", 18, 11},
-                    PropertyCase{"node-bram-gw1", "label", 0xa0006, 0},
-                    PropertyCase{"dom-bram", "siblingName", 0x80006, 0},
-                    PropertyCase{"chk-bram-gw1-if1", "snmpId", 0x8000f, 0},
-                    PropertyCase{"chk-bram-gw1-ping", "responseTime", 10, 3},
-                    PropertyCase{"ag-ops", "members", 8, 1}),
-    [](const testing::TestParamInfo<PropertyCase>& info) {
-      std::string name = std::string(info.param.object) + "_" + info.param.name;
-      for (char& c : name) {
-        if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-      }
-      return name;
-    });
-
-const protocol::Property& sample_property(const char* object, const char* name,
-                                          std::unique_ptr<protocol::Property>& keep) {
-  auto o = sample().find(object);
-  if (!o || !o->findProperty(name)) throw std::runtime_error(std::string("no ") + name);
-  keep = to_property(*o->findProperty(name));
-  return *keep;
-}
-
-TEST(SampleDatabase, ValuesConvertToTheirWireValues) {
-  std::unique_ptr<protocol::Property> p;
-  int64_t date = 0;
-  tql::decode(sample_property("node-bram-gw1", "installed", p), 5, date);
-  EXPECT_EQ(date, -3600);
-  tql::decode(sample_property("dom-root", "created", p), 5, date);
-  EXPECT_EQ(date, 1204329600);
-  BigNum big;
-  tql::decode(sample_property("node-bram-gw1", "bytesTotal", p), 18, big);
-  EXPECT_EQ(bn_to_string(big), "123456789012345678901234567890");
-  std::vector<uint8_t> bytes;
-  tql::decode(sample_property("node-bram-gw1", "certificate", p), 12, bytes);
-  EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "Talvix demo cert");
-  tql::decode(sample_property("node-bram-gw1", "shortKey", p), 12, bytes);
-  EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "\xc3\xa9");
-  tql::decode(sample_property("node-bram-gw1", "emptyKey", p), 12, bytes);
-  EXPECT_TRUE(bytes.empty());
-  std::vector<uint32_t> gids;
-  tql::decode(sample_property("node-bram-gw1", "aliases", p), 14, gids);
-  EXPECT_EQ(gids, (std::vector<uint32_t>{0x0a140001, 0xc0a801fe, 0}));
-  int32_t skew = 0;
-  tql::decode(sample_property("node-bram-gw1", "clockSkew", p), 3, skew);
-  EXPECT_EQ(skew, INT32_MIN);
-  double loss = 0;
-  tql::decode(sample_property("node-bram-gw1", "lossRatio", p), 4, loss);
-  EXPECT_TRUE(std::isnan(loss));
-  std::string text;
-  tql::decode(sample_property("dom-root", "description", p), 6, text);
-  EXPECT_EQ(text, "Racks A & B <main> \"east\" 'wing'\nsecond floor");
-  EXPECT_NE(dynamic_cast<const protocol::NullProp*>(sample_property("node-bram-gw1", "nextAudit", p).data.get()),
-            nullptr);
+// The other conversions are checked byte for byte by the end-to-end export
+// of tests/data/e2e_types.json; these forms appear only in the sample.
+TEST(SampleDatabase, DatesBefore1970AndMarkupTextLoadAsWritten) {
+  EXPECT_EQ(sample().find("node-bram-gw1")->findProperty("installed")->value, Value(int32_t{-3600}));
+  EXPECT_EQ(sample().find("dom-root")->findProperty("created")->value, Value(int32_t{1204329600}));
+  EXPECT_EQ(sample().find("dom-root")->findProperty("description")->value,
+            Value(std::string("Racks A & B <main> \"east\" 'wing'\nsecond floor")));
 }
 
 TEST(SampleDatabase, HoldsTheFaultyObjectsTheExporterMustSkip) {
@@ -216,42 +139,32 @@ TEST(SampleDatabase, HoldsTheFaultyObjectsTheExporterMustSkip) {
   EXPECT_EQ(usage->findProperty("siblingName"), nullptr);
 }
 
+// Series of every datatype, including rows the exporter must cope with: an
+// interval ending before it starts and times before 1970.
 TEST(SampleDatabase, HistoryOfEveryDatatypeWithInvalidRows) {
   std::set<int32_t> datatypes;
   bool badOrder = false, negative = false;
   for (const auto& o : walk(sample())) {
     for (const PropertyValue& p : o->properties) {
       auto h = sample().history(o->id, p.name);
-      if ((p.type & protocol::kPropTypeMask) != kTypeIndex) {
-        EXPECT_EQ(h, nullptr);
+      if ((p.type & protocol::kPropTypeMask) != kTypeIndex || !h) {
+        EXPECT_EQ(h, nullptr);  // history only of Index properties
         continue;
       }
-      if (!h) continue;
       datatypes.insert(h->dataType);
       for (const Interval& row : h->intervals) {
-        auto wire = to_interval(row);
-        if (auto* c = dynamic_cast<protocol::DataIntervalContinuous*>(wire->data.get())) {
-          EXPECT_EQ(h->dataType, 5);
+        if (auto* c = std::get_if<ContinuousRow>(&row)) {
           badOrder |= c->start > c->end;
           negative |= c->start < 0;
-        } else if (dynamic_cast<protocol::DataIntervalSawtooth*>(wire->data.get())) {
-          EXPECT_TRUE(h->dataType == 2 || h->dataType == 6);
-        } else if (dynamic_cast<protocol::DataIntervalEnum*>(wire->data.get())) {
-          EXPECT_EQ(h->dataType, 3);
-        } else if (auto* i = dynamic_cast<protocol::DataIntervalIncident*>(wire->data.get())) {
-          EXPECT_EQ(h->dataType, 4);
+        } else if (auto* i = std::get_if<IncidentRow>(&row)) {
           negative |= i->time < 0;
-        } else {
-          ADD_FAILURE() << "unexpected record class in " << o->id;
         }
       }
     }
   }
   EXPECT_EQ(datatypes, (std::set<int32_t>{2, 3, 4, 5, 6}));
   EXPECT_TRUE(badOrder && negative);
-  auto first = sample().history("chk-bram-gw1-ping", "responseTime");
-  ASSERT_NE(first, nullptr);
-  EXPECT_EQ(std::get<ContinuousRow>(first->intervals.at(0)),
+  EXPECT_EQ(std::get<ContinuousRow>(sample().history("chk-bram-gw1-ping", "responseTime")->intervals.at(0)),
             (ContinuousRow{1204329600, 1204329900, 12, 7.5, 3, 5, 0}));
   EXPECT_EQ(std::get<EnumRow>(sample().history("chk-bram-gw1-ping", "status")->intervals.at(1)).mask,
             0x80000001u);
@@ -263,7 +176,6 @@ TEST(SampleDatabase, LoginAndUnknownIds) {
   EXPECT_FALSE(sample().checkLogin("brambleton", "admin", "secret"));
   EXPECT_TRUE(sample().checkLogin("brambleton", "night-shift", "owl"));
   EXPECT_EQ(sample().find("no-such-object"), nullptr);
-  EXPECT_EQ(sample().find(std::string(40, 'x')), nullptr);
   EXPECT_EQ(sample().history("chk-bram-gw1-ping", "nothing"), nullptr);
 }
 
@@ -287,104 +199,62 @@ std::string series(const std::string& datatype, const std::string& rows, const s
          R"(, "intervals": [)" + rows + "]}]";
 }
 
-struct BadDocument {
-  const char* name;
-  std::string text;
-  std::string message;
-};
-
-class JsonValidation : public testing::TestWithParam<BadDocument> {};
-
-TEST_P(JsonValidation, NamesTheFault) { EXPECT_EQ(load_error(GetParam().text), GetParam().message); }
-
-const std::string kLongId(33, 'a');
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, JsonValidation,
-    testing::Values(
-        BadDocument{"TopLevelArray", "[]", "database: must be a JSON object"},
-        BadDocument{"NoObjects", R"({"rootDomain": "r"})", "database: field \"objects\" is missing"},
-        BadDocument{"UnknownTopField", doc("").insert(1, R"("extra": 1, )"), "database: unknown field \"extra\""},
-        BadDocument{"MissingRoot", R"({"objects": [], "rootDomain": "zz", "mibRoot": "m", "users": []})",
-                    "database: rootDomain \"zz\" does not exist"},
-        BadDocument{"UnknownTypeName", doc(node_with(R"({"name": "p", "type": "Strin", "value": "a"})")),
-                    "object \"x\", property \"p\": unknown type \"Strin\""},
-        BadDocument{"TextForInteger", doc(node_with(R"({"name": "p", "type": "Integer", "value": "abc"})")),
-                    "object \"x\", property \"p\": value \"abc\" does not fit type Integer"},
-        BadDocument{"IntegerTooLarge", doc(node_with(R"({"name": "p", "type": 3, "value": 2147483648})")),
-                    "object \"x\", property \"p\": value 2147483648 does not fit type Integer"},
-        BadDocument{"NegativeUnsigned", doc(node_with(R"({"name": "p", "type": "Index", "value": -1})")),
-                    "object \"x\", property \"p\": value -1 does not fit type Index"},
-        BadDocument{"NumberForBoolean", doc(node_with(R"({"name": "p", "type": "Boolean", "value": 1})")),
-                    "object \"x\", property \"p\": value 1 does not fit type Boolean"},
-        BadDocument{"ImpossibleDate",
-                    doc(node_with(R"({"name": "p", "type": "Date", "value": "2008-02-30T00:00:00Z"})")),
-                    "object \"x\", property \"p\": value \"2008-02-30T00:00:00Z\" does not fit type Date"},
-        BadDocument{"BadHexBlob", doc(node_with(R"({"name": "p", "type": "Blob", "value": {"hex": "abc"}})")),
-                    "object \"x\", property \"p\": value an object does not fit type Blob"},
-        BadDocument{"BadBigNum", doc(node_with(R"({"name": "p", "type": "BigNum", "value": "12a"})")),
-                    "object \"x\", property \"p\": value \"12a\" does not fit type BigNum"},
-        BadDocument{"BadGid", doc(node_with(R"({"name": "p", "type": "Gid", "value": "10.0.0.1"})")),
-                    "object \"x\", property \"p\": value \"10.0.0.1\" does not fit type Gid"},
-        BadDocument{"EnumWithText", doc(node_with(R"({"name": "p", "enum": 4, "value": "up"})")),
-                    "object \"x\", property \"p\": value \"up\" does not fit type Enumeration(4)"},
-        BadDocument{"ValueClassMismatch",
-                    doc(node_with(R"({"name": "p", "type": 9, "valueClass": "Real", "value": true})")),
-                    "object \"x\", property \"p\": value true does not fit value class Real"},
-        BadDocument{"CodeWithoutClass", doc(node_with(R"({"name": "p", "type": 9, "value": 1})")),
-                    "object \"x\", property \"p\": type code 9 has no value class; give \"valueClass\""},
-        BadDocument{"TypeAndEnum", doc(node_with(R"({"name": "p", "type": "Integer", "enum": 2, "value": 1})")),
-                    "object \"x\", property \"p\": give exactly one of \"type\", \"enum\" and \"typeWord\""},
-        BadDocument{"PropertyWithoutName", doc(node_with(R"({"type": "Integer", "value": 1})")),
-                    "object \"x\", property 0: field \"name\" is missing"},
-        BadDocument{"DuplicateProperty",
-                    doc(node_with(R"({"name": "p", "type": 3, "value": 1}, {"name": "p", "type": 3, "value": 2})")),
-                    "object \"x\": duplicate property \"p\""},
-        BadDocument{"MissingId", doc(R"({"class": "Node"})"), "object at children[0] of \"r\": field \"id\" is missing"},
-        BadDocument{"DuplicateId", doc(R"({"class": "Node", "id": "r"})"), "object \"r\": duplicate id"},
-        BadDocument{"EmptyId", doc(R"({"class": "Node", "id": ""})"), "object \"\": id is empty"},
-        BadDocument{"LongId", doc(R"({"class": "Node", "id": ")" + kLongId + R"("})"),
-                    "object \"" + kLongId + "\": id is longer than 32 octets (33)"},
-        BadDocument{"MissingClass", doc(R"({"id": "x"})"), "object \"x\": field \"class\" is missing"},
-        BadDocument{"FlagsNegative", doc(R"({"class": "Node", "id": "x", "flags": -1})"),
-                    "object \"x\": field \"flags\" must be an integer from 0 to 4294967295, not -1"},
-        BadDocument{"MisspeltField", doc(R"({"class": "Node", "id": "x", "childs": []})"),
-                    "object \"x\": unknown field \"childs\""},
-        BadDocument{"MissingChild", doc(R"("ghost")"), "object \"r\": child \"ghost\" does not exist"},
-        BadDocument{"TwoParents", doc(R"({"class": "Node", "id": "n"})", "[]", R"(, {"class": "X", "id": "y", "children": ["n"]})"),
-                    "object \"n\": child of both \"r\" and \"y\""},
-        BadDocument{"Cycle", doc("", "[]", R"(, {"class": "X", "id": "a", "children": ["b"]}, {"class": "X", "id": "b", "children": ["a"]})"),
-                    "object \"a\": is its own ancestor"},
-        BadDocument{"HistoryUnknownObject", doc("", series("5", "")),
-                    "history of \"x\" index \"v\": object \"x\" does not exist"},
-        BadDocument{"HistoryNotIndex", doc(kIndexed, series("5", "", "s")),
-                    "history of \"x\" index \"s\": the object has no Index property \"s\""},
-        BadDocument{"UnknownDatatype", doc(kIndexed, series(R"("average")", "")),
-                    "history of \"x\" index \"v\": unknown datatype \"average\""},
-        BadDocument{"DatatypeTooLarge", doc(kIndexed, series("18", "")),
-                    "history of \"x\" index \"v\": datatype must be a datatype name or a number from 0 to 17, not 18"},
-        BadDocument{"DatatypeWithoutRecord", doc(kIndexed, series("9", "{}")),
-                    "history of \"x\" index \"v\", interval 0: datatype 9 has no record class; give \"class\""},
-        BadDocument{"EnumFieldInContinuous",
-                    doc(kIndexed, series(R"("continuous")",
-                                         R"({"start": 0, "end": 1, "max": 1, "avg": 1, "min": 1, "ngood": 1, "nbad": 0, "mask": 3})")),
-                    "history of \"x\" index \"v\", interval 0: unknown field \"mask\""},
-        BadDocument{"StartBeyond32Bits",
-                    doc(kIndexed, series(R"("enum")", R"({"start": 3000000000, "end": 1, "mask": 1, "ngood": 1, "nbad": 0})")),
-                    "history of \"x\" index \"v\", interval 0: field \"start\" must be a 32-bit count of seconds or "
-                    "a time YYYY-MM-DDTHH:MM:SSZ, not 3000000000"},
-        BadDocument{"IncidentWithoutTime",
-                    doc(kIndexed, series(R"("incidents")", R"({"start": 0, "severity": 1, "message": "m"})")),
-                    "history of \"x\" index \"v\", interval 0: field \"time\" is missing"},
-        BadDocument{"SeriesTwice",
-                    doc(kIndexed, R"([{"object": "x", "index": "v", "datatype": 5, "intervals": []},
-                                     {"object": "x", "index": "v", "datatype": 4, "intervals": []}])"),
-                    "history of \"x\" index \"v\": given twice"},
-        BadDocument{"UserWithoutPassword",
-                    doc("").replace(doc("").find("\"users\": []"), 11,
-                                    R"("users": [{"domain": ".", "name": "a"}])"),
-                    "users[0]: field \"password\" is missing"}),
-    [](const testing::TestParamInfo<BadDocument>& info) { return std::string(info.param.name); });
+// One document per check of the loader, with the message it must give.
+TEST(JsonValidation, NamesTheFault) {
+  const std::string longId(33, 'a');
+  const struct {
+    std::string text;
+    std::string message;
+  } cases[] = {
+      {"[]", "database: must be a JSON object"},
+      {R"({"rootDomain": "r"})", "database: field \"objects\" is missing"},
+      {doc("").insert(1, R"("extra": 1, )"), "database: unknown field \"extra\""},
+      {R"({"objects": [], "rootDomain": "zz", "mibRoot": "m", "users": []})",
+       "database: rootDomain \"zz\" does not exist"},
+      {doc("").replace(doc("").find("\"users\": []"), 11, R"("users": [{"domain": ".", "name": "a"}])"),
+       "users[0]: field \"password\" is missing"},
+      // Properties.
+      {doc(node_with(R"({"name": "p", "type": "Strin", "value": "a"})")),
+       "object \"x\", property \"p\": unknown type \"Strin\""},
+      {doc(node_with(R"({"name": "p", "type": 3, "value": 2147483648})")),
+       "object \"x\", property \"p\": value 2147483648 does not fit type Integer"},
+      {doc(node_with(R"({"name": "p", "type": "Date", "value": "2008-02-30T00:00:00Z"})")),
+       "object \"x\", property \"p\": value \"2008-02-30T00:00:00Z\" does not fit type Date"},
+      {doc(node_with(R"({"name": "p", "enum": 4, "value": "up"})")),
+       "object \"x\", property \"p\": value \"up\" does not fit type Enumeration(4)"},
+      {doc(node_with(R"({"name": "p", "type": 9, "value": 1})")),
+       "object \"x\", property \"p\": type code 9 has no value class; give \"valueClass\""},
+      {doc(node_with(R"({"name": "p", "type": "Integer", "enum": 2, "value": 1})")),
+       "object \"x\", property \"p\": give exactly one of \"type\", \"enum\" and \"typeWord\""},
+      {doc(node_with(R"({"name": "p", "type": 3, "value": 1}, {"name": "p", "type": 3, "value": 2})")),
+       "object \"x\": duplicate property \"p\""},
+      // Objects and the tree.
+      {doc(R"({"class": "Node"})"), "object at children[0] of \"r\": field \"id\" is missing"},
+      {doc(R"({"class": "Node", "id": ""})"), "object \"\": id is empty"},
+      {doc(R"({"class": "Node", "id": ")" + longId + R"("})"),
+       "object \"" + longId + "\": id is longer than 32 octets (33)"},
+      {doc(R"({"class": "Node", "id": "x", "childs": []})"), "object \"x\": unknown field \"childs\""},
+      {doc(R"("ghost")"), "object \"r\": child \"ghost\" does not exist"},
+      {doc(R"({"class": "Node", "id": "n"})", "[]", R"(, {"class": "X", "id": "y", "children": ["n"]})"),
+       "object \"n\": child of both \"r\" and \"y\""},
+      {doc("", "[]", R"(, {"class": "X", "id": "a", "children": ["b"]}, {"class": "X", "id": "b", "children": ["a"]})"),
+       "object \"a\": is its own ancestor"},
+      // History.
+      {doc("", series("5", "")), "history of \"x\" index \"v\": object \"x\" does not exist"},
+      {doc(kIndexed, series("5", "", "s")), "history of \"x\" index \"s\": the object has no Index property \"s\""},
+      {doc(kIndexed, series("18", "")),
+       "history of \"x\" index \"v\": datatype must be a datatype name or a number from 0 to 17, not 18"},
+      {doc(kIndexed, series("9", "{}")),
+       "history of \"x\" index \"v\", interval 0: datatype 9 has no record class; give \"class\""},
+      {doc(kIndexed, series(R"("enum")", R"({"start": 3000000000, "end": 1, "mask": 1, "ngood": 1, "nbad": 0})")),
+       "history of \"x\" index \"v\", interval 0: field \"start\" must be a 32-bit count of seconds or "
+       "a time YYYY-MM-DDTHH:MM:SSZ, not 3000000000"},
+      {doc(kIndexed, R"([{"object": "x", "index": "v", "datatype": 5, "intervals": []},
+                         {"object": "x", "index": "v", "datatype": 4, "intervals": []}])"),
+       "history of \"x\" index \"v\": given twice"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(load_error(c.text), c.message);
+}
 
 TEST(JsonValidationExtra, AcceptsTheMinimalDocumentAndRawFaultCases) {
   auto db = parse_json_database(doc(kIndexed, series("9", R"({"class": "incident", "time": -5, "severity": 0, "message": ""})")));
@@ -424,77 +294,62 @@ TEST(JsonValidationExtra, SyntaxErrorsAndDeepNesting) {
 }
 
 TEST(JsonValidationExtra, FileErrorsNameThePath) {
-  try {
-    load_json_database("/nonexistent/db.json");
-    ADD_FAILURE() << "loaded";
-  } catch (const error::EFatal& e) {
-    EXPECT_EQ(e.text(), "Cannot read database file \"/nonexistent/db.json\": No such file or directory");
-  }
+  EXPECT_EQ(fatal_text([] { load_json_database("/nonexistent/db.json"); }),
+            "Cannot read database file \"/nonexistent/db.json\": No such file or directory");
   std::string path = testing::TempDir() + "server_database_test.json";
   std::ofstream(path) << doc(R"({"class": "Node", "id": "r"})");
-  try {
-    load_json_database(path);
-    ADD_FAILURE() << "loaded";
-  } catch (const error::EFatal& e) {
-    EXPECT_EQ(e.text(), path + ": object \"r\": duplicate id");
-  }
+  EXPECT_EQ(fatal_text([&] { load_json_database(path); }), path + ": object \"r\": duplicate id");
   std::filesystem::remove(path);
 }
 
 // --- the generator -----------------------------------------------------------
 
-struct ShapeCase {
-  GeneratorShape shape;
-  GeneratedCounts counts;
-};
-
-class GeneratorShapes : public testing::TestWithParam<ShapeCase> {};
-
-TEST_P(GeneratorShapes, WalkMatchesTheCounts) {
-  const ShapeCase& c = GetParam();
-  GeneratedCounts counts = generated_counts(c.shape);
-  EXPECT_EQ(counts.domains, c.counts.domains);
-  EXPECT_EQ(counts.nodes, c.counts.nodes);
-  EXPECT_EQ(counts.checks, c.counts.checks);
-  EXPECT_EQ(counts.objects, c.counts.objects);
-  EXPECT_EQ(counts.historyRows, c.counts.historyRows);
-
-  auto db = make_generated_database(c.shape);
-  std::map<std::string, uint64_t> byClass;
-  uint64_t rows = 0;
-  std::set<std::string> labels;
-  for (const auto& o : walk(*db)) {
-    ++byClass[o->className];
-    if (o->className == "Domain") {
-      EXPECT_TRUE(labels.insert(std::get<std::string>(o->findProperty("treeLabel")->value)).second);
-    }
-    auto h = db->history(o->id, "value");
-    if (o->className != "Check") {
-      EXPECT_EQ(h, nullptr);
-      continue;
-    }
-    ASSERT_NE(h, nullptr) << o->id;
-    ASSERT_EQ(h->intervals.size(), c.shape.rowsPerCheck);
-    rows += h->intervals.size();
-    for (const Interval& row : h->intervals) {
-      size_t expected = h->dataType == 5 ? 0 : h->dataType == 3 ? 2 : h->dataType == 4 ? 3 : 1;
-      EXPECT_EQ(row.index(), expected) << o->id;
-    }
-  }
-  EXPECT_EQ(byClass["Domain"], c.counts.domains);
-  EXPECT_EQ(byClass["Node"], c.counts.nodes);
-  EXPECT_EQ(byClass["Check"], c.counts.checks);
-  uint64_t total = 0;
-  for (const auto& [cls, n] : byClass) total += n;
-  EXPECT_EQ(total, c.counts.objects);
-  EXPECT_EQ(rows, c.counts.historyRows);
+std::vector<uint64_t> as_list(const GeneratedCounts& c) {
+  return {c.domains, c.nodes, c.checks, c.objects, c.historyRows};
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, GeneratorShapes,
-                         testing::Values(ShapeCase{{2, 1, 10, 5, 10}, {3, 30, 150, 191, 1500}},
-                                         ShapeCase{{3, 2, 2, 5, 1}, {13, 26, 130, 177, 130}},
-                                         ShapeCase{{1, 4, 1, 0, 7}, {5, 5, 0, 18, 0}},
-                                         ShapeCase{{5, 0, 0, 3, 3}, {1, 0, 0, 9, 0}}));
+// The counts of a shape, and a walk of the generated tree finding exactly
+// them: unique domain labels, and a series of the right record class on
+// every check and nowhere else.
+TEST(Generator, WalkMatchesTheCounts) {
+  const struct {
+    GeneratorShape shape;
+    std::vector<uint64_t> counts;  // domains, nodes, checks, objects, history rows
+  } cases[] = {
+      {{2, 1, 10, 5, 10}, {3, 30, 150, 191, 1500}},
+      {{1, 4, 1, 0, 7}, {5, 5, 0, 18, 0}},
+      {{5, 0, 0, 3, 3}, {1, 0, 0, 9, 0}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.counts[3]);
+    EXPECT_EQ(as_list(generated_counts(c.shape)), c.counts);
+    auto db = make_generated_database(c.shape);
+    GeneratedCounts walked;
+    std::set<std::string> labels;
+    for (const auto& o : walk(*db)) {
+      ++walked.objects;
+      if (o->className == "Domain") {
+        ++walked.domains;
+        EXPECT_TRUE(labels.insert(std::get<std::string>(o->findProperty("treeLabel")->value)).second);
+      }
+      walked.nodes += o->className == "Node";
+      auto h = db->history(o->id, "value");
+      if (o->className != "Check") {
+        EXPECT_EQ(h, nullptr);
+        continue;
+      }
+      ++walked.checks;
+      ASSERT_NE(h, nullptr) << o->id;
+      ASSERT_EQ(h->intervals.size(), c.shape.rowsPerCheck);
+      walked.historyRows += h->intervals.size();
+      for (const Interval& row : h->intervals) {
+        size_t expected = h->dataType == 5 ? 0 : h->dataType == 3 ? 2 : h->dataType == 4 ? 3 : 1;
+        EXPECT_EQ(row.index(), expected) << o->id;
+      }
+    }
+    EXPECT_EQ(as_list(walked), c.counts);
+  }
+}
 
 bool same(const StoredObject& a, const StoredObject& b) {
   if (a.className != b.className || a.id != b.id || a.flags != b.flags || a.parentId != b.parentId ||
@@ -523,70 +378,37 @@ TEST(Generator, SameAnswerTwiceAndNothingKept) {
     // Nothing is shared with the database: each answer is made for the caller.
     EXPECT_EQ(a.use_count(), 1) << id;
   }
-  EXPECT_EQ(db->find("d1001001"), nullptr);
-  EXPECT_EQ(db->find("n1001000.1000"), nullptr);
+  // Each object has exactly one id: other spellings and positions outside
+  // the shape find nothing.
+  for (const char* id : {"", "d", "d1001001", "d01", "d-1", "d0x", "n0.", "n1001000.1000", "n0.01",
+                         "c0.0.100", "c0.0.00", "c0.0.0.", "mibo3", "c00000000000000000000000000000000"}) {
+    EXPECT_EQ(db->find(id), nullptr) << id;
+    EXPECT_EQ(db->history(id, "value"), nullptr) << id;
+  }
   auto h1 = db->history("c1001000.999.99", "value");
   auto h2 = db->history("c1001000.999.99", "value");
   ASSERT_NE(h1, nullptr);
   EXPECT_EQ(h1.use_count(), 1);
   EXPECT_EQ(h1->dataType, 4);  // checks cycle continuous, sawtooth, accumulation, enum, incidents
   EXPECT_EQ(h1->intervals, h2->intervals);
+  EXPECT_EQ(db->history("c7.3.4", "other"), nullptr);
   EXPECT_EQ(db->history("c7.3.1", "value")->dataType, 2);
   EXPECT_EQ(db->history("c7.3.2", "value")->dataType, 6);
 }
 
-class GeneratorIds : public testing::TestWithParam<const char*> {};
-
-// Each object has exactly one id: other spellings and positions outside the
-// shape find nothing.
-TEST_P(GeneratorIds, FindNothing) {
-  auto db = make_generated_database({2, 1, 10, 5, 3});
-  EXPECT_EQ(db->find(GetParam()), nullptr);
-  EXPECT_EQ(db->history(GetParam(), "value"), nullptr);
+TEST(Generator, RefusesShapesOutsideTheLimits) {
+  const struct {
+    GeneratorShape shape;
+    const char* message;
+  } cases[] = {
+      {{0, 1, 1, 1, 1}, "Database shape: fanout 0 is outside 1..1000"},
+      {{2, 31, 1, 1, 1}, "Database shape: depth 31 is outside 0..30"},
+      {{2, 1, 1, 1, 100001}, "Database shape: rowsPerCheck 100001 is outside 0..100000"},
+      {{1000, 30, 0, 0, 0}, "Database shape: more than 2^31 domains"},
+      {{1000, 2, 1000000, 10000, 0}, "Database shape: more than 2^48 objects"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(fatal_text([&] { make_generated_database(c.shape); }), c.message);
 }
-
-INSTANTIATE_TEST_SUITE_P(Table, GeneratorIds,
-                         testing::Values("", "d", "d3", "d01", "d-1", "d0x", "d0.1", "n0", "n0.", "n0.10",
-                                         "n0.01", "n0.1.2", "c0.0", "c0.0.5", "c0.0.0.", "c0.0.00",
-                                         "x0", "mibo3", "u.admin2", "c00000000000000000000000000000000"));
-
-TEST(Generator, FixedObjectsHistoryAndLogin) {
-  auto db = make_generated_database({2, 1, 1, 1, 2});
-  EXPECT_EQ(db->history("c1.0.0", "other"), nullptr);
-  EXPECT_EQ(db->history("n1.0", "value"), nullptr);
-  EXPECT_TRUE(db->checkLogin(".", "admin", "secret"));
-  EXPECT_FALSE(db->checkLogin(".", "admin", "secret "));
-  auto root = db->find(db->rootDomainId());
-  ASSERT_NE(root, nullptr);
-  EXPECT_EQ(root->children, (std::vector<std::string>{"u.admin", "ag.ops", "n0.0", "d1", "d2"}));
-  EXPECT_EQ(db->find("d2")->findProperty("treeLabel")->value, Value(std::string("dom1")));
-  EXPECT_EQ(db->find("mibo1")->findProperty("snmpId")->type, kTypeSnmpOid | protocol::kPropComputed);
-}
-
-struct BadShape {
-  GeneratorShape shape;
-  const char* message;
-};
-
-class GeneratorLimits : public testing::TestWithParam<BadShape> {};
-
-TEST_P(GeneratorLimits, RefusesTheShape) {
-  try {
-    make_generated_database(GetParam().shape);
-    ADD_FAILURE() << "accepted";
-  } catch (const error::EFatal& e) {
-    EXPECT_EQ(e.text(), GetParam().message);
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, GeneratorLimits,
-    testing::Values(BadShape{{0, 1, 1, 1, 1}, "Database shape: fanout 0 is outside 1..1000"},
-                    BadShape{{2, 31, 1, 1, 1}, "Database shape: depth 31 is outside 0..30"},
-                    BadShape{{2, 1, 1, 1, 100001}, "Database shape: rowsPerCheck 100001 is outside 0..100000"},
-                    BadShape{{1000, 30, 0, 0, 0}, "Database shape: more than 2^31 domains"},
-                    BadShape{{1000, 3, 1000000, 1, 0}, "Database shape: more than 2^48 objects"},
-                    BadShape{{1000, 2, 1000000, 10000, 0}, "Database shape: more than 2^48 objects"}));
 
 TEST(Generator, ParsesShapeTexts) {
   GeneratorShape s = parse_generator_shape("3x10x5x20/2");
@@ -595,12 +417,8 @@ TEST(Generator, ParsesShapeTexts) {
   EXPECT_EQ(parse_generator_shape("1x0x0x0").depth, 1u);
   for (const char* bad : {"", "3x10x5", "3x10x5x20/", "3x10x5x20/2x", "03x1x1x1", "3x1x1x1x1", "3 x1x1x1",
                           "99999999999x1x1x1"}) {
-    try {
-      parse_generator_shape(bad);
-      ADD_FAILURE() << bad;
-    } catch (const error::EFatal& e) {
-      EXPECT_EQ(e.text().rfind("Bad database shape \"" + std::string(bad) + "\": ", 0), 0u) << e.text();
-    }
+    const std::string text = fatal_text([&] { parse_generator_shape(bad); });
+    EXPECT_EQ(text.rfind("Bad database shape \"" + std::string(bad) + "\": ", 0), 0u) << text;
   }
 }
 
@@ -633,13 +451,7 @@ void read_concurrently(const Database& db, const std::vector<std::string>& ids, 
   EXPECT_EQ(mismatches.load(), 0);
 }
 
-TEST(ConcurrentReaders, SampleDatabase) {
-  std::vector<std::string> ids;
-  for (const auto& o : walk(sample())) ids.push_back(o->id);
-  read_concurrently(sample(), ids, "responseTime");
-}
-
-TEST(ConcurrentReaders, GeneratedDatabase) {
+TEST(ConcurrentReaders, SeeWhatOneReaderSees) {
   auto db = make_generated_database({2, 2, 3, 2, 10});
   std::vector<std::string> ids;
   for (const auto& o : walk(*db)) ids.push_back(o->id);

@@ -86,8 +86,6 @@ std::shared_ptr<MemoryDatabase> sample_database() {
   cpu.intervals.push_back(server::ContinuousRow{100, 200, 9.5, 5.0, 1.0, 3, 0});
   cpu.intervals.push_back(server::ContinuousRow{200, 300, 12.0, 7.5, 3.0, 5, 1});
   db->addHistory("n1", "cpu", cpu);
-  db->addHistory("n1", "events",
-                 server::History{4, {server::IncidentRow{50, 2, "link <down>"}}});
   db->addHistory("n2", "acc", server::History{6, {server::SawtoothRow{60, 120, 6, 5, 4, 2, 2}}});
   db->addHistory("n2", "empty", server::History{5, {}});
   db->addUser("lab", "admin", "secret");

@@ -70,8 +70,8 @@ server::PropertyValue unsigned_property(const std::string& name, uint32_t value)
 //   n2     Node   name "berlin-web", load 12, flags 1
 //   mib    MibRoot    children: mod1, obj1, other
 //   mod1   MibModule, obj1 MibObject, other Note
-// History: n1/cpu continuous (2 rows), n1/events incidents, n2/acc
-// accumulation, n2/empty continuous without rows.
+// History: n1/cpu continuous (2 rows), n2/acc accumulation (1 row), n2/empty
+// continuous without rows.
 std::shared_ptr<MemoryDatabase> sample_database();
 
 // A server::Server on a free loopback port, started at construction and
