@@ -1,14 +1,11 @@
 // The stand-in server's databases: the JSON loader with the bundled sample
-// and its validation messages, the generated database's shape and ids, and
-// concurrent readers.
+// and its validation messages, and the generated database's shape and ids.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <set>
-#include <thread>
 
 #include <nlohmann/json.hpp>
 
@@ -420,42 +417,6 @@ TEST(Generator, ParsesShapeTexts) {
     const std::string text = fatal_text([&] { parse_generator_shape(bad); });
     EXPECT_EQ(text.rfind("Bad database shape \"" + std::string(bad) + "\": ", 0), 0u) << text;
   }
-}
-
-// --- concurrent readers ------------------------------------------------------
-
-// Several threads read the same objects and series, converting them to wire
-// messages (BigNum values included), and all see what one thread saw alone.
-void read_concurrently(const Database& db, const std::vector<std::string>& ids, const std::string& index) {
-  std::vector<std::shared_ptr<const StoredObject>> expected;
-  for (const std::string& id : ids) expected.push_back(db.find(id));
-  std::atomic<int> mismatches{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&, t] {
-      for (int round = 0; round < 20; ++round) {
-        for (size_t k = 0; k < ids.size(); ++k) {
-          size_t i = (k + static_cast<size_t>(t)) % ids.size();
-          auto o = db.find(ids[i]);
-          if (!o || !same(*o, *expected[i])) ++mismatches;
-          auto h = db.history(ids[i], index);
-          for (const PropertyValue& p : o->properties) to_property(p);
-          if (h) {
-            for (const Interval& row : h->intervals) to_interval(row);
-          }
-        }
-      }
-    });
-  }
-  for (auto& th : threads) th.join();
-  EXPECT_EQ(mismatches.load(), 0);
-}
-
-TEST(ConcurrentReaders, SeeWhatOneReaderSees) {
-  auto db = make_generated_database({2, 2, 3, 2, 10});
-  std::vector<std::string> ids;
-  for (const auto& o : walk(*db)) ids.push_back(o->id);
-  read_concurrently(*db, ids, "value");
 }
 
 }  // namespace

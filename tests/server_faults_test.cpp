@@ -55,15 +55,6 @@ std::string burst(RawClient& c, int32_t first, int32_t count) {
 // ---------------------------------------------------------------------------
 // The reply writer on its own: exact octets and pieces.
 
-TEST(ReplyWriter, ChunksEveryReplyIntoPiecesOfTheGivenSize) {
-  PieceSink sink;
-  server::write_in_chunks(sink, "abcdefg", 3);
-  EXPECT_EQ(sink.pieces, (std::vector<std::string>{"abc", "def", "g"}));
-  PieceSink whole;
-  server::write_in_chunks(whole, "abcdefg", 0);
-  EXPECT_EQ(whole.pieces, (std::vector<std::string>{"abcdefg"}));
-}
-
 // Answers due at the same time must leave in one write, or pipelined answers
 // stall on acknowledgements.
 TEST(ReplyWriter, AnswersDueTogetherLeaveInOneWriteUnlessChunked) {
