@@ -92,48 +92,27 @@ class ProgressTerminalTest : public testing::Test {
 };
 std::unique_ptr<e2e::ServerProcess> ProgressTerminalTest::server_;
 
-const std::regex kLiveLine(
+const std::string kLiveLine =
     "\\d+ objects, \\d+ history series, [0-9.]+ requests/s, [0-9.]+ (B|KiB) written, "
-    "\\d+:\\d\\d:\\d\\d *");
-const std::regex kTotalLine(
+    "\\d+:\\d\\d:\\d\\d *";
+const std::string kTotalLine =
     "Total: \\d+ objects, \\d+ history series, \\d+ requests \\([0-9.]+/s\\), [0-9.]+ (B|KiB) "
-    "written in \\d+:\\d\\d:\\d\\d");
+    "written in \\d+:\\d\\d:\\d\\d";
 
 TEST_F(ProgressTerminalTest, OnATerminalOneLineIsRedrawnInPlaceAndEndsWithTheTotals) {
   const TerminalRun run = run_on_terminal(args({"-o", "progress=1"}));
   ASSERT_EQ(run.report, "exit 0") << run.tty;
-  const std::string& tty = run.tty;
-  ASSERT_EQ(tty.rfind("\n", 0), 0u) << tty;
-  ASSERT_GE(tty.size(), 2u);
-  ASSERT_EQ(tty.back(), '\n') << tty;
-  EXPECT_EQ(tty.find("Exporting"), std::string::npos) << tty;
-
-  // "\n" live "\r" live ... "\r" "Total: ..." "\n": one line, no other line end.
-  const std::string body = tty.substr(1, tty.size() - 2);
-  EXPECT_EQ(body.find('\n'), std::string::npos) << tty;
-  std::vector<std::string> draws;
-  for (size_t from = 0;;) {
-    const size_t cr = body.find('\r', from);
-    draws.push_back(body.substr(from, cr - from));
-    if (cr == std::string::npos) break;
-    from = cr + 1;
-  }
-  ASSERT_GE(draws.size(), 3u) << "at least two live lines before the totals: " << tty;
-  for (size_t i = 0; i + 1 < draws.size(); ++i) {
-    EXPECT_TRUE(std::regex_match(draws[i], kLiveLine)) << draws[i];
-  }
-  EXPECT_TRUE(std::regex_match(draws.back(), kTotalLine)) << draws.back();
+  // At least two live lines before the totals, each returned over; no other
+  // line end and no marks.
+  const std::regex redrawn("\n(" + kLiveLine + "\r){2,}" + kTotalLine + "\n");
+  EXPECT_TRUE(std::regex_match(run.tty, redrawn)) << run.tty;
 }
 
 TEST_F(ProgressTerminalTest, OnAPipeTheDisplayWritesPlainLines) {
   const e2e::RunResult run = e2e::run_process(kExporter, args({"-o", "progress=1"}), "", kRunLimit);
   ASSERT_EQ(run.exitCode, 0) << run.err;
-  EXPECT_EQ(run.err.find('\r'), std::string::npos) << run.err;
-  EXPECT_EQ(run.err.find("Exporting"), std::string::npos) << run.err;
   // The export ends well within the 5 s interval: only the totals line.
-  ASSERT_EQ(run.err.rfind("\nTotal: ", 0), 0u) << run.err;
-  EXPECT_TRUE(std::regex_match(run.err.substr(1, run.err.size() - 2), kTotalLine)) << run.err;
-  EXPECT_EQ(run.err.back(), '\n');
+  EXPECT_TRUE(std::regex_match(run.err, std::regex("\n" + kTotalLine + "\n"))) << run.err;
   EXPECT_NE(run.out.find("<Object id="), std::string::npos);
 }
 
@@ -143,13 +122,7 @@ TEST_F(ProgressTerminalTest, WithoutTheSettingTheTerminalGetsExactlyTheMarks) {
   const e2e::RunResult piped = e2e::run_process(kExporter, args({}), "", kRunLimit);
   ASSERT_EQ(piped.exitCode, 0) << piped.err;
   EXPECT_EQ(tty.tty, piped.err) << "the marks do not depend on the terminal";
-  EXPECT_EQ(tty.tty.find('\r'), std::string::npos);
-  EXPECT_EQ(tty.tty.find("Total"), std::string::npos);
-  // The marks themselves: the walk starts with the export domain and asks
-  // for the history of the first check.
   EXPECT_EQ(tty.tty.rfind("\nExporting domain ", 0), 0u) << tty.tty;
-  EXPECT_NE(tty.tty.find("\nExporting statistical data (c0.0.0). Please wait."), std::string::npos)
-      << tty.tty;
 }
 
 }  // namespace

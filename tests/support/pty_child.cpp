@@ -29,22 +29,16 @@ bool wait_readable(int fd, long long deadline) {
     long long left = deadline - now_ms();
     if (left < 0) left = 0;
     pollfd p{fd, POLLIN, 0};
-    int n = ::poll(&p, 1, static_cast<int>(left));
-    if (n > 0) return true;
-    if (n == 0) return false;
-    if (errno != EINTR) return false;
+    const int n = ::poll(&p, 1, static_cast<int>(left));
+    if (n >= 0 || errno != EINTR) return n > 0;
   }
 }
 
-void write_report(int fd, const std::string& text) {
-  const char* data = text.data();
-  size_t left = text.size();
-  while (left > 0) {
-    ssize_t n = ::write(fd, data, left);
-    if (n <= 0) return;
-    data += n;
-    left -= static_cast<size_t>(n);
-  }
+// A child's failure before its body, in one write (shorter than a pipe's
+// atomic size).
+[[noreturn]] void fail_child(int reportFd, const char* text) {
+  if (::write(reportFd, text, std::strlen(text)) < 0) ::_exit(3);
+  ::_exit(2);
 }
 
 }  // namespace
@@ -80,22 +74,15 @@ std::unique_ptr<PtyChild> PtyChild::start(const termios& mode, Body body,
   }
   pid_t pid = ::fork();
   if (pid < 0) {
-    ::close(master);
-    ::close(slave);
-    ::close(pipeFds[0]);
-    ::close(pipeFds[1]);
+    for (int fd : {master, slave, pipeFds[0], pipeFds[1]}) ::close(fd);
     return nullptr;
   }
   if (pid == 0) {
     ::close(master);
     ::close(pipeFds[0]);
-    if (::setsid() < 0) {
-      write_report(pipeFds[1], "setsid failed");
-      ::_exit(2);
-    }
+    if (::setsid() < 0) fail_child(pipeFds[1], "setsid failed");
     if (controllingTerminal && ::ioctl(slave, TIOCSCTTY, 0) != 0) {
-      write_report(pipeFds[1], "TIOCSCTTY failed");
-      ::_exit(2);
+      fail_child(pipeFds[1], "TIOCSCTTY failed");
     }
     if (!controllingTerminal) ::close(slave);
     body(pipeFds[1]);
@@ -121,14 +108,18 @@ void PtyChild::kill_and_reap() {
   pid_ = -1;
 }
 
-bool PtyChild::read_until(const std::string& text, int timeoutMs) {
-  const long long deadline = now_ms() + timeoutMs;
-  while (output_.find(text) == std::string::npos) {
-    if (!wait_readable(master_, deadline)) return false;
+namespace {
+
+// Appends what the master delivers until `done` holds or `deadline` passes;
+// false when the deadline passed or the master failed first.
+template <typename Done>
+bool read_master(int master, std::string& output, long long deadline, Done done) {
+  while (!done()) {
+    if (!wait_readable(master, deadline)) return false;
     char chunk[512];
-    ssize_t n = ::read(master_, chunk, sizeof chunk);
+    ssize_t n = ::read(master, chunk, sizeof chunk);
     if (n > 0) {
-      output_.append(chunk, static_cast<size_t>(n));
+      output.append(chunk, static_cast<size_t>(n));
     } else if (n == 0 || (errno != EAGAIN && errno != EINTR)) {
       return false;
     }
@@ -136,17 +127,15 @@ bool PtyChild::read_until(const std::string& text, int timeoutMs) {
   return true;
 }
 
+}  // namespace
+
+bool PtyChild::read_until(const std::string& text, int timeoutMs) {
+  return read_master(master_, output_, now_ms() + timeoutMs,
+                     [&] { return output_.find(text) != std::string::npos; });
+}
+
 void PtyChild::drain(int timeoutMs) {
-  const long long deadline = now_ms() + timeoutMs;
-  while (wait_readable(master_, deadline)) {
-    char chunk[512];
-    ssize_t n = ::read(master_, chunk, sizeof chunk);
-    if (n > 0) {
-      output_.append(chunk, static_cast<size_t>(n));
-    } else if (n == 0 || (errno != EAGAIN && errno != EINTR)) {
-      return;
-    }
-  }
+  read_master(master_, output_, now_ms() + timeoutMs, [] { return false; });
 }
 
 bool PtyChild::type(const std::string& bytes) {
