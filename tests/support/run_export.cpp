@@ -14,12 +14,6 @@
 
 namespace export_test {
 
-namespace {
-
-int64_t epoch() { return 0; }
-
-}  // namespace
-
 std::shared_ptr<const server::Database> exportable_database() {
   return server::make_generated_database(server::parse_generator_shape("2x3x2x4/2"));
 }
@@ -33,11 +27,11 @@ ExportOutcome run_export(const ExportRun& run) {
   environment.errorIsTerminal = run.errorIsTerminal;
   environment.extra = run.extra;
   if (run.timeout > 0) environment.connector = timedConnectionFactory(run.timeout);
-  const porter::XMLExport prototype(ElementKind::Object, porter::export_notices(), epoch);
+  const porter::XMLExport prototype(ElementKind::Object, porter::export_notices(),
+                                    [] { return int64_t{0}; });
   try {
-    porter::export_database(run.server, run.port, run.login, run.password, run.loginDomain,
-                            run.exportDomain, run.outputFileName, prototype, porter::ClassFilter{},
-                            run.history, run.gzip, environment);
+    porter::export_database("127.0.0.1", run.port, "admin", "secret", ".", ".", run.outputFileName,
+                            prototype, porter::ClassFilter{}, true, run.gzip, environment);
     outcome.ok = true;
   } catch (const error::Exception& e) {
     outcome.failure = e.text();

@@ -13,14 +13,11 @@
 
 namespace export_test {
 
+// An export of the whole tree from 127.0.0.1 as admin / secret in domain ".".
 struct ExportRun {
-  std::string server = "127.0.0.1";
   uint16_t port = 0;
-  std::string login = "admin", password = "secret", loginDomain = ".";
-  std::string exportDomain = ".";
   std::string outputFileName;  // empty: the document is captured in `document`
   bool gzip = false;
-  bool history = true;
   porter::ExtraSettings extra;
   bool errorIsTerminal = false;
   unsigned timeout = 0;  // >0: connect through timedConnectionFactory()
