@@ -17,42 +17,11 @@ namespace {
 // Thrown inside the peer thread to abandon the script.
 struct ScriptAbandoned {};
 
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-}  // namespace
-
-Bytes hex(std::string_view text) {
-  Bytes bytes;
-  int high = -1;
-  for (char c : text) {
-    if (c == ' ' || c == ',') continue;
-    const int digit = hexDigit(c);
-    if (digit < 0) {
-      ADD_FAILURE() << "not a hex digit in \"" << text << "\"";
-      return bytes;
-    }
-    if (high < 0) {
-      high = digit;
-    } else {
-      bytes.push_back(static_cast<char>(high * 16 + digit));
-      high = -1;
-    }
-  }
-  if (high >= 0) ADD_FAILURE() << "odd number of hex digits in \"" << text << "\"";
-  return bytes;
-}
-
 std::string toHex(const Bytes& bytes) {
   std::string text;
   char octet[4];
   for (unsigned char b : bytes) {
-    std::snprintf(octet, sizeof octet, "%02X", b);
-    if (!text.empty()) text += ' ';
+    std::snprintf(octet, sizeof octet, text.empty() ? "%02X" : " %02X", b);
     text += octet;
   }
   return text;
@@ -61,28 +30,38 @@ std::string toHex(const Bytes& bytes) {
 Bytes berLength(size_t length) {
   if (length < 0x80) return Bytes(1, static_cast<char>(length));
   Bytes octets;
-  for (size_t rest = length; rest != 0; rest >>= 8) {
-    octets.insert(octets.begin(), static_cast<char>(rest & 0xFF));
-  }
+  for (size_t rest = length; rest != 0; rest >>= 8) octets.insert(0, 1, static_cast<char>(rest));
   return Bytes(1, static_cast<char>(0x80 + octets.size())) + octets;
+}
+
+}  // namespace
+
+Bytes hex(std::string_view text) {
+  std::string digits;
+  for (char c : text) {
+    if (c != ' ') digits += c;
+  }
+  if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos) {
+    ADD_FAILURE() << "not hex pairs: \"" << text << "\"";
+    return Bytes();
+  }
+  Bytes bytes;
+  for (size_t i = 0; i < digits.size(); i += 2) {
+    bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+  }
+  return bytes;
 }
 
 Bytes berInt(int64_t value) {
   Bytes content;
   for (;;) {
-    content.insert(content.begin(), static_cast<char>(value & 0xFF));
+    content.insert(0, 1, static_cast<char>(value & 0xFF));
     const int64_t rest = value >> 8;
     // Done when the remaining octets would only repeat the sign bit.
     const bool signBit = (content[0] & 0x80) != 0;
     if ((rest == 0 && !signBit) || (rest == -1 && signBit)) break;
     value = rest;
   }
-  return "\x02" + berLength(content.size()) + content;
-}
-
-Bytes berMagnitude(uint32_t value) {
-  Bytes content;
-  for (; value != 0; value >>= 8) content.insert(content.begin(), static_cast<char>(value & 0xFF));
   return "\x02" + berLength(content.size()) + content;
 }
 
@@ -131,10 +110,6 @@ void PeerLink::complain(const std::string& text) {
 }
 
 bool PeerLink::fill(bool endAllowed) {
-  if (!stream_) {
-    complain("read after close");
-    throw ScriptAbandoned();
-  }
   while (!stream_->readable()) {
     if (std::chrono::steady_clock::now() > deadline_) {
       complain("timed out waiting for the client");
@@ -144,10 +119,7 @@ bool PeerLink::fill(bool endAllowed) {
   }
   char chunk[4096];
   try {
-    const uint64_t count = stream_->read(chunk, sizeof chunk);
-    pending_.erase(0, cursor_);
-    cursor_ = 0;
-    pending_.append(chunk, count);
+    pending_.append(chunk, stream_->read(chunk, sizeof chunk));
     return true;
   } catch (const error::Exception& e) {
     if (endAllowed && e.message() == "Error reading: OsalSocket::read end of stream") {
@@ -159,73 +131,24 @@ bool PeerLink::fill(bool endAllowed) {
 }
 
 void PeerLink::expectEnd(const std::string& what) {
-  Bytes extra = pending_.substr(cursor_);
-  cursor_ = pending_.size();
-  while (fill(true)) {
-    extra += pending_.substr(cursor_);
-    cursor_ = pending_.size();
-  }
+  Bytes extra;
+  do {
+    extra += pending_;
+    pending_.clear();
+  } while (fill(true));
   if (!extra.empty()) complain(what + ": the client sent more: " + toHex(extra));
 }
 
-uint8_t PeerLink::nextOctet(Bytes* out) {
-  if (cursor_ == pending_.size()) fill();
-  const char octet = pending_[cursor_++];
-  out->push_back(octet);
-  return static_cast<uint8_t>(octet);
-}
-
 bool PeerLink::expect(const Bytes& bytes, const std::string& what) {
-  Bytes got;
-  while (got.size() < bytes.size()) nextOctet(&got);
+  while (pending_.size() < bytes.size()) fill();
+  const Bytes got = pending_.substr(0, bytes.size());
+  pending_.erase(0, bytes.size());
   if (got == bytes) return true;
   complain(what + ": expected " + toHex(bytes) + "\n got " + toHex(got));
   return false;
 }
 
-// Appends one value to *out; false when it was an end of contents.
-bool PeerLink::readValue(Bytes* out, int depth) {
-  if (depth > 64) {
-    complain("client value nested too deeply");
-    throw ScriptAbandoned();
-  }
-  const uint8_t identifier = nextOctet(out);
-  if ((identifier & 0x1F) == 0x1F) {
-    while (nextOctet(out) & 0x80) {
-    }
-  }
-  const uint8_t first = nextOctet(out);
-  if (identifier == 0 && first == 0) return false;
-  if (first == 0x80) {
-    while (readValue(out, depth + 1)) {
-    }
-    return true;
-  }
-  size_t length = first;
-  if (first > 0x80) {
-    const int count = first & 0x7F;
-    if (count > 3) {
-      complain("client sent an oversized length");
-      throw ScriptAbandoned();
-    }
-    length = 0;
-    for (int i = 0; i < count; ++i) length = length * 256 + nextOctet(out);
-  }
-  for (size_t i = 0; i < length; ++i) nextOctet(out);
-  return true;
-}
-
-Bytes PeerLink::readMessage() {
-  Bytes message;
-  readValue(&message, 0);
-  return message;
-}
-
 void PeerLink::send(const Bytes& bytes) {
-  if (!stream_) {
-    complain("send after close");
-    throw ScriptAbandoned();
-  }
   try {
     stream_->write(bytes.data(), bytes.size());
   } catch (const error::Exception& e) {
@@ -235,72 +158,75 @@ void PeerLink::send(const Bytes& bytes) {
 }
 
 void PeerLink::close() {
-  if (!stream_) return;
   try {
     stream_->close();
   } catch (const error::Exception&) {
   }
-  stream_.reset();
 }
 
 ScriptedPeer::ScriptedPeer(Script script, std::chrono::milliseconds limit)
     : deadline_(std::chrono::steady_clock::now() + limit) {
-  thread_ = std::thread([this, script = std::move(script)]() mutable { run(std::move(script)); });
+  thread_ = std::thread([this, script = std::move(script)] {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline_ - std::chrono::steady_clock::now());
+    std::unique_ptr<old_protocol::SocketStream> stream;
+    try {
+      stream = listener_.accept(static_cast<int>(std::max<int64_t>(left.count(), 0)));
+    } catch (const error::Exception& e) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      complaints_.push_back("accept failed: " + e.text());
+      return;
+    }
+    if (!stream) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      complaints_.push_back("the client never connected");
+      return;
+    }
+    PeerLink link(std::move(stream), deadline_, &complaints_, &mutex_);
+    try {
+      script(link);
+    } catch (const ScriptAbandoned&) {
+    }
+    link.close();
+  });
 }
 
 ScriptedPeer::~ScriptedPeer() {
-  if (thread_.joinable()) thread_.join();
-  if (reported_) return;
+  thread_.join();
   for (const std::string& complaint : complaints_) ADD_FAILURE() << "scripted peer: " << complaint;
-}
-
-void ScriptedPeer::run(Script script) {
-  std::unique_ptr<old_protocol::SocketStream> stream;
-  try {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline_ - std::chrono::steady_clock::now());
-    stream = listener_.accept(static_cast<int>(std::max<int64_t>(left.count(), 0)));
-  } catch (const error::Exception& e) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    complaints_.push_back("accept failed: " + e.text());
-    return;
-  }
-  if (!stream) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    complaints_.push_back("the client never connected");
-    return;
-  }
-  PeerLink link(std::move(stream), deadline_, &complaints_, &mutex_);
-  try {
-    script(link);
-  } catch (const ScriptAbandoned&) {
-  }
-  link.close();
-}
-
-std::vector<std::string> ScriptedPeer::finish() {
-  if (thread_.joinable()) thread_.join();
-  std::lock_guard<std::mutex> lock(mutex_);
-  reported_ = true;
-  return complaints_;
 }
 
 Bytes clientWants() { return hex("60 80 02 02 02 03 A0 80 00 00 00 00"); }
 
-Bytes newSessionResp(uint32_t sessionId, const std::string& rootDomainId,
-                     const std::string& mibRootId) {
-  return berIndefinite("71", berMagnitude(sessionId) + hex("02 01 00") +
-                                 berString(rootDomainId) + berString("") +
-                                 berString(mibRootId));
+Bytes testLogin() {
+  return hex("70 80 04 03 6C 61 62 04 05 61 64 6D 69 6E 04 08 45 78 70 6F 72 74 65 72 "
+             "04 06 73 65 63 72 65 74 00 00");
 }
 
-Bytes acceptLogin(PeerLink& link, uint32_t sessionId) {
+Bytes serverOffer() { return hex("61 80 02 02 02 03 A0 80 00 00 00 00"); }
+
+Bytes newSessionResp(uint32_t sessionId) {
+  Bytes id;  // the magnitude without a sign octet, as big numbers go
+  for (; sessionId != 0; sessionId >>= 8) id.insert(0, 1, static_cast<char>(sessionId));
+  return berIndefinite("71", "\x02" + berLength(id.size()) + id + hex("02 01 00") +
+                                 berString("root") + berString("") + berString("mib"));
+}
+
+void acceptLogin(PeerLink& link, uint32_t sessionId) {
   link.expect(clientWants(), "ClientWants");
-  link.send(hex("61 80 02 02 02 03 A0 80 00 00 00 00"));
+  link.send(serverOffer());
   link.expect(hex("62 80 00 00"), "NegotiateAck");
-  Bytes login = link.readMessage();
-  link.send(newSessionResp(sessionId, "root", "mib"));
-  return login;
+  link.expect(testLogin(), "NewSession");
+  link.send(newSessionResp(sessionId));
+}
+
+ScriptedPeer::Script answerOne(const Bytes& request, const Bytes& answer) {
+  return [request, answer](PeerLink& link) {
+    acceptLogin(link, freshSessionId());
+    link.expect(request, "request");
+    link.send(response(0, answer));
+    link.expectEnd("after the answer");
+  };
 }
 
 uint32_t freshSessionId() {

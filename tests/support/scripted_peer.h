@@ -5,7 +5,9 @@
 // Every wait of the peer is bounded by the limit given at construction. When
 // the limit passes, the peer records a complaint and closes the connection,
 // so a client that waits for an answer fails with a read error instead of
-// hanging. The connection is also closed when the script returns.
+// hanging. The connection is also closed when the script returns. The
+// complaints are reported as test failures when the peer is destroyed, so a
+// test declares the peer before the session that talks to it.
 #ifndef TALVIX_TESTS_SUPPORT_SCRIPTED_PEER_H_
 #define TALVIX_TESTS_SUPPORT_SCRIPTED_PEER_H_
 
@@ -28,27 +30,18 @@ namespace peer {
 // Octets are kept in a std::string.
 using Bytes = std::string;
 
-// The octets written as hex pairs, e.g. "61 80 02"; spaces and commas are
-// ignored. Any other text is a test failure.
+// The octets written as hex pairs, e.g. "61 80 02"; spaces are ignored.
 Bytes hex(std::string_view text);
-// "61 80 02" for the octets 61 80 02.
-std::string toHex(const Bytes& bytes);
 
 // Hand-made encodings for building answers in tests, in the current encoding.
-// A length octet (short or long form) for `length`.
-Bytes berLength(size_t length);
 // INTEGER with the minimal two's-complement content of `value`.
 Bytes berInt(int64_t value);
-// INTEGER with the magnitude of `value` (no sign octet), as big numbers go.
-Bytes berMagnitude(uint32_t value);
 // OCTET STRING 04 with `text`.
 Bytes berString(const std::string& text);
 // A constructed value in the indefinite form: `identifier` 80 `content` 00 00.
 Bytes berIndefinite(std::string_view identifierHex, const Bytes& content);
 
-// Answers and their parts, in the current encoding.
-// A Response with `id` and `body` (one alternative of its choice, e.g.
-// berIndefinite("A0", ...) for a SelectResp).
+// A Response with `id` and `body` (one alternative of its choice).
 Bytes response(int32_t id, const Bytes& body);
 // A SelectResp body with the concatenated `objects`.
 Bytes selectResp(const Bytes& objects);
@@ -68,35 +61,28 @@ class PeerLink {
   // Reads exactly bytes.size() octets and complains, naming `what`, when
   // they differ from `bytes`. Returns whether they matched.
   bool expect(const Bytes& bytes, const std::string& what);
-  // Reads one complete top-level BER value sent by the client.
-  Bytes readMessage();
   // Waits until the client closes the connection; complains about any octet
   // it sends before that.
   void expectEnd(const std::string& what);
   // Sends the octets as they are.
   void send(const Bytes& bytes);
-  // Closes the connection; later reads and sends are complaints.
-  void close();
-  // Records a failure of the client's side of the conversation.
-  void complain(const std::string& text);
 
  private:
   friend class ScriptedPeer;
   PeerLink(std::unique_ptr<old_protocol::SocketStream> stream,
            std::chrono::steady_clock::time_point deadline, std::vector<std::string>* complaints,
            std::mutex* mutex);
-  uint8_t nextOctet(Bytes* out);
-  bool readValue(Bytes* out, int depth);
+  void complain(const std::string& text);
   // Appends what one read delivers to pending_; false at the end of the
   // stream when `endAllowed`, else the end is a complaint.
   bool fill(bool endAllowed = false);
+  void close();
 
   std::unique_ptr<old_protocol::SocketStream> stream_;
   std::chrono::steady_clock::time_point deadline_;
   std::vector<std::string>* complaints_;
   std::mutex* mutex_;
   Bytes pending_;
-  size_t cursor_ = 0;
 };
 
 class ScriptedPeer {
@@ -109,37 +95,32 @@ class ScriptedPeer {
                         std::chrono::milliseconds limit = std::chrono::seconds(10));
   ScriptedPeer(const ScriptedPeer&) = delete;
   ScriptedPeer& operator=(const ScriptedPeer&) = delete;
-  // Waits for the script; complaints that finish() has not returned are
-  // reported as test failures (e.g. when the test left by an exception).
+  // Waits for the script and reports its complaints as test failures.
   ~ScriptedPeer();
 
   uint16_t port() const { return listener_.port(); }
 
-  // Waits for the script to end (at most the limit) and returns its
-  // complaints; empty when the client did all the script expected.
-  std::vector<std::string> finish();
-
  private:
-  void run(Script script);
-
   old_protocol::Listener listener_;
   std::chrono::steady_clock::time_point deadline_;
   std::mutex mutex_;
   std::vector<std::string> complaints_;
-  bool reported_ = false;
   std::thread thread_;
 };
 
 // The octets a client sends to open a session: ClientWants for version
-// 0x0203 without authentication.
+// 0x0203 without authentication, and the NewSession of openTestSession().
 Bytes clientWants();
-// A NewSessionResp with the given session id, root domain id and MIB root id.
-Bytes newSessionResp(uint32_t sessionId, const std::string& rootDomainId,
-                     const std::string& mibRootId);
-// The server side of a successful login: checks ClientWants, offers 0x0203
-// without authentication, checks NegotiateAck, takes NewSession and answers
-// with newSessionResp(sessionId, "root", "mib"). Returns NewSession's octets.
-Bytes acceptLogin(PeerLink& link, uint32_t sessionId);
+Bytes testLogin();
+// The server's offer of version 0x0203 without authentication.
+Bytes serverOffer();
+// A NewSessionResp with the given session id, root domain "root", MIB root "mib".
+Bytes newSessionResp(uint32_t sessionId);
+// The server side of a successful login of openTestSession() with `sessionId`.
+void acceptLogin(PeerLink& link, uint32_t sessionId);
+// A script that logs the client in with a fresh session id, expects
+// `request` and answers it with response(0, `answer`).
+ScriptedPeer::Script answerOne(const Bytes& request, const Bytes& answer);
 
 // A session id no other test of the process has used, so that request ids
 // start at 0.
@@ -148,6 +129,17 @@ uint32_t freshSessionId();
 // Opens a session to the peer on 127.0.0.1 as user "admin" of domain "lab"
 // with password "secret" and client name "Exporter".
 std::unique_ptr<Session> openTestSession(uint16_t port);
+
+// The text of the E that `action` raises; "(no error)" when it returns.
+template <class E, class Action>
+std::string errorText(Action action) {
+  try {
+    action();
+  } catch (const E& e) {
+    return e.text();
+  }
+  return "(no error)";
+}
 
 }  // namespace peer
 
