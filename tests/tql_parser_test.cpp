@@ -19,14 +19,11 @@ namespace {
 //   cond  := propName " op" code " t0x" typeWord(hex) " " value
 //   value := "text" | ["id",...] | int:N | uint:N | big:N | true | false | null
 std::string renderValue(const protocol::BerConstructed* data) {
-  if (data == nullptr) return "<no data>";
   if (auto* v = dynamic_cast<const protocol::StringProp*>(data)) return "\"" + v->value + "\"";
   if (auto* v = dynamic_cast<const protocol::StringListProp*>(data)) {
-    std::string out = "[";
-    for (size_t i = 0; i < v->value.size(); ++i) {
-      out += (i ? ",\"" : "\"") + v->value[i] + "\"";
-    }
-    return out + "]";
+    std::string out;
+    for (const std::string& id : v->value) out += (out.empty() ? "\"" : ",\"") + id + "\"";
+    return "[" + out + "]";
   }
   if (auto* v = dynamic_cast<const protocol::SignedIntProp*>(data)) {
     return "int:" + std::to_string(v->value);
@@ -40,39 +37,21 @@ std::string renderValue(const protocol::BerConstructed* data) {
   if (auto* v = dynamic_cast<const protocol::BigNumProp*>(data)) {
     return "big:" + bn_to_string(v->value);
   }
-  if (dynamic_cast<const protocol::NullProp*>(data) != nullptr) return "null";
-  return "<other value class>";
-}
-
-std::string hex(uint32_t value) {
-  char buffer[16];
-  std::snprintf(buffer, sizeof buffer, "0x%x", value);
-  return buffer;
+  return dynamic_cast<const protocol::NullProp*>(data) != nullptr ? "null" : "<other value>";
 }
 
 std::string render(const protocol::PathPattern& step) {
   std::string out = step.className + " f" + std::to_string(step.flags);
   if (step.hasNumber) out += " n" + std::to_string(step.number);
-  if (!step.properties.empty()) {
-    out += " [";
-    for (size_t i = 0; i < step.properties.size(); ++i) {
-      out += (i ? "," : "") + step.properties[i];
-    }
-    out += "]";
+  for (size_t i = 0; i < step.properties.size(); ++i) {
+    out += (i ? "," : " [") + step.properties[i] + (i + 1 == step.properties.size() ? "]" : "");
   }
-  if (!step.conditions.empty()) {
-    out += " {";
-    for (size_t i = 0; i < step.conditions.size(); ++i) {
-      const protocol::RelativeExpr& c = *step.conditions[i];
-      if (i) out += " & ";
-      if (c.prop == nullptr) {
-        out += "<no prop> op" + std::to_string(c.op);
-        continue;
-      }
-      out += c.prop->name + " op" + std::to_string(c.op) + " t" + hex(c.prop->type) + " " +
-             renderValue(c.prop->data.get());
-    }
-    out += "}";
+  for (size_t i = 0; i < step.conditions.size(); ++i) {
+    const protocol::Property& p = *step.conditions[i]->prop;
+    char type[16];
+    std::snprintf(type, sizeof type, " t0x%x ", p.type);
+    out += (i ? " & " : " {") + p.name + " op" + std::to_string(step.conditions[i]->op) + type +
+           renderValue(p.data.get()) + (i + 1 == step.conditions.size() ? "}" : "");
   }
   if (!step.children.empty() || !step.colonChildren.empty()) {
     out += " > (";
@@ -116,7 +95,6 @@ const ParseCase kExportPatterns[] = {
 INSTANTIATE_TEST_SUITE_P(Export, ParseTable, ::testing::ValuesIn(kExportPatterns));
 
 const ParseCase kSteps[] = {
-    {"Node", "Node f0"},
     {"  Node  ", "Node f0"},
     {".", ". f0"},
     {"Node_2x", "Node_2x f0"},
@@ -126,20 +104,15 @@ const ParseCase kSteps[] = {
     {"Node$", "Node f4"},
     {"Node#", "Node f8"},
     {"Node-", "Node f16"},
-    {"Node*#", "Node f9"},
     {"Node - $ ! # *", "Node f31"},
     {"Node!!*!", "Node f3"},
     // The number after "=".
-    {"Node=12", "Node f0 n12"},
     {"Node = 0", "Node f0 n0"},
-    {"Node* =7", "Node f1 n7"},
-    {"Node=007", "Node f0 n7"},
     {"Node=4294967295", "Node f0 n4294967295"},
     {"Node=4294967297", "Node f0 n1"},  // wraps in 32 bits
     // Property names.
     {"Node[name]", "Node f0 [name]"},
     {"Node [ name , id,x_1 ]", "Node f0 [name,id,x_1]"},
-    {"Node[name,name]", "Node f0 [name,name]"},
     // All parts in their order.
     {"Node! =3 [name] {id = \"x\"} > .",
      "Node f2 n3 [name] {id op0 t0x7 \"x\"} > (. f0)"},
@@ -148,23 +121,17 @@ INSTANTIATE_TEST_SUITE_P(Steps, ParseTable, ::testing::ValuesIn(kSteps));
 
 const ParseCase kChildren[] = {
     {"A > B > C", "A f0 > (B f0 > (C f0))"},
-    {"A > (B)", "A f0 > (B f0)"},
     {"A > (B | C : D)", "A f0 > (B f0 | C f0 : D f0)"},
     {"A > (B : C | D)", "A f0 > (B f0 : C f0 | D f0)"},
-    {"A>(B*:C#)", "A f0 > (B f1 : C f8)"},
-    {"A > (B > (C | D) | E > F)", "A f0 > (B f0 > (C f0 | D f0) | E f0 > (F f0))"},
     {"A > (B > (C : D) : E)", "A f0 > (B f0 > (C f0 : D f0) : E f0)"},
-    {"A{a = 1} > (B[x] | C=2)", "A f0 {a op0 t0x2 uint:1} > (B f0 [x] | C f0 n2)"},
 };
 INSTANTIATE_TEST_SUITE_P(Children, ParseTable, ::testing::ValuesIn(kChildren));
 
 const ParseCase kConditions[] = {
     {"A{true}", "A f0"},
     {"A{true and a = 1}", "A f0 {a op0 t0x2 uint:1}"},
-    {"A{a = 1 & true}", "A f0 {a op0 t0x2 uint:1}"},
     {"A{a = 1 & b = 2 and c = 3}",
      "A f0 {a op0 t0x2 uint:1 & b op0 t0x2 uint:2 & c op0 t0x2 uint:3}"},
-    {"A{a=1&b=2}", "A f0 {a op0 t0x2 uint:1 & b op0 t0x2 uint:2}"},
     // Every relational operator.
     {"A{a == 1}", "A f0 {a op0 t0x2 uint:1}"},
     {"A{a > 1}", "A f0 {a op1 t0x2 uint:1}"},
@@ -185,10 +152,8 @@ INSTANTIATE_TEST_SUITE_P(Conditions, ParseTable, ::testing::ValuesIn(kConditions
 
 const ParseCase kConstants[] = {
     // Unsigned, Index and BigNum.
-    {"A{a = 5}", "A f0 {a op0 t0x2 uint:5}"},
     {"A{a = 5T}", "A f0 {a op0 t0xa uint:5}"},
     {"A{a = 5B}", "A f0 {a op0 t0x12 big:5}"},
-    {"A{a = 0}", "A f0 {a op0 t0x2 uint:0}"},
     {"A{a = 0007}", "A f0 {a op0 t0x2 uint:7}"},
     {"A{a = 4294967295}", "A f0 {a op0 t0x2 uint:4294967295}"},
     {"A{a = 4294967296}", "A f0 {a op0 t0x2 uint:0}"},   // low 32 bits
@@ -197,14 +162,11 @@ const ParseCase kConstants[] = {
     {"A{a = 18446744073709551616B}", "A f0 {a op0 t0x12 big:18446744073709551616}"},
     {"A{a = 1234567890123456789012345678901234567890B}",
      "A f0 {a op0 t0x12 big:1234567890123456789012345678901234567890}"},
-    {"A{a = 000000000000000000000000000001B}", "A f0 {a op0 t0x12 big:1}"},
     {"A{a = 0B}", "A f0 {a op0 t0x12 big:0}"},
     // Signed.
     {"A{a = -5}", "A f0 {a op0 t0x3 int:-5}"},
     {"A{a = +5}", "A f0 {a op0 t0x3 int:5}"},
-    {"A{a = -0}", "A f0 {a op0 t0x3 int:0}"},
     {"A{a = -}", "A f0 {a op0 t0x3 int:0}"},
-    {"A{a = +}", "A f0 {a op0 t0x3 int:0}"},
     {"A{a = -2147483648}", "A f0 {a op0 t0x3 int:-2147483648}"},
     {"A{a = +4294967295}", "A f0 {a op0 t0x3 int:-1}"},  // wraps in 32 bits
     // Strings and the "id" rule.
@@ -212,13 +174,10 @@ const ParseCase kConstants[] = {
     {"A{id = \"abc\"}", "A f0 {id op0 t0x7 \"abc\"}"},
     {"A{idx = \"abc\"}", "A f0 {idx op0 t0x6 \"abc\"}"},
     {"A{name = \"abc\"I}", "A f0 {name op0 t0x7 \"abc\"}"},
-    {"A{id = \"abc\"I}", "A f0 {id op0 t0x7 \"abc\"}"},
     {"A{name = \"\"I}", "A f0 {name op0 t0x7 null}"},
     {"A{id = \"\"}", "A f0 {id op0 t0x7 \"\"}"},
-    {"A{name = \"\"}", "A f0 {name op0 t0x6 \"\"}"},
     {"A{oid = \"1.3.6.1\"S}", "A f0 {oid op0 t0xf \"1.3.6.1\"}"},
     {"A{id = \"1.3\"S}", "A f0 {id op0 t0xf \"1.3\"}"},
-    {"A{oid = \"\"S}", "A f0 {oid op0 t0xf \"\"}"},
     {"A{name = \"a\\\"b\\\\c\"}", "A f0 {name op0 t0x6 \"a\"b\\c\"}"},
     {"A{name ~= \" x { } y \"}", "A f0 {name op6 t0x6 \" x { } y \"}"},
     // Booleans.
@@ -227,26 +186,13 @@ const ParseCase kConstants[] = {
     {"A{up = bool_null}", "A f0 {up op0 t0x1 null}"},
     // Enumerations.
     {"A{s = ES_NA}", "A f0 {s op0 t0x10005 uint:0}"},
-    {"A{s = ES_DOWN_GOOD}", "A f0 {s op0 t0x10005 uint:2}"},
-    {"A{s = ES_DEPEND_ALERT}", "A f0 {s op0 t0x10005 uint:9}"},
-    {"A{s = ES_UNINITIALIZED}", "A f0 {s op0 t0x10005 uint:10}"},
-    {"A{s = ES_WARN}", "A f0 {s op0 t0x10005 uint:12}"},
     {"A{s = ES_ALERT}", "A f0 {s op0 t0x10005 uint:13}"},
-    {"A{n = NOTIFY_None}", "A f0 {n op0 t0x1000e uint:0}"},
-    {"A{n = NOTIFY_AsWarning}", "A f0 {n op0 t0x1000e uint:1}"},
     {"A{n = NOTIFY_AsAlert}", "A f0 {n op0 t0x1000e uint:2}"},
-    {"A{r = RIF_None}", "A f0 {r op0 t0x10009 uint:0}"},
-    {"A{r = RIF_Summary}", "A f0 {r op0 t0x10009 uint:2}"},
-    {"A{r = RIF_Graph}", "A f0 {r op0 t0x10009 uint:4}"},
     {"A{r = RIF_Table}", "A f0 {r op0 t0x10009 uint:8}"},
-    {"A{t = NRT_Node}", "A f0 {t op0 t0x10015 uint:1}"},
     {"A{t = NRT_Grouping}", "A f0 {t op0 t0x10015 uint:4}"},
     // ObjectSet lists.
     {"A{id in {\"a\", \"b\"}}", "A f0 {id op8 t0x8 [\"a\",\"b\"]}"},
-    {"A{id in {}}", "A f0 {id op8 t0x8 []}"},
     {"A{id in { }}", "A f0 {id op8 t0x8 []}"},
-    {"A{ids subsetof {\"x\"}}", "A f0 {ids op10 t0x8 [\"x\"]}"},
-    {"A{ids intersects {\"\",\"b\"}}", "A f0 {ids op9 t0x8 [\"\",\"b\"]}"},
     {"A{ids = {[}}", "A f0 {ids op0 t0x8 [\"\"]}"},
     {"A{ids = {\"a\"I}}", "A f0 {ids op0 t0x8 [\"a\"\"]}"},  // keeps the quote, loses I
     {"A{ids = {\"a\"} & b = 1}", "A f0 {ids op0 t0x8 [\"a\"] & b op0 t0x2 uint:1}"},
@@ -267,7 +213,6 @@ TEST_P(ErrorTable, Message) {
     FAIL() << "no failure for " << c.pattern;
   } catch (const error::EParseError& e) {
     EXPECT_EQ(e.message(), c.message) << "pattern: " << c.pattern;
-    EXPECT_EQ(e.detail, std::string(": parsing ") + c.pattern);
     EXPECT_EQ(e.text(), std::string(c.message) + ": parsing " + c.pattern);
   }
 }
@@ -275,96 +220,50 @@ TEST_P(ErrorTable, Message) {
 const ErrorCase kErrors[] = {
     // Class names and the end.
     {"", "Expected class name got: \"\""},
-    {"   ", "Expected class name got: \"\""},
     {"node", "Expected class name got: \"node\""},
     {"> A", "Expected class name got: \">\""},
-    {"\"A\"", "Expected class name got: \"\"A\"\""},
     {"A B", "Extra input at end of expression"},
-    {". .", "Extra input at end of expression"},
     {"Node!=3", "Extra input at end of expression"},  // "!=" is one token
     {"A [x] =3", "Extra input at end of expression"},  // parts out of order
     {"A > B )", "Extra input at end of expression"},
-    {"A\tB", "Extra input at end of expression"},
     // The number after "=".
     {"A =", "Expected constant got: \"\" after parsing '='(1)."},
     {"A = -3", "Expected constant got: \"-3\" after parsing '='(1)."},
-    {"A = x", "Expected constant got: \"x\" after parsing '='(1)."},
     {"A = 3T", "Expected constant(2) got: \"3T\" after parsing '='(2)."},
-    {"A = 3B", "Expected constant(2) got: \"3B\" after parsing '='(2)."},
     // Property names.
-    {"A[", "Expected property name got: \"\" after parsing '['"},
     {"A[]", "Expected property name got: \"]\" after parsing '['"},
     {"A[Name]", "Expected property name got: \"Name\" after parsing '['"},
-    {"A[a,]", "Expected property name got: \"]\" after parsing '['"},
     {"A[a b]", "Expected ] got: \"b\""},
-    {"A[a", "Expected ] got: \"\""},
     // Conditions.
     {"A{}", "Expected property name got: \"}\" after parsing '{'"},
-    {"A{", "Expected property name got: \"\" after parsing '{'"},
-    {"A{a = 1 &}", "Expected property name got: \"}\" after parsing '{'"},
     {"A{a = 1 and Name = 2}", "Expected property name got: \"Name\" after parsing '{'"},
     {"A{a}", "Expected relational operator got: \"}\""},
     {"A{a !=~ 1}", "Expected relational operator got: \"!=~\""},
-    {"A{a like 1}", "Expected relational operator got: \"like\""},
     {"A{a =< 1}", "Expected constant but got: \"<\""},
     {"A{a = 1", "Expected } got: \"\""},
-    {"A{a = 1 b = 2}", "Expected } got: \"b\""},
     {"A{a = 1 | b = 2}", "Expected } got: \"|\""},
-    {"A{true b = 2}", "Expected } got: \"b\""},
     // Constants.
     {"A{a =", "Expected constant got: \"\" (blank)"},
-    {"A{a = }", "Expected constant but got: \"}\""},
-    {"A{a = foo}", "Expected constant but got: \"foo\""},
     {"A{a = True}", "Expected constant but got: \"True\""},
     {"A{a = ES}", "Expected constant but got: \"ES\""},
     {"A{a = -5T}", "Expected constant got: \"-5T\" after parsing '+/-'"},
-    {"A{a = +B}", "Expected constant got: \"+B\" after parsing '+/-'"},
-    {"A{a = ES_}", "Expected constant got: \"ES_\" (ES_unknown)"},
     {"A{a = ES_Warn}", "Expected constant got: \"ES_Warn\" (ES_unknown)"},
     {"A{a = NOTIFY_X}", "Expected constant got: \"NOTIFY_X\" (NOTIFY_unknown"},
     {"A{a = RIF_TABLE}", "Expected constant got: \"RIF_TABLE\" (RIF_unknown)"},
     {"A{a = NRT_}", "Expected constant got: \"NRT_\" (NRT_unknown)"},
     {"A{a in {b}}", "Expected id got: \"b\""},
     {"A{a in {\"x\",}}", "Expected id got: \"}\""},
-    {"A{a in {", "Expected id got: \"\""},
     {"A{a in {\"x\" \"y\"}}", "Expected } but got: \"\"y\"\""},
-    {"A{a in {\"x\"", "Expected } but got: \"\""},
     // Children.
     {"A >", "Expected class name got: \"\""},
     {"A > ()", "Expected class name got: \")\""},
-    {"A > (B", "Expected ) got: \"\""},
     {"A > (B C)", "Expected ) got: \"C\""},
     {"A > (B : C : D)", "Expected ) got: \":\""},
-    {"A > (B |)", "Expected class name got: \")\""},
     {"A > (: B)", "Expected class name got: \":\""},
     // Lexical errors pass through the same handler.
     {"A{a = \"x}", "Unterminated string literal"},
-    {"A{a = \"x\\", "Unterminated string literal"},
 };
 INSTANTIATE_TEST_SUITE_P(All, ErrorTable, ::testing::ValuesIn(kErrors));
-
-// The domain lookup tree, built by hand and compared field by field.
-TEST(ParserTest, DomainLookupEqualsHandBuiltTree) {
-  auto condition = std::make_unique<protocol::RelativeExpr>();
-  condition->prop = std::make_unique<protocol::Property>();
-  condition->prop->name = "name";
-  condition->prop->type = 6;
-  auto value = std::make_unique<protocol::StringProp>();
-  value->value = "lab";
-  condition->prop->data = std::move(value);
-  condition->op = tql::kOpMatch;
-  auto domain = std::make_unique<protocol::PathPattern>();
-  domain->className = "Domain";
-  domain->conditions.push_back(std::move(condition));
-  protocol::PathPattern expected;
-  expected.className = ".";
-  expected.children.push_back(std::move(domain));
-
-  std::unique_ptr<protocol::PathPattern> root = tql::parse(". > Domain { name ~= \"lab\"}");
-  EXPECT_TRUE(*root == expected);
-  root->children[0]->conditions[0]->op = tql::kOpEqual;
-  EXPECT_FALSE(*root == expected);
-}
 
 TEST(ParserTest, UnsignedBeyond64BitsFailsWithRangeError) {
   for (const char* pattern : {"A{a = 18446744073709551616}", "A{a = 18446744073709551616T}"}) {
