@@ -170,32 +170,20 @@ TEST_F(TypesExport, ConfigurationOnlyLeavesOutHistoryAndIndexProperties) {
   expect_run(exportWith({"-c"}), 0, document, kConfigErr);
 }
 
-TEST_F(TypesExport, FileOutputWritesProgressLines) {
+// -f with a relative name, and -z -f: the same document as on standard
+// output, with progress lines framed for a file.
+TEST_F(TypesExport, FileAndGzipOutputHoldThePlainExport) {
   TempDir dir;
-  const RunResult run = exportWith({"-f", "out.xml"}, dir.path());
-  expect_run(run, 0, "", "Exporting database" + kFullErr + "\nDone\n");
-  std::string problem;
-  EXPECT_EQ(e2e::mask_timestamp(e2e::read_file(dir.file("out.xml")), run.started, run.ended,
-                                problem),
-            full_document());
-  EXPECT_EQ(problem, "");
-}
-
-TEST_F(TypesExport, GzipOutputDecompressesToThePlainExport) {
-  TempDir dir;
+  const RunResult plain = exportWith({"-f", "out.xml"}, dir.path());
+  expect_run(plain, 0, "", "Exporting database" + kFullErr + "\nDone\n");
   const RunResult zipped = exportWith({"-z", "-f" + dir.file("out.xml.gz")});
   expect_run(zipped, 0, "", "Exporting database using gz " + kFullErr + "\nDone\n");
-  const RunResult plain = exportWith({"-f" + dir.file("out.xml")});
-  expect_run(plain, 0, "", "Exporting database" + kFullErr + "\nDone\n");
-
-  std::string problem;
-  const std::string unzipped = e2e::mask_timestamp(e2e::read_gzip_file(dir.file("out.xml.gz")),
-                                                   zipped.started, zipped.ended, problem);
-  EXPECT_EQ(problem, "");
-  EXPECT_EQ(unzipped, e2e::mask_timestamp(e2e::read_file(dir.file("out.xml")), plain.started,
-                                          plain.ended, problem));
-  EXPECT_EQ(problem, "");
-  EXPECT_EQ(unzipped, full_document());
+  for (const auto& [text, run] : {std::pair{e2e::read_file(dir.file("out.xml")), &plain},
+                                  std::pair{e2e::read_gzip_file(dir.file("out.xml.gz")), &zipped}}) {
+    std::string problem;
+    EXPECT_EQ(e2e::mask_timestamp(text, run->started, run->ended, problem), full_document());
+    EXPECT_EQ(problem, "");
+  }
 }
 
 // One export with its own arguments and the document and error stream it
@@ -215,6 +203,11 @@ TEST_P(TypesVariant, WritesExactly) {
   expect_run(exportWith(c.args), 0, c.document(full_document()), c.err);
 }
 
+// The subdomain `id` of the full document as the top element.
+std::function<std::string(const std::string&)> subdomain(const std::string& id, size_t blanks) {
+  return [=](const std::string& full) { return kHeader + e2e::dedent(e2e::element(full, id), blanks); };
+}
+
 std::string no_mib_document(const std::string& full) {
   return e2e::insert_after(e2e::without(full, {"mod-if", "obj-up"}), "u-amy", kUserMib);
 }
@@ -223,32 +216,18 @@ INSTANTIATE_TEST_SUITE_P(
     ExportDomainsAndFilters, TypesVariant,
     ::testing::Values(
         // A two-level path: the subdomain is the top element, no MIB section.
-        VariantCase{"TwoLevelPath",
-                    {"-e", "east.lab"},
-                    [](const std::string& full) {
-                      return kHeader + e2e::dedent(e2e::element(full, "d-east-lab"), 4);
-                    },
+        VariantCase{"TwoLevelPath", {"-e", "east.lab"}, subdomain("d-east-lab", 4),
                     "\nExporting domain east.lab.\n"},
         // Empty pieces of the path are dropped.
-        VariantCase{"PathWithEmptyPiece",
-                    {"-e", "east..lab"},
-                    [](const std::string& full) {
-                      return kHeader + e2e::dedent(e2e::element(full, "d-east-lab"), 4);
-                    },
+        VariantCase{"PathWithEmptyPiece", {"-e", "east..lab"}, subdomain("d-east-lab", 4),
                     "\nExporting domain east.lab.\n"},
-        VariantCase{"OneLevelPath",
-                    {"-e", "east"},
-                    [](const std::string& full) {
-                      return kHeader + e2e::dedent(e2e::element(full, "d-east"), 2);
-                    },
+        VariantCase{"OneLevelPath", {"-e", "east"}, subdomain("d-east", 2),
                     "\nExporting domain east..\nExporting domain east.lab.\n\n"},
         // ".." has no pieces: the root, but not as a whole-database export, so
         // there is no MIB section and u-mib is exported.
         VariantCase{"DotDotIsTheRootWithoutMibs", {"-e", ".."}, no_mib_document, kNoMibErr},
-        VariantCase{"IgnoringMibClassesSuppressesTheMibSection",
-                    {"-i", "MibObject,MibModule"},
-                    no_mib_document,
-                    kNoMibErr},
+        VariantCase{"IgnoringMibClassesSuppressesTheMibSection", {"-i", "MibObject,MibModule"},
+                    no_mib_document, kNoMibErr},
         // The root passes as export root although Domain is ignored; users
         // are dropped, so n-dup is no longer a duplicate of u-amy.
         VariantCase{"IgnoredClassesButNotTheRoot",
@@ -284,10 +263,8 @@ INSTANTIATE_TEST_SUITE_P(
                         "\n" ".."  // n-dup, n-flag2
                         "\nExporting domain east.\nExporting domain east.lab.\n\n\n"},
         // A subdomain export whose domain is not included writes the header only.
-        VariantCase{"ExportDomainNotIncluded",
-                    {"-I", "Node", "-e", "east"},
-                    [](const std::string&) { return kHeader; },
-                    ""}),
+        VariantCase{"ExportDomainNotIncluded", {"-I", "Node", "-e", "east"},
+                    [](const std::string&) { return kHeader; }, ""}),
     [](const ::testing::TestParamInfo<VariantCase>& info) { return info.param.name; });
 
 // Export domains that are not there: nothing is written, not even a file.
@@ -359,12 +336,10 @@ TEST_P(ServerClosesAt, LeavesAPrefixOfTheDocument) {
   ASSERT_FALSE(run.timedOut);
   EXPECT_EQ(run.exitCode, 1);
   ASSERT_GE(run.err.size(), kEndOfStream.size());
-  EXPECT_EQ(run.err.substr(run.err.size() - kEndOfStream.size()), kEndOfStream);
-  EXPECT_EQ(kFullErr.compare(0, run.err.size() - kEndOfStream.size(), run.err, 0,
-                             run.err.size() - kEndOfStream.size()),
-            0)
-      << "the progress so far is not the start of a full run's:\n"
-      << run.err;
+  const size_t marks = run.err.size() - kEndOfStream.size();
+  EXPECT_EQ(run.err.substr(marks), kEndOfStream);
+  EXPECT_EQ(kFullErr.compare(0, marks, run.err, 0, marks), 0)
+      << "the progress so far is not the start of a full run's:\n" << run.err;
   std::string problem;
   const std::string partial = e2e::mask_timestamp(run.out, run.started, run.ended, problem);
   EXPECT_EQ(problem, "");
@@ -414,6 +389,20 @@ struct SmallCase {
 };
 void PrintTo(const SmallCase& c, std::ostream* os) { *os << c.name; }
 
+// The Check c alone with the history series `series` (JSON without its
+// object and index) for its Index v: the document written up to `written`
+// and the error stream ending with `errTail`.
+SmallCase series_case(const char* name, std::string series, int exitCode,
+                      const std::string& written, const std::string& errTail) {
+  series.insert(1, R"("object": "c", "index": "v", )");
+  return {name,     kCheckWithIndex, series, exitCode, kHeader + kSmallRoot + kCheckOpen + written,
+          "\nExporting domain .." + statistics("c", 1) + errTail};
+}
+
+std::string series_open(const std::string& datatype) {
+  return "    <Object id=\"v\" type=\"Data\" datatype=\"" + datatype + "\">\n";
+}
+
 class SmallDatabase : public ::testing::TestWithParam<SmallCase> {};
 
 TEST_P(SmallDatabase, ExportsExactly) {
@@ -441,35 +430,24 @@ INSTANTIATE_TEST_SUITE_P(
                       "    <Property type=\"String\" name=\"siblingName\" value=\"a\"/>\n"
                       "  </Object>\n",
                   "\nExporting domain .." "Error\nCouldn't get siblingName for n2 of class Node\n"},
-        SmallCase{"DatatypeContinuousDeprecated", kCheckWithIndex,
-                  R"({"object": "c", "index": "v", "datatype": 1, "intervals": [
-                       {"start": 0, "end": 60, "max": 2, "min": 1, "values": [1, 2]}]})",
-                  1,
-                  kHeader + kSmallRoot + kCheckOpen +
-                      "    <Object id=\"v\" type=\"Data\" datatype=\"continuousDEPRECATED\">\n",
-                  "\nExporting domain .." + statistics("c", 1) +
-                      "Error\nGot unknown datatype for rows [1]\n"},
-        SmallCase{"DatatypeRawDeprecated", kCheckWithIndex,
-                  R"({"object": "c", "index": "v", "datatype": "rawDEPRECATED", "intervals": [
-                       {"elements": [{"start": 0, "end": 60, "max": 2, "avg": 1.5, "min": 1,
-                                      "ngood": 1, "nbad": 0}]}]})",
-                  1,
-                  kHeader + kSmallRoot + kCheckOpen +
-                      "    <Object id=\"v\" type=\"Data\" datatype=\"rawDEPRECATED\">\n",
-                  "\nExporting domain .." + statistics("c", 1) +
-                      "Error\nGot unknown datatype for rows [0]\n"},
-        SmallCase{"DatatypeWithoutName", kCheckWithIndex,
-                  R"({"object": "c", "index": "v", "datatype": 9, "intervals": [
-                       {"class": "continuous", "start": 0, "end": 60, "max": 2, "avg": 1.5,
-                        "min": 1, "ngood": 1, "nbad": 0}]})",
-                  1, kHeader + kSmallRoot + kCheckOpen,
-                  "\nExporting domain .." + statistics("c", 1) +
-                      "Error\nTried to get name of invalid datatype: 9\n"},
+        series_case("DatatypeContinuousDeprecated",
+                    R"({"datatype": 1, "intervals": [
+                         {"start": 0, "end": 60, "max": 2, "min": 1, "values": [1, 2]}]})",
+                    1, series_open("continuousDEPRECATED"),
+                    "Error\nGot unknown datatype for rows [1]\n"),
+        series_case("DatatypeRawDeprecated",
+                    R"({"datatype": "rawDEPRECATED", "intervals": [
+                         {"elements": [{"start": 0, "end": 60, "max": 2, "avg": 1.5, "min": 1,
+                                        "ngood": 1, "nbad": 0}]}]})",
+                    1, series_open("rawDEPRECATED"), "Error\nGot unknown datatype for rows [0]\n"),
+        series_case("DatatypeWithoutName",
+                    R"({"datatype": 9, "intervals": [
+                         {"class": "continuous", "start": 0, "end": 60, "max": 2, "avg": 1.5,
+                          "min": 1, "ngood": 1, "nbad": 0}]})",
+                    1, "", "Error\nTried to get name of invalid datatype: 9\n"),
         // Without rows the datatype is never looked at.
-        SmallCase{"DatatypeWithoutNameAndNoRows", kCheckWithIndex,
-                  R"({"object": "c", "index": "v", "datatype": 9, "intervals": []})", 0,
-                  kHeader + kSmallRoot + kCheckOpen + "  </Object>\n</Object>\n",
-                  "\nExporting domain .." + statistics("c", 1) + "\n\n"},
+        series_case("DatatypeWithoutNameAndNoRows", R"({"datatype": 9, "intervals": []})", 0,
+                    "  </Object>\n</Object>\n", "\n\n"),
         SmallCase{"UnknownPropertyType",
                   R"({"class": "Node", "id": "n1", "properties": [
                        {"name": "a", "type": "String", "value": "x"},
