@@ -95,9 +95,7 @@ INSTANTIATE_TEST_SUITE_P(
     Sizes, BufferIoWriteTest,
     testing::Values(WriteCase{{65536}, {65536}, 0}, WriteCase{{65535}, {}, 65535},
                     WriteCase{{200000}, {65536, 65536, 65536}, 3392}, WriteCase{{65535, 1}, {65536}, 0},
-                    WriteCase{{1, 65535}, {65536}, 0}, WriteCase{{100, 65536}, {65536}, 100},
-                    WriteCase{{0}, {}, 0}, WriteCase{{40000, 40000, 40000, 20000}, {65536, 65536}, 8928},
-                    WriteCase{{131072}, {65536, 65536}, 0}));
+                    WriteCase{{100, 65536}, {65536}, 100}, WriteCase{{0}, {}, 0}));
 
 TEST_F(BufferIoTest, FlushOfEmptyBufferStillFlushesBelow) {
   io->flush();
@@ -113,26 +111,16 @@ TEST_F(BufferIoTest, DestructionDropsPendingBytes) {
   EXPECT_EQ(log->flushes, 0);
 }
 
-TEST_F(BufferIoTest, ReadReturnsWhatOneReadBelowDelivered) {
-  log->reads = {"abc", "defghij"};
-  char got[10];
-  ASSERT_EQ(io->read(got, 10), 3u);
-  EXPECT_EQ(std::string(got, 3), "abc");
-  EXPECT_EQ(log->read_capacities, std::vector<uint64_t>{65536});  // one read, the whole buffer offered
-  ASSERT_EQ(io->read(got, 10), 7u);
-  EXPECT_EQ(std::string(got, 7), "defghij");
-  EXPECT_EQ(log->read_capacities.size(), 2u);
-}
-
-TEST_F(BufferIoTest, BufferedBytesAreDeliveredWithoutReadingBelow) {
+// A read takes what one read below delivered (offering it the whole buffer)
+// and hands out buffered bytes without reading below again.
+TEST_F(BufferIoTest, ReadsDeliverBufferedBytesBeforeReadingBelow) {
   log->reads = {"abcdefgh", "z"};
   char got[10];
   ASSERT_EQ(io->read(got, 3), 3u);
   EXPECT_EQ(std::string(got, 3), "abc");
-  ASSERT_EQ(io->read(got, 3), 3u);
-  EXPECT_EQ(std::string(got, 3), "def");
-  ASSERT_EQ(io->read(got, 10), 2u);  // the rest of the buffer, not topped up from below
-  EXPECT_EQ(std::string(got, 2), "gh");
+  EXPECT_EQ(log->read_capacities, std::vector<uint64_t>{65536});
+  ASSERT_EQ(io->read(got, 10), 5u);  // the rest of the buffer, not topped up from below
+  EXPECT_EQ(std::string(got, 5), "defgh");
   EXPECT_EQ(log->read_capacities.size(), 1u);
   ASSERT_EQ(io->read(got, 10), 1u);
   EXPECT_EQ(got[0], 'z');

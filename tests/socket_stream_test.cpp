@@ -79,15 +79,6 @@ TEST_P(OsalSocketTest, TalksBothWaysWithTheServer) {
 
 INSTANTIATE_TEST_SUITE_P(Hosts, OsalSocketTest, testing::Values("127.0.0.1", "localhost"));
 
-TEST(SocketStreamTest, EndOfStreamIsAFailure) {
-  Listener listener;
-  OsalSocket client("127.0.0.1", listener.port());
-  listener.accept(5000)->close();
-  char buffer[16];
-  EXPECT_EQ(system_error_of([&] { client.read(buffer, sizeof buffer); }),
-            "Error reading: OsalSocket::read end of stream");
-}
-
 TEST(SocketStreamTest, WriteToClosedPeerFailsWithoutEndingTheProcess) {
   Listener listener;
   OsalSocket client("127.0.0.1", listener.port());
@@ -176,16 +167,6 @@ TEST(ConnectionFactoryTest, InjectedConnectorIsCalledWithHostAndPort) {
   EXPECT_EQ(seen_port, 3241u);
   stream->write("hi", 2);
   EXPECT_EQ(read_exactly(*peer, 2), "hi");
-}
-
-TEST(ConnectionFactoryTest, DefaultConnectorOpensATcpConnection) {
-  Listener listener;
-  std::unique_ptr<BasicIo> stream = ConnectionFactory().connect("127.0.0.1", listener.port());
-  std::unique_ptr<SocketStream> server = listener.accept(5000);
-  ASSERT_NE(server, nullptr);
-  stream->write("abc", 3);
-  stream->flush();
-  EXPECT_EQ(read_exactly(*server, 3), "abc");
 }
 
 }  // namespace

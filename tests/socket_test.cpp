@@ -88,9 +88,7 @@ TEST_P(SocketOptionsTest, RefusedConnectionNamesTheSystemErrorAndClosesTheSocket
 
 INSTANTIATE_TEST_SUITE_P(Bits, SocketOptionsTest,
                          testing::Values(OptionCase{0, false, false}, OptionCase{SOCKET_NONBLOCK, true, false},
-                                         OptionCase{SOCKET_NODELAY, false, true},
-                                         OptionCase{SOCKET_NONBLOCK | SOCKET_NODELAY, true, true},
-                                         OptionCase{4, false, false}, OptionCase{5, true, false}));
+                                         OptionCase{SOCKET_NODELAY, false, true}, OptionCase{4, false, false}));
 
 TEST(SocketTest, SendAndReceiveOverLoopback) {
   Listener listener;
@@ -99,6 +97,7 @@ TEST(SocketTest, SendAndReceiveOverLoopback) {
   std::unique_ptr<SocketStream> server = listener.accept(5000);
   ASSERT_NE(server, nullptr);
 
+  ASSERT_EQ(socket_send(&client.fd, "", 0), nullptr);
   ASSERT_EQ(socket_send(&client.fd, "hello", 5), nullptr);
   char got[16] = {};
   ASSERT_EQ(server->read(got, sizeof got), 5u);
@@ -115,13 +114,6 @@ TEST(SocketTest, SendAndReceiveOverLoopback) {
   ASSERT_EQ(count, 2u);
   EXPECT_EQ(std::string(got, 2), "ef");
   EXPECT_EQ(socket_flush(&client.fd), nullptr);
-}
-
-TEST(SocketTest, ZeroLengthSendSucceeds) {
-  Listener listener;
-  Client client;
-  ASSERT_EQ(connect_to(listener.port(), 0, &client), nullptr);
-  EXPECT_EQ(socket_send(&client.fd, "", 0), nullptr);
 }
 
 TEST(SocketTest, ReceiveAfterPeerCloseGivesCountZero) {
@@ -261,36 +253,24 @@ class SocketResolveTest : public testing::Test {
   }
 };
 
-TEST_F(SocketResolveTest, DottedQuadNeedsNoLookup) {
-  script({true, "", {htonl(0x01020304)}});
+// A dotted quad needs no lookup, but the all-ones address goes to the name
+// lookup, of whose answer only the first address is used.
+TEST_F(SocketResolveTest, ScriptedLookup) {
+  script({true, "", {htonl(0x01020304), htonl(0x05060708)}});
   uint32_t address = 0;
   EXPECT_EQ(socket_resolve("10.1.2.3", &address), nullptr);
   EXPECT_EQ(address, htonl(0x0A010203));
   EXPECT_EQ(g_lookups, 0);
-}
-
-TEST_F(SocketResolveTest, AllOnesAddressGoesToNameLookup) {
-  script({true, "", {htonl(0x01020304), htonl(0x05060708)}});
-  uint32_t address = 0;
   EXPECT_EQ(socket_resolve("255.255.255.255", &address), nullptr);
   EXPECT_EQ(g_lookups, 1);
-  EXPECT_EQ(address, htonl(0x01020304));  // the first address; the others are never tried
-}
+  EXPECT_EQ(address, htonl(0x01020304));
 
-TEST_F(SocketResolveTest, LookupFailuresNameTheHost) {
   script({false, "Host not found", {}});
-  uint32_t address = 0;
   EXPECT_EQ(text_of(socket_resolve("server.example", &address)),
             "Error resolving \"server.example\": Host not found");
   script({true, "", {}});
   EXPECT_EQ(text_of(socket_resolve("server.example", &address)),
             "No addresses found when resolving \"server.example\"");
-}
-
-TEST_F(SocketResolveTest, LocalhostResolvesToLoopback) {
-  uint32_t address = 0;
-  EXPECT_EQ(socket_resolve("localhost", &address), nullptr);
-  EXPECT_EQ(address, loopback());
 }
 
 TEST_F(SocketResolveTest, UnknownNameFailsWithTheSystemText) {
