@@ -5,7 +5,8 @@
 //    failure and the same closing message, and leaves a prefix of the
 //    complete document;
 //  - every object in turn vanishes between its parent's answer and its own
-//    re-select, or has history of an invalid datatype: document, error
+//    re-select, has history of an invalid datatype, lacks its siblingName or
+//    tree label, or has a property that cannot be written: document, error
 //    stream and exit code are those of the sequential run.
 #include <gtest/gtest.h>
 
@@ -48,26 +49,17 @@ void expect_same_failure(const Outcome& complete, const Outcome& sequential,
   EXPECT_EQ(complete.errors.compare(0, marks, pipelined.errors, 0, marks), 0) << pipelined.errors;
 }
 
-enum class Fault { kClose, kMalformed };
-
-server::ServerOptions faulty_at(Fault fault, uint32_t request) {
-  server::ServerOptions options;
-  if (fault == Fault::kClose) {
-    options.faults.closeAtRequest = request;
-  } else {
-    options.faults.malformedAtRequest = request;
-  }
-  return options;
-}
-
-// One run with `fault` at request k, sequential and at depths 1 and 64;
-// false when the sequential export got through (k is past its last request).
+// One run with the connection closing (else an undecodable answer) at
+// request k, sequential and at depths 1 and 64; false when the sequential
+// export got through (k is past its last request).
 bool check_fault_at(const std::shared_ptr<const server::Database>& db, const Outcome& complete,
-                    Fault fault, uint32_t k) {
-  TestServer faulty(db, faulty_at(fault, k));
+                    bool close, uint32_t k) {
+  server::ServerOptions options;
+  (close ? options.faults.closeAtRequest : options.faults.malformedAtRequest) = k;
+  TestServer faulty(db, options);
   const Outcome sequential = run_exporter(faulty.port(), {}, kSequential);
   if (sequential.exitCode == 0) return false;
-  SCOPED_TRACE((fault == Fault::kClose ? "close at " : "malformed at ") + std::to_string(k));
+  SCOPED_TRACE((close ? "close at " : "malformed at ") + std::to_string(k));
   EXPECT_EQ(sequential.exitCode, 1) << sequential.errors;
   EXPECT_FALSE(sequential.failure.empty());
   for (uint32_t depth : {1u, 64u}) {
@@ -86,64 +78,17 @@ TEST(PipelinedExportFaultSweep, EveryRequestCanFailAndTheOutcomeIsTheSequentialO
   ASSERT_EQ(complete.exitCode, 0) << complete.errors;
 
   uint32_t requests = 0;
-  while (requests < 1000 && check_fault_at(db, complete, Fault::kClose, requests + 1)) ++requests;
+  while (requests < 1000 && check_fault_at(db, complete, true, requests + 1)) ++requests;
   // The root, its children, their history, the MIB: a few dozen requests.
   ASSERT_GT(requests, 20u);
   ASSERT_LT(requests, 1000u);
 
   for (uint32_t k = 1; k <= requests; ++k) {
-    EXPECT_TRUE(check_fault_at(db, complete, Fault::kMalformed, k)) << "malformed at " << k;
+    EXPECT_TRUE(check_fault_at(db, complete, false, k)) << "malformed at " << k;
   }
 }
 
-enum class ObjectFault { kVanishes, kBadHistory };
-
-// `inner` with one object made faulty. A vanishing object is still listed
-// by its parent (under a renamed key, so the server still finds it there),
-// but selecting it by its own id finds nothing. An object with bad history
-// answers every history request with datatype 12 and a continuous row.
-class FaultyObjectDatabase : public server::Database {
- public:
-  FaultyObjectDatabase(std::shared_ptr<const server::Database> inner, std::string victim,
-                       ObjectFault fault)
-      : inner_(std::move(inner)), victim_(std::move(victim)), fault_(fault) {}
-
-  std::string rootDomainId() const override { return inner_->rootDomainId(); }
-  std::string mibRootId() const override { return inner_->mibRootId(); }
-  std::shared_ptr<const server::StoredObject> find(const std::string& id) const override {
-    if (fault_ != ObjectFault::kVanishes) return inner_->find(id);
-    if (id == victim_) return nullptr;
-    if (id == listedKey()) return inner_->find(victim_);
-    std::shared_ptr<const server::StoredObject> object = inner_->find(id);
-    if (!object) return object;
-    auto renamed = std::make_shared<server::StoredObject>(*object);
-    for (std::string& child : renamed->children) {
-      if (child == victim_) child = listedKey();
-    }
-    return renamed;
-  }
-  std::shared_ptr<const server::History> history(const std::string& objectId,
-                                                 const std::string& indexName) const override {
-    if (fault_ != ObjectFault::kBadHistory || objectId != victim_) {
-      return inner_->history(objectId, indexName);
-    }
-    auto bad = std::make_shared<server::History>();
-    bad->dataType = 12;
-    bad->intervals.push_back(server::ContinuousRow{100, 200, 3, 2, 1, 4, 0});
-    return bad;
-  }
-  bool checkLogin(const std::string& d, const std::string& u,
-                  const std::string& p) const override {
-    return inner_->checkLogin(d, u, p);
-  }
-
- private:
-  std::string listedKey() const { return victim_ + "~"; }
-
-  std::shared_ptr<const server::Database> inner_;
-  std::string victim_;
-  ObjectFault fault_;
-};
+using pipelined_test::ObjectFault;
 
 // The ids of every object below the root domain and the MIB root, roots
 // included, in depth-first order.
@@ -155,35 +100,48 @@ std::vector<std::string> all_ids(const server::Database& db) {
     pending.pop_back();
     ids.push_back(id);
     std::shared_ptr<const server::StoredObject> object = db.find(id);
-    for (auto child = object->children.rbegin(); child != object->children.rend(); ++child) {
-      pending.push_back(*child);
-    }
+    pending.insert(pending.end(), object->children.rbegin(), object->children.rend());
   }
   return ids;
 }
 
-TEST(PipelinedExportObjectFaults, EachObjectsFailureIsReportedAsSequentially) {
-  std::shared_ptr<const server::Database> db = pipelined_test::tricky_database();
-  const std::vector<std::string> ids = all_ids(*db);
-  ASSERT_GT(ids.size(), 30u);
+// A fault and how many objects of the tricky database at least end the
+// export with it: only written objects are re-selected and asked for their
+// properties, only n1 and c1 have history the walk asks for, and only
+// Domains have a tree label.
+struct FaultCase {
+  const char* name;
+  ObjectFault fault;
+  uint32_t atLeast;
+};
 
-  for (ObjectFault fault : {ObjectFault::kVanishes, ObjectFault::kBadHistory}) {
-    uint32_t failed = 0;
-    for (const std::string& id : ids) {
-      SCOPED_TRACE((fault == ObjectFault::kVanishes ? "vanishes: " : "bad history: ") + id);
-      TestServer server(std::make_shared<FaultyObjectDatabase>(db, id, fault));
-      const Outcome sequential = run_exporter(server.port(), {}, kSequential);
-      const Outcome pipelined = run_exporter(server.port(), {}, 64);
-      EXPECT_EQ(pipelined.exitCode, sequential.exitCode);
-      EXPECT_EQ(pipelined.failure, sequential.failure);
-      EXPECT_EQ(pipelined.document, sequential.document);
-      EXPECT_EQ(pipelined.errors, sequential.errors);
-      if (sequential.exitCode != 0) ++failed;
-    }
-    // Every written object is re-selected, but only n1 (load, state, ...)
-    // and c1 have history the walk asks for.
-    EXPECT_GE(failed, fault == ObjectFault::kVanishes ? 15u : 2u);
+class PipelinedExportObjectFaults : public ::testing::TestWithParam<FaultCase> {};
+
+TEST_P(PipelinedExportObjectFaults, EachObjectsFailureIsReportedAsSequentially) {
+  std::shared_ptr<const server::Database> db = pipelined_test::tricky_database();
+  const auto [name, fault, atLeast] = GetParam();
+  uint32_t failed = 0;
+  for (const std::string& id : all_ids(*db)) {
+    SCOPED_TRACE(id);
+    TestServer server(pipelined_test::with_fault(db, id, fault));
+    const Outcome sequential = run_exporter(server.port(), {}, kSequential);
+    const Outcome pipelined = run_exporter(server.port(), {}, 64);
+    EXPECT_EQ(pipelined.exitCode, sequential.exitCode);
+    EXPECT_EQ(pipelined.failure, sequential.failure);
+    EXPECT_EQ(pipelined.document, sequential.document);
+    EXPECT_EQ(pipelined.errors, sequential.errors);
+    if (sequential.exitCode != 0) ++failed;
   }
+  EXPECT_GE(failed, atLeast);
 }
+
+INSTANTIATE_TEST_SUITE_P(Faults, PipelinedExportObjectFaults,
+                         ::testing::Values(FaultCase{"Vanishes", ObjectFault::kVanishes, 15},
+                                           FaultCase{"Datatype12", ObjectFault::kBadHistory, 2},
+                                           FaultCase{"Datatype1", ObjectFault::kOldHistory, 2},
+                                           FaultCase{"NoSiblingName", ObjectFault::kNoSiblingName, 15},
+                                           FaultCase{"NoTreeLabel", ObjectFault::kNoTreeLabel, 1},
+                                           FaultCase{"Unrenderable", ObjectFault::kUnrenderable, 10}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "support/pipelined_run.h"
 
+#include <filesystem>
 #include <sstream>
 
 #include "porter/export_database.h"
@@ -14,120 +15,84 @@ namespace {
 
 int64_t fixed_clock() { return 1204329600; }
 
-constexpr char kTricky[] = R"({
-  "rootDomain": "root", "mibRoot": "mib",
-  "users": [{"domain": ".", "name": "admin", "password": "secret"}],
-  "objects": [
-    {"class": "Domain", "id": "root", "properties": [
-      {"name": "siblingName", "type": "String", "computed": true, "value": "root"},
-      {"name": "treeLabel", "type": "String", "value": "."},
-      {"name": "parentId", "type": "Object", "computed": true, "value": null}
-    ], "children": [
-      {"class": "Node", "id": "n1", "properties": [
-        {"name": "siblingName", "type": "String", "value": "alpha"},
-        {"name": "load", "type": "Index"}, {"name": "state", "type": "Index"},
-        {"name": "refused", "type": "Index"}, {"name": "empty", "type": "Index"}
-      ], "children": [
-        {"class": "Check", "id": "c1", "properties": [
-          {"name": "siblingName", "type": "String", "value": "ping"},
-          {"name": "rt", "type": "Index"}]},
-        {"class": "Check", "id": "c1dup", "properties": [
-          {"name": "siblingName", "type": "String", "value": "ping"},
-          {"name": "rt", "type": "Index"}
-        ], "children": [
-          {"class": "Check", "id": "below-dup", "properties": [
-            {"name": "siblingName", "type": "String", "value": "x"}]}]}
-      ]},
-      {"class": "Node", "id": "n1dup", "properties": [
-        {"name": "siblingName", "type": "String", "value": "alpha"},
-        {"name": "load", "type": "Index"}
-      ], "children": [
-        {"class": "Check", "id": "below-n1dup", "properties": [
-          {"name": "siblingName", "type": "String", "value": "y"}]}]},
-      {"class": "Node", "id": "flagged", "flags": 1, "properties": [
-        {"name": "siblingName", "type": "String", "value": "flagged"}
-      ], "children": [
-        {"class": "Check", "id": "below-flagged", "properties": [
-          {"name": "siblingName", "type": "String", "value": "z"}]}]},
-      {"class": "Node", "id": "nullname", "properties": [
-        {"name": "siblingName", "type": "String", "value": null}
-      ], "children": [
-        {"class": "Check", "id": "below-nullname", "properties": [
-          {"name": "siblingName", "type": "String", "value": "w"}]}]},
-      {"class": "AlertPathUsage", "id": "apu", "properties": [
-        {"name": "count", "type": "Unsigned Integer", "value": 3}
-      ], "children": [
-        {"class": "Check", "id": "below-apu", "properties": [
-          {"name": "siblingName", "type": "String", "value": "v"}]}]},
-      {"class": "MibObject", "id": "stray-mib", "properties": [
-        {"name": "siblingName", "type": "String", "value": "stray"}
-      ], "children": [
-        {"class": "Check", "id": "below-stray-mib", "properties": [
-          {"name": "siblingName", "type": "String", "value": "u"}]}]},
-      {"class": "NetworkScan", "id": "scan", "properties": [
-        {"name": "siblingName", "type": "String", "value": "scan"}
-      ], "children": [
-        {"class": "Check", "id": "below-scan", "properties": [
-          {"name": "siblingName", "type": "String", "value": "t"}]}]},
-      {"class": "Domain", "id": "sub", "properties": [
-        {"name": "siblingName", "type": "String", "value": "sub"},
-        {"name": "treeLabel", "type": "String", "value": "Sub"},
-        {"name": "name", "type": "String", "value": "Sub"}
-      ], "children": [
-        {"class": "Node", "id": "n2", "properties": [
-          {"name": "siblingName", "type": "String", "value": "alpha"},
-          {"name": "old", "type": "Index"}
-        ], "children": [
-          {"class": "Check", "id": "c2", "properties": [
-            {"name": "siblingName", "type": "String", "value": "c2"}
-          ], "children": [
-            {"class": "NetworkScan", "id": "scan2", "properties": [
-              {"name": "siblingName", "type": "String", "value": "scan2"}]}]}]},
-        {"class": "Domain", "id": "subsub", "properties": [
-          {"name": "siblingName", "type": "String", "value": "subsub"},
-          {"name": "treeLabel", "type": "String", "value": "Sub.SubSub"},
-          {"name": "name", "type": "String", "value": "SubSub"}
-        ], "children": [
-          {"class": "Node", "id": "n3", "properties": [
-            {"name": "siblingName", "type": "String", "value": "n3"}]}]}]},
-      {"class": "User", "id": "u1", "properties": [
-        {"name": "siblingName", "type": "String", "value": "admin"}]},
-      {"class": "AlertGroup", "id": "ag", "properties": [
-        {"name": "siblingName", "type": "String", "value": "ops"}]}
-    ]},
-    {"class": "MibRoot", "id": "mib", "properties": [
-      {"name": "siblingName", "type": "String", "value": "mib"}
-    ], "children": [
-      {"class": "MibModule", "id": "mod1", "properties": [
-        {"name": "siblingName", "type": "String", "value": "IF-MIB"}
-      ], "children": [
-        {"class": "MibObject", "id": "obj1", "properties": [
-          {"name": "siblingName", "type": "String", "value": "ifTable"}]}]},
-      {"class": "MibObject", "id": "obj2", "properties": [
-        {"name": "siblingName", "type": "String", "value": "IF-MIB"}]},
-      {"class": "MibObject", "id": "obj3", "properties": [
-        {"name": "siblingName", "type": "String", "value": "sysDescr"}]},
-      {"class": "Note", "id": "note", "properties": [
-        {"name": "siblingName", "type": "String", "value": "note"}]}
-    ]}
-  ],
-  "history": [
-    {"object": "n1", "index": "load", "datatype": "continuous", "intervals": [
-      {"start": 100, "end": 200, "max": 3, "avg": 2, "min": 1, "ngood": 4, "nbad": 0}]},
-    {"object": "n1", "index": "state", "datatype": "enum", "intervals": [
-      {"start": 100, "end": 200, "mask": 5, "ngood": 1, "nbad": 0}]},
-    {"object": "n1", "index": "empty", "datatype": "continuous", "intervals": []},
-    {"object": "c1", "index": "rt", "datatype": "incidents", "intervals": [
-      {"time": 150, "severity": 2, "message": "late <ack> & co"}]},
-    {"object": "c1dup", "index": "rt", "datatype": "incidents", "intervals": [
-      {"time": 150, "severity": 2, "message": "never asked"}]}
-  ]
-})";
+class FaultyObjectDatabase : public server::Database {
+ public:
+  FaultyObjectDatabase(std::shared_ptr<const server::Database> inner, std::string victim,
+                       ObjectFault fault)
+      : inner_(std::move(inner)), victim_(std::move(victim)), fault_(fault) {}
+
+  std::string rootDomainId() const override { return inner_->rootDomainId(); }
+  std::string mibRootId() const override { return inner_->mibRootId(); }
+  bool checkLogin(const std::string& d, const std::string& u,
+                  const std::string& p) const override {
+    return inner_->checkLogin(d, u, p);
+  }
+
+  // A vanishing object is listed by its parent under a renamed key, which
+  // the server still finds, while its own id finds nothing.
+  std::shared_ptr<const server::StoredObject> find(const std::string& id) const override {
+    const bool vanishes = fault_ == ObjectFault::kVanishes;
+    if (vanishes && id == victim_) return nullptr;
+    std::shared_ptr<const server::StoredObject> object =
+        inner_->find(vanishes && id == victim_ + "~" ? victim_ : id);
+    if (!object || (!vanishes && id != victim_)) return object;
+    auto changed = std::make_shared<server::StoredObject>(*object);
+    if (vanishes) {
+      for (std::string& child : changed->children) {
+        if (child == victim_) child += "~";
+      }
+    } else {
+      auto& properties = changed->properties;
+      const char* dropped = fault_ == ObjectFault::kNoSiblingName ? "siblingName"
+                            : fault_ == ObjectFault::kNoTreeLabel ? "treeLabel"
+                                                                   : "";
+      std::erase_if(properties, [&](const server::PropertyValue& p) { return p.name == dropped; });
+      if (fault_ == ObjectFault::kUnrenderable) {
+        properties.push_back({"when", server::kTypeDate, std::string("soon")});
+      }
+    }
+    return changed;
+  }
+
+  std::shared_ptr<const server::History> history(const std::string& objectId,
+                                                 const std::string& indexName) const override {
+    const bool bad = fault_ == ObjectFault::kBadHistory, old = fault_ == ObjectFault::kOldHistory;
+    if (objectId != victim_ || !(bad || old)) return inner_->history(objectId, indexName);
+    auto history = std::make_shared<server::History>();
+    history->dataType = bad ? 12 : 1;
+    if (bad) {
+      history->intervals.push_back(server::ContinuousRow{100, 200, 3, 2, 1, 4, 0});
+    } else {
+      history->intervals.push_back(server::ContinuousDeprecatedRow{100, 200, 3, 1, {1, 2.5, 3}});
+    }
+    return history;
+  }
+
+ private:
+  std::shared_ptr<const server::Database> inner_;
+  std::string victim_;
+  ObjectFault fault_;
+};
 
 }  // namespace
 
+std::string source_path(const std::string& relative) {
+  const std::string here = __FILE__;
+  std::filesystem::path root = here.substr(0, here.rfind("/tests/support/"));
+  // A relative path is the build directory's, which holds tests/<program>.
+  if (root.is_relative()) {
+    root = std::filesystem::canonical("/proc/self/exe").parent_path().parent_path() / root;
+  }
+  return (root / relative).lexically_normal().string();
+}
+
 std::shared_ptr<const server::Database> tricky_database() {
-  return server::parse_json_database(kTricky);
+  return server::load_json_database(source_path("tests/data/pipelined_tricky.json"));
+}
+
+std::shared_ptr<const server::Database> with_fault(std::shared_ptr<const server::Database> inner,
+                                                   std::string victim, ObjectFault fault) {
+  return std::make_shared<FaultyObjectDatabase>(std::move(inner), std::move(victim), fault);
 }
 
 Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t depth) {

@@ -32,12 +32,29 @@ constexpr uint32_t kSequential = 0;
 // stream), so runs can follow each other in one process.
 Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t depth);
 
-// One table of objects for most cases: written objects with history (a
-// series with rows, an empty one, one the server refuses), duplicates,
-// flagged children, a null siblingName, an AlertPathUsage without one, a MIB
-// object outside the MIB selection, a default-ignored class, subdomains, and
-// a MIB section with a duplicate name. Every dropped object has children.
+// The path of `relative` (e.g. "server/sample/sample.json") in the source
+// tree, also when the compiler was given relative source paths.
+std::string source_path(const std::string& relative);
+
+// tests/data/pipelined_tricky.json, one table of objects for most cases:
+// written objects with history (a series with rows, an empty one, one the
+// server refuses), duplicates, flagged children, a null siblingName, an
+// AlertPathUsage without one, a MIB object outside the MIB selection, a
+// default-ignored class, subdomains, and a MIB section with a duplicate
+// name. Every dropped object has children.
 std::shared_ptr<const server::Database> tricky_database();
+
+// What goes wrong with the one object `victim` of a database.
+enum class ObjectFault {
+  kVanishes,       // listed by its parent, but selecting it by its id finds nothing
+  kBadHistory,     // every history series of datatype 12, with a continuous row
+  kOldHistory,     // every history series of datatype 1 (continuousDEPRECATED)
+  kNoSiblingName,  // its siblingName property is missing
+  kNoTreeLabel,    // its treeLabel property is missing
+  kUnrenderable,   // an extra Date property holding a string
+};
+std::shared_ptr<const server::Database> with_fault(std::shared_ptr<const server::Database> inner,
+                                                   std::string victim, ObjectFault fault);
 
 }  // namespace pipelined_test
 
