@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "support/e2e_process.h"
 
@@ -34,21 +35,17 @@ std::string find_on_path(const std::string& program) {
 TEST(ManualPageTest, RendersWithoutWarnings) {
   // groff reports warnings on its error stream but still exits 0; mandoc's
   // lint mode reports them on standard output. Either way: no text at all.
-  if (const std::string groff = find_on_path("groff"); !groff.empty()) {
-    const e2e::RunResult run =
-        e2e::run_process(groff, {"-man", "-Tutf8", "-ww", "-z", kManualPage}, "", kLimit);
-    EXPECT_EQ(run.exitCode, 0);
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.out, "");
-  } else if (const std::string mandoc = find_on_path("mandoc"); !mandoc.empty()) {
-    const e2e::RunResult run =
-        e2e::run_process(mandoc, {"-T", "lint", "-W", "warning", kManualPage}, "", kLimit);
-    EXPECT_EQ(run.exitCode, 0);
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, "");
-  } else {
-    GTEST_SKIP() << "neither groff nor mandoc is installed";
+  std::string formatter = find_on_path("groff");
+  std::vector<std::string> args = {"-man", "-Tutf8", "-ww", "-z", kManualPage};
+  if (formatter.empty()) {
+    formatter = find_on_path("mandoc");
+    args = {"-T", "lint", "-W", "warning", kManualPage};
   }
+  if (formatter.empty()) GTEST_SKIP() << "neither groff nor mandoc is installed";
+  const e2e::RunResult run = e2e::run_process(formatter, args, "", kLimit);
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "");
 }
 
 bool is_regular(const std::string& path, mode_t* mode = nullptr) {
