@@ -61,6 +61,8 @@ const PromptCase kPromptCases[] = {
     {"LineInputSwitchedOn", false, {"ab", "cd\n"}, 1, "OK:abcd\n", "Password: \n"},
     {"SixtyThreeCharacters", true, {k63 + "\n"}, 1, "OK:" + k63 + "\n", "Password: \n"},
     {"EndOfInput", true, {"\x04"}, 1, "read returned 0\n", "Password: "},
+    // Ctrl-C ends the child before it reports; echo must be back on.
+    {"InterruptEndsWithModeRestored", true, {"\x03"}, 1, "", "Password: "},
     // Over-long lines are rejected and their rest discarded: the next line
     // read from the terminal is the one typed after them.
     {"SixtyFourCharacters", true, {k64 + "\n", "next\n"}, 2, "Password too long\nOK:next\n",
