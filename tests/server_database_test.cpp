@@ -18,7 +18,7 @@ namespace server {
 namespace {
 
 const std::string kSamplePath =
-    (std::filesystem::path(__FILE__).parent_path().parent_path() / "server/sample/sample.json").string();
+    (std::filesystem::path(TALVIX_SOURCE_DIR) / "server/sample/sample.json").string();
 
 const Database& sample() {
   static const std::unique_ptr<Database> db = load_json_database(kSamplePath);

@@ -77,13 +77,7 @@ class FaultyObjectDatabase : public server::Database {
 }  // namespace
 
 std::string source_path(const std::string& relative) {
-  const std::string here = __FILE__;
-  std::filesystem::path root = here.substr(0, here.rfind("/tests/support/"));
-  // A relative path is the build directory's, which holds tests/<program>.
-  if (root.is_relative()) {
-    root = std::filesystem::canonical("/proc/self/exe").parent_path().parent_path() / root;
-  }
-  return (root / relative).lexically_normal().string();
+  return (std::filesystem::path(TALVIX_SOURCE_DIR) / relative).string();
 }
 
 std::shared_ptr<const server::Database> tricky_database() {

@@ -33,7 +33,7 @@ constexpr uint32_t kSequential = 0;
 Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t depth);
 
 // The path of `relative` (e.g. "server/sample/sample.json") in the source
-// tree, also when the compiler was given relative source paths.
+// tree, wherever the test program runs.
 std::string source_path(const std::string& relative);
 
 // tests/data/pipelined_tricky.json, one table of objects for most cases:
