@@ -17,23 +17,22 @@ namespace {
 using peer::Bytes;
 using peer::hex;
 
-// The request the walk makes: object "X", index "ifIn", 0, 0x7FFFFFFF, 1, 0,
-// true, as request id 0.
-const Bytes kWalkRequest = hex(
-    "74 80 02 01 00 A6 80 04 01 58 04 04 69 66 49 6E 01 01 01 "
-    "02 01 00 02 04 7F FF FF FF 02 01 01 02 01 00 00 00 00 00");
-
-// Sends the walk's GetData to a server answering `answer` (a Response body)
-// and hands the awaited request to `check`. Returns the text of the
-// errors::bererror the answer raised, or "" when there was none.
+// Sends the walk's GetData (object "X", index "ifIn", 0, 0x7FFFFFFF, 1, 0,
+// true; checked as request id 0) to a server answering `answer` and hands the
+// awaited request to `check`. Returns the text of the errors::bererror the
+// answer raised, or "" when there was none.
 template <class Check>
 std::string getDataWithAnswer(const Bytes& answer, Check check) {
-  peer::ScriptedPeer server(peer::answerOne(kWalkRequest, answer));
+  peer::ScriptedPeer server(peer::loginThen(
+      hex("74 80 02 01 00 A6 80 04 01 58 04 04 69 66 49 6E 01 01 01 "
+          "02 01 00 02 04 7F FF FF FF 02 01 01 02 01 00 00 00 00 00"),
+      peer::response(0, answer)));
   auto session = peer::openTestSession(server.port());
   auto request = std::make_shared<dataquery::GetData>("X", "ifIn", 0, 0x7FFFFFFF, 1, 0, true);
   comquery::send(*session, request);
   const std::string failure =
       peer::errorText<errors::bererror>([&] { comquery::await(*session, *request); });
+  EXPECT_EQ(request->state, comquery::Request::kAnswered);
   if (failure == "(no error)") {
     EXPECT_TRUE(session->idsByRequest.empty());  // forgotten whatever the answer
     EXPECT_EQ(request.use_count(), 1);
@@ -68,33 +67,26 @@ TEST(GetDataTest, KeepsTheIntervalsInTheServersOrder) {
   }), "");
 }
 
-struct AnswerCase {
-  const char* name;
-  Bytes answer;
-  uint32_t error;
-  uint32_t dataType;
-  const char* failure;
-};
-
 // An empty list is a success; a server error keeps the data type all ones;
 // an answer of another type is rejected.
 TEST(GetDataTest, AnswersWithoutIntervals) {
-  const AnswerCase cases[] = {
-      {"empty list", hex("A6 80 02 01 05 30 80 00 00 00 00"), 0, 5, ""},
-      {"server error", peer::errorResp(1, {"no such object"}), 1, 0xFFFFFFFFu, ""},
-      {"select answer", peer::selectResp(Bytes()), 0, 0xFFFFFFFFu,
-       "Wrong type in GetData::decode."},
+  const struct {
+    Bytes answer;
+    uint32_t error;
+    uint32_t dataType;
+    const char* failure;
+  } cases[] = {
+      {hex("A6 80 02 01 05 30 80 00 00 00 00"), 0, 5, ""},
+      {peer::errorResp(1, {"no such object"}), 1, 0xFFFFFFFFu, ""},
+      {peer::selectResp(Bytes()), 0, 0xFFFFFFFFu, "Wrong type in GetData::decode."},
   };
-  for (const AnswerCase& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(getDataWithAnswer(c.answer,
-                                [&c](dataquery::GetData& request) {
-                                  EXPECT_EQ(request.state, comquery::Request::kAnswered);
-                                  EXPECT_EQ(request.error, c.error);
-                                  EXPECT_EQ(request.dataType, c.dataType);
-                                  EXPECT_TRUE(request.intervals.empty());
-                                }),
-              c.failure);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
+    EXPECT_EQ(getDataWithAnswer(c.answer, [&c](dataquery::GetData& request) {
+      EXPECT_EQ(request.error, c.error);
+      EXPECT_EQ(request.dataType, c.dataType);
+      EXPECT_TRUE(request.intervals.empty());
+    }), c.failure);
   }
 }
 

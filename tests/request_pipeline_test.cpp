@@ -20,7 +20,7 @@ namespace {
 
 using peer::Bytes;
 using peer::hex;
-using peer::PeerLink;
+using peer::loginThen;
 using peer::ScriptedPeer;
 
 // A request whose body is a ForgetReq carrying `tag`; it accepts ForgetResp
@@ -60,48 +60,48 @@ Bytes probeRequest(int32_t id, int32_t tag) {
 }
 Bytes forgetAnswer(int32_t id) { return peer::response(id, hex("A5 80 00 00")); }
 
-// A server that logs the client in, expects `request` and sends `answers`.
-ScriptedPeer::Script loginThen(uint32_t sessionId, Bytes request, Bytes answers) {
-  return [=](PeerLink& link) {
-    peer::acceptLogin(link, sessionId);
-    link.expect(request, "requests");
-    link.send(answers);
-    link.expectEnd("after the answers");
-  };
-}
+using Probes = std::vector<std::shared_ptr<Probe>>;
 
-TEST(RequestPipelineTest, IdsCountFromZeroInSendOrderAndEnvelopeIsLiteral) {
-  ScriptedPeer server(loginThen(peer::freshSessionId(),
-                                hex("74 80 02 01 00 A5 80 02 01 0A 00 00 00 00"
-                                    "74 80 02 01 01 A5 80 02 01 0B 00 00 00 00"
-                                    "74 80 02 01 02 A5 80 02 01 0C 00 00 00 00"),
-                                hex("75 80 02 01 00 A5 80 00 00 00 00"
-                                    "75 80 02 01 01 A5 80 00 00 00 00"
-                                    "75 80 02 01 02 A5 80 00 00 00 00")));
+// Sends the probes with `tags` (in order) to a server expecting `requests`
+// and answering `answers`, then hands the session and probes to `check`.
+template <class Check>
+void probesWith(std::vector<int32_t> tags, const Bytes& requests, const Bytes& answers, Check check) {
+  ScriptedPeer server(loginThen(requests, answers));
   auto session = peer::openTestSession(server.port());
-  std::vector<std::shared_ptr<Probe>> probes;
-  for (int32_t tag = 10; tag <= 12; ++tag) {
+  Probes probes;
+  for (int32_t tag : tags) {
     probes.push_back(std::make_shared<Probe>(tag));
     comquery::send(*session, probes.back());
     EXPECT_EQ(probes.back()->state, comquery::Request::kSent);
   }
-  EXPECT_EQ(session->requestsById.size(), 3u);
-  for (auto& probe : probes) {
-    EXPECT_EQ(comquery::await(*session, *probe), 0u);
-    EXPECT_EQ(probe->state, comquery::Request::kAnswered);
-    EXPECT_EQ(probe->doneCalls, 1);
-    EXPECT_EQ(probe.use_count(), 1);  // the session let go of it
-  }
-  EXPECT_TRUE(session->requestsById.empty());
-  EXPECT_TRUE(session->idsByRequest.empty());
+  check(*session, probes);
+}
+
+TEST(RequestPipelineTest, IdsCountFromZeroInSendOrderAndEnvelopeIsLiteral) {
+  probesWith({10, 11, 12},
+             hex("74 80 02 01 00 A5 80 02 01 0A 00 00 00 00 74 80 02 01 01 A5 80 02 01 0B 00 00 00 00"
+                 "74 80 02 01 02 A5 80 02 01 0C 00 00 00 00"),
+             hex("75 80 02 01 00 A5 80 00 00 00 00 75 80 02 01 01 A5 80 00 00 00 00"
+                 "75 80 02 01 02 A5 80 00 00 00 00"),
+             [](Session& session, Probes& probes) {
+               EXPECT_EQ(session.requestsById.size(), 3u);
+               for (auto& probe : probes) {
+                 EXPECT_EQ(comquery::await(session, *probe), 0u);
+                 EXPECT_EQ(probe->state, comquery::Request::kAnswered);
+                 EXPECT_EQ(probe->doneCalls, 1);
+                 EXPECT_EQ(probe.use_count(), 1);  // the session let go of it
+               }
+               EXPECT_TRUE(session.requestsById.empty());
+               EXPECT_TRUE(session.idsByRequest.empty());
+             });
 }
 
 TEST(RequestPipelineTest, SessionsWithOneSessionIdShareTheCounter) {
   const uint32_t shared = peer::freshSessionId();
-  ScriptedPeer first(loginThen(shared, probeRequest(0, 1) + probeRequest(1, 2),
-                               forgetAnswer(0) + forgetAnswer(1)));
-  ScriptedPeer second(loginThen(shared, hex("74 80 02 01 02 A5 80 02 01 03 00 00 00 00"),
-                                forgetAnswer(2)));
+  ScriptedPeer first(loginThen(probeRequest(0, 1) + probeRequest(1, 2),
+                               forgetAnswer(0) + forgetAnswer(1), shared));
+  ScriptedPeer second(loginThen(hex("74 80 02 01 02 A5 80 02 01 03 00 00 00 00"),
+                                forgetAnswer(2), shared));
   auto one = peer::openTestSession(first.port());
   auto two = peer::openTestSession(second.port());
   auto a = std::make_shared<Probe>(1);
@@ -116,68 +116,55 @@ TEST(RequestPipelineTest, SessionsWithOneSessionIdShareTheCounter) {
 }
 
 // Answers in either order reach their own requests; awaiting one dispatches
-// the other's answer on the way, and awaiting that one then returns at once.
-// A server error is an answer, not an exception.
-class AnswerOrderTest : public testing::TestWithParam<bool> {};
-
-TEST_P(AnswerOrderTest, AnswersReachTheirRequests) {
-  const bool reversed = GetParam();
+// the other's answer on the way, and awaiting that one then returns at once
+// (a second read would wait for the peer's timeout). A server error is an
+// answer, not an exception.
+TEST(RequestPipelineTest, AnswersInEitherOrderReachTheirRequests) {
   const Bytes first = forgetAnswer(0);
   const Bytes second = hex("75 80 02 01 01 A8 80 02 01 0F 30 80 04 02 6E 6F 00 00 00 00 00 00");
-  ScriptedPeer server(loginThen(peer::freshSessionId(), probeRequest(0, 5) + probeRequest(1, 6),
-                                reversed ? second + first : first + second));
-  auto session = peer::openTestSession(server.port());
-  auto a = std::make_shared<Probe>(5);
-  auto b = std::make_shared<Probe>(6);
-  comquery::send(*session, a);
-  comquery::send(*session, b);
-  comquery::await(*session, reversed ? *a : *b);
-  const Probe& other = reversed ? *b : *a;
-  EXPECT_EQ(other.state, comquery::Request::kAnswered);
-  EXPECT_EQ(other.doneCalls, 1);
-  // Nothing more arrives: a second read would wait for the peer's timeout.
-  EXPECT_EQ(comquery::await(*session, *a), 0u);
-  EXPECT_EQ(comquery::await(*session, *b), 15u);
-  EXPECT_EQ(comquery::serverErrorText(b->error), "Access denied");
-  EXPECT_EQ(a->doneCalls + b->doneCalls, 2);
+  for (bool reversed : {false, true}) {
+    SCOPED_TRACE(reversed);
+    probesWith({5, 6}, probeRequest(0, 5) + probeRequest(1, 6),
+               reversed ? second + first : first + second, [reversed](Session& session, Probes& p) {
+                 comquery::await(session, *p[reversed ? 0 : 1]);
+                 EXPECT_EQ(p[reversed ? 1 : 0]->state, comquery::Request::kAnswered);
+                 EXPECT_EQ(p[reversed ? 1 : 0]->doneCalls, 1);
+                 EXPECT_EQ(comquery::await(session, *p[0]), 0u);
+                 EXPECT_EQ(comquery::await(session, *p[1]), 15u);
+                 EXPECT_EQ(comquery::serverErrorText(p[1]->error), "Access denied");
+                 EXPECT_EQ(p[0]->doneCalls + p[1]->doneCalls, 2);
+               });
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Orders, AnswerOrderTest, testing::Bool());
-
 TEST(RequestPipelineTest, AnswerForAnUnknownIdIsDropped) {
-  ScriptedPeer server(
-      loginThen(peer::freshSessionId(), probeRequest(0, 1), forgetAnswer(99) + forgetAnswer(0)));
-  auto session = peer::openTestSession(server.port());
-  auto probe = std::make_shared<Probe>(1);
-  comquery::send(*session, probe);
-  EXPECT_EQ(comquery::processResponse(*session), nullptr);
-  EXPECT_EQ(probe->state, comquery::Request::kSent);
-  EXPECT_EQ(comquery::processResponse(*session), probe);
-  EXPECT_EQ(probe->state, comquery::Request::kAnswered);
+  probesWith({1}, probeRequest(0, 1), forgetAnswer(99) + forgetAnswer(0),
+             [](Session& session, Probes& p) {
+               EXPECT_EQ(comquery::processResponse(session), nullptr);
+               EXPECT_EQ(p[0]->state, comquery::Request::kSent);
+               EXPECT_EQ(comquery::processResponse(session), p[0]);
+               EXPECT_EQ(p[0]->state, comquery::Request::kAnswered);
+             });
 }
 
 TEST(RequestPipelineTest, MessageOtherThanResponseIsRejected) {
-  ScriptedPeer server(loginThen(peer::freshSessionId(), probeRequest(0, 1), hex("62 80 00 00")));
-  auto session = peer::openTestSession(server.port());
-  auto probe = std::make_shared<Probe>(1);
-  comquery::send(*session, probe);
-  EXPECT_EQ(peer::errorText<errors::bererror>([&] { comquery::await(*session, *probe); }),
-            "Wrong type. Expected Response");
-  EXPECT_EQ(probe->state, comquery::Request::kSent);
+  probesWith({1}, probeRequest(0, 1), hex("62 80 00 00"), [](Session& session, Probes& p) {
+    EXPECT_EQ(peer::errorText<errors::bererror>([&] { comquery::await(session, *p[0]); }),
+              "Wrong type. Expected Response");
+    EXPECT_EQ(p[0]->state, comquery::Request::kSent);
+  });
 }
 
 TEST(RequestPipelineTest, DecodeFailureLeavesTheRequestOutstanding) {
-  ScriptedPeer server(loginThen(peer::freshSessionId(), probeRequest(0, 1),
-                                peer::response(0, hex("A1 80 00 00"))));  // an EraseResp
-  auto session = peer::openTestSession(server.port());
-  auto probe = std::make_shared<Probe>(1);
-  comquery::send(*session, probe);
-  EXPECT_THROW(comquery::await(*session, *probe), errors::bererror);
-  EXPECT_EQ(probe->state, comquery::Request::kAnswered);
-  EXPECT_EQ(probe->doneCalls, 0);
-  EXPECT_EQ(session->idsByRequest.count(probe.get()), 1u);
-  comquery::forget(*session, *probe);
-  EXPECT_EQ(probe.use_count(), 1);
+  probesWith({1}, probeRequest(0, 1), peer::response(0, hex("A1 80 00 00")),  // an EraseResp
+             [](Session& session, Probes& p) {
+               EXPECT_THROW(comquery::await(session, *p[0]), errors::bererror);
+               EXPECT_EQ(p[0]->state, comquery::Request::kAnswered);
+               EXPECT_EQ(p[0]->doneCalls, 0);
+               EXPECT_EQ(session.idsByRequest.count(p[0].get()), 1u);
+               comquery::forget(session, *p[0]);
+               EXPECT_EQ(p[0].use_count(), 1);
+             });
 }
 
 // Many requests in flight, answered in reverse order: each answer finds its
@@ -191,15 +178,12 @@ TEST(RequestPipelineTest, ThousandSelectsAnsweredInReverseOrder) {
   for (int i = 0; i < kCount; ++i) {
     const std::string n = std::to_string(i);
     requests += peer::berIndefinite(
-        "74", peer::berInt(i) +
-                  peer::berIndefinite("A0", peer::berIndefinite("31", peer::berString("o" + n)) +
-                                                dotPattern + hex("02 01 00")));
-    answers = peer::response(i, peer::selectResp(peer::object("Node", 0, "o" + n,
-                                                              peer::stringProperty("n", n)))) +
+        "74", peer::berInt(i) + peer::berIndefinite("A0", peer::berIndefinite("31", peer::berString("o" + n)) +
+                                                              dotPattern + hex("02 01 00")));
+    answers = peer::response(i, peer::selectResp(peer::object("Node", 0, "o" + n, peer::stringProperty("n", n)))) +
               answers;
   }
-  ScriptedPeer server(loginThen(peer::freshSessionId(), requests, answers),
-                      std::chrono::seconds(60));
+  ScriptedPeer server(loginThen(requests, answers), std::chrono::seconds(60));
   auto session = peer::openTestSession(server.port());
   std::vector<std::shared_ptr<tqlquery::Select>> selects;
   for (int i = 0; i < kCount; ++i) {
@@ -211,9 +195,8 @@ TEST(RequestPipelineTest, ThousandSelectsAnsweredInReverseOrder) {
   EXPECT_TRUE(session->requestsById.empty());
   EXPECT_TRUE(session->idsByRequest.empty());
   for (int i = 0; i < kCount; ++i) {
-    const std::string n = std::to_string(i);
     ASSERT_EQ(comquery::await(*session, *selects[i]), 0u);
-    EXPECT_EQ(selects[i]->find_result("o" + n).get_string("n"), n);
+    EXPECT_EQ(selects[i]->find_result("o" + std::to_string(i)).get_string("n"), std::to_string(i));
   }
 }
 
@@ -242,21 +225,17 @@ TEST(RequestPipelineTest, AwaitOfARequestNeverSentReturnsAtOnce) {
 // Either table missing the request is a broken invariant; the texts differ
 // by the final full stop.
 TEST(RequestPipelineDeathTest, ForgettingAnUnknownRequestAborts) {
-  EXPECT_DEATH(
-      {
-        Session session = silentSession();
-        Probe probe(1);
-        comquery::forget(session, probe);
-      },
-      "^Assertion failed: forget called with unknown request\n$");
-  EXPECT_DEATH(
-      {
-        Session session = silentSession();
-        Probe probe(1);
-        session.idsByRequest.emplace(&probe, 4);
-        comquery::forget(session, probe);
-      },
-      "^Assertion failed: forget called with unknown request\\.\n$");
+  for (bool inIdsByRequest : {false, true}) {
+    EXPECT_DEATH(
+        {
+          Session session = silentSession();
+          Probe probe(1);
+          if (inIdsByRequest) session.idsByRequest.emplace(&probe, 4);
+          comquery::forget(session, probe);
+        },
+        inIdsByRequest ? "^Assertion failed: forget called with unknown request\\.\n$"
+                  : "^Assertion failed: forget called with unknown request\n$");
+  }
 }
 
 }  // namespace

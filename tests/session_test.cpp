@@ -16,55 +16,38 @@ using peer::hex;
 using peer::PeerLink;
 using peer::ScriptedPeer;
 
+// Any minor version of major version 2 is accepted; empty fields are sent
+// empty; the session id may exceed 32 bits.
 TEST(LoginTest, SendsItsMessagesLiterallyAndKeepsTheSessionFields) {
-  ScriptedPeer server([](PeerLink& link) {
-    link.expect(hex("60 80 02 02 02 03 A0 80 00 00 00 00"), "ClientWants");
-    link.send(hex("61 80 02 02 02 03 A0 80 00 00 00 00"));
-    link.expect(hex("62 80 00 00"), "NegotiateAck");
-    link.expect(hex("70 80 04 03 6C 61 62 04 05 61 64 6D 69 6E "
-                    "04 08 45 78 70 6F 72 74 65 72 04 06 73 65 63 72 65 74 00 00"),
-                "NewSession");
-    // Session id 0x0102030405 (more than 32 bits), clock, root, unused, MIB root.
-    link.send(hex("71 80 02 05 01 02 03 04 05 02 01 00 04 02 52 31 "
-                  "04 01 7A 04 02 4D 31 00 00"));
-    link.expectEnd("after the login");
-  });
-  std::unique_ptr<Session> session = peer::openTestSession(server.port());
-  BigNum expected;
-  const uint8_t id[] = {1, 2, 3, 4, 5};
-  bn_set_data(expected, id, sizeof id);
-  EXPECT_TRUE(session->sessionId == expected);
-  EXPECT_EQ(session->rootDomainId, "R1");
-  EXPECT_EQ(session->mibRootId, "M1");
-}
-
-TEST(LoginTest, EmptyFieldsAreSentEmpty) {
-  ScriptedPeer server([](PeerLink& link) {
-    link.expect(peer::clientWants(), "ClientWants");
-    link.send(peer::serverOffer());
-    link.expect(hex("62 80 00 00"), "NegotiateAck");
-    link.expect(hex("70 80 04 00 04 01 75 04 08 45 78 70 6F 72 74 65 72 04 00 00 00"),
-                "NewSession");
-    link.send(peer::newSessionResp(7));
-    link.expectEnd("after the login");
-  });
-  openSession(ConnectionFactory(), "127.0.0.1", server.port(), "Exporter", "u", "", "");
-}
-
-// Offers with the same major version are accepted whatever the minor one.
-TEST(LoginTest, AnyMinorVersionIsAccepted) {
-  for (const char* offer : {"61 80 02 02 02 00 A0 80 00 00 00 00",
-                            "61 80 02 02 02 FF A0 80 00 00 00 00"}) {
-    SCOPED_TRACE(offer);
-    ScriptedPeer server([offer](PeerLink& link) {
-      link.expect(peer::clientWants(), "ClientWants");
-      link.send(hex(offer));
+  const struct {
+    const char* minor;
+    const char* user;
+    const char* password;
+    const char* domain;
+    const char* newSession;
+  } cases[] = {
+      {"03", "admin", "secret", "lab",
+       "70 80 04 03 6C 61 62 04 05 61 64 6D 69 6E 04 08 45 78 70 6F 72 74 65 72 "
+       "04 06 73 65 63 72 65 74 00 00"},
+      {"00", "u", "", "", "70 80 04 00 04 01 75 04 08 45 78 70 6F 72 74 65 72 04 00 00 00"},
+      {"FF", "u", "", "", "70 80 04 00 04 01 75 04 08 45 78 70 6F 72 74 65 72 04 00 00 00"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.minor);
+    ScriptedPeer server([&c](PeerLink& link) {
+      link.expect(hex("60 80 02 02 02 03 A0 80 00 00 00 00"), "ClientWants");
+      link.send(hex(std::string("61 80 02 02 02 ") + c.minor + " A0 80 00 00 00 00"));
       link.expect(hex("62 80 00 00"), "NegotiateAck");
-      link.expect(peer::testLogin(), "NewSession");
-      link.send(peer::newSessionResp(9));
+      link.expect(hex(c.newSession), "NewSession");
+      // Session id 0x0102030405, clock, root, unused, MIB root.
+      link.send(hex("71 80 02 05 01 02 03 04 05 02 01 00 04 02 52 31 "
+                    "04 01 7A 04 02 4D 31 00 00"));
       link.expectEnd("after the login");
     });
-    EXPECT_EQ(peer::openTestSession(server.port())->rootDomainId, "root");
+    auto session = openSession(ConnectionFactory(), "127.0.0.1", server.port(), "Exporter",
+                               c.user, c.password, c.domain);
+    EXPECT_EQ(bn_to_string(session->sessionId), "4328719365");
+    EXPECT_EQ(session->rootDomainId, "R1");
+    EXPECT_EQ(session->mibRootId, "M1");
   }
 }
 
@@ -85,7 +68,7 @@ std::string loginFailure(uint16_t port) {
 struct Refusal {
   const char* name;
   const char* offer;  // the answer to ClientWants; "" drops the connection
-  const char* login;  // the answer to NewSession, or null when none is sent
+  const char* login;  // the answer to NewSession ("" drops), or null when none is due
   const char* failure;
 };
 
@@ -100,7 +83,7 @@ TEST_P(RefusalTest, FailsInItsOwnWords) {
     if (r.login != nullptr) {
       link.expect(hex("62 80 00 00"), "NegotiateAck");
       link.expect(peer::testLogin(), "NewSession");
-      link.send(hex(r.login));  // an empty answer just closes the connection
+      link.send(hex(r.login));
     } else if (r.offer[0] != '\0') {
       link.expectEnd("after the refusal");
     }
@@ -109,24 +92,21 @@ TEST_P(RefusalTest, FailsInItsOwnWords) {
 }
 
 const char* const kOffer = "61 80 02 02 02 03 A0 80 00 00 00 00";
+const char* const kNoVersion = "connect_error: Server does not support our version of the protocol";
 const char* const kWrongUser = "connect_error: Wrong username / password";
 
 INSTANTIATE_TEST_SUITE_P(
     Answers, RefusalTest,
     testing::Values(
-        Refusal{"MajorVersion3", "61 80 02 02 03 00 A0 80 00 00 00 00", nullptr,
-                "connect_error: Server does not support our version of the protocol"},
-        Refusal{"PasswordOffer", "61 80 02 02 02 03 A2 80 00 00 00 00", nullptr,
-                "connect_error: Server does not support our version of the protocol"},
+        Refusal{"MajorVersion3", "61 80 02 02 03 00 A0 80 00 00 00 00", nullptr, kNoVersion},
+        Refusal{"PasswordOffer", "61 80 02 02 02 03 A2 80 00 00 00 00", nullptr, kNoVersion},
         Refusal{"Nack", "63 80 04 0B 74 6F 6F 20 6D 61 6E 79 20 75 70 00 00", nullptr,
                 "connect_error: Server rejected us: too many up"},
         Refusal{"EmptyNack", "63 80 04 00 00 00", nullptr, "connect_error: Server rejected us: "},
-        Refusal{"AckInsteadOfOffer", "62 80 00 00", nullptr,
-                "connect_error: Protocol error: Wrong type"},
+        Refusal{"AckInsteadOfOffer", "62 80 00 00", nullptr, "connect_error: Protocol error: Wrong type"},
         // Application tag 14 starts no message; the reader's error passes unchanged.
         Refusal{"UnknownTagInsteadOfOffer", "6E 80 00 00", nullptr, "EBer: Unknown tag 115"},
-        Refusal{"DropBeforeTheOffer", "", nullptr,
-                "ESystemError: Error reading: OsalSocket::read end of stream"},
+        Refusal{"DropBeforeTheOffer", "", nullptr, "ESystemError: Error reading: OsalSocket::read end of stream"},
         // Whatever goes wrong once the login has been sent reads as a refused login.
         Refusal{"LoginDropped", kOffer, "", kWrongUser},
         Refusal{"OfferAgain", kOffer, kOffer, kWrongUser},

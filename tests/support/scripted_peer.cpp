@@ -99,22 +99,14 @@ Bytes nullProperty(const std::string& name, uint32_t type) {
   return berIndefinite("30", berString(name) + berInt(type) + hex("A6 80 00 00"));
 }
 
-PeerLink::PeerLink(std::unique_ptr<old_protocol::SocketStream> stream,
-                   std::chrono::steady_clock::time_point deadline,
-                   std::vector<std::string>* complaints, std::mutex* mutex)
-    : stream_(std::move(stream)), deadline_(deadline), complaints_(complaints), mutex_(mutex) {}
-
-void PeerLink::complain(const std::string& text) {
-  std::lock_guard<std::mutex> lock(*mutex_);
-  complaints_->push_back(text);
+void PeerLink::abandon(const std::string& complaint) {
+  complaints_.push_back(complaint);
+  throw ScriptAbandoned();
 }
 
 bool PeerLink::fill(bool endAllowed) {
   while (!stream_->readable()) {
-    if (std::chrono::steady_clock::now() > deadline_) {
-      complain("timed out waiting for the client");
-      throw ScriptAbandoned();
-    }
+    if (std::chrono::steady_clock::now() > deadline_) abandon("timed out waiting for the client");
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   char chunk[4096];
@@ -122,11 +114,8 @@ bool PeerLink::fill(bool endAllowed) {
     pending_.append(chunk, stream_->read(chunk, sizeof chunk));
     return true;
   } catch (const error::Exception& e) {
-    if (endAllowed && e.message() == "Error reading: OsalSocket::read end of stream") {
-      return false;
-    }
-    complain("peer read failed: " + e.text());
-    throw ScriptAbandoned();
+    if (endAllowed && e.message() == "Error reading: OsalSocket::read end of stream") return false;
+    abandon("peer read failed: " + e.text());
   }
 }
 
@@ -136,58 +125,47 @@ void PeerLink::expectEnd(const std::string& what) {
     extra += pending_;
     pending_.clear();
   } while (fill(true));
-  if (!extra.empty()) complain(what + ": the client sent more: " + toHex(extra));
+  if (!extra.empty()) complaints_.push_back(what + ": the client sent more: " + toHex(extra));
 }
 
-bool PeerLink::expect(const Bytes& bytes, const std::string& what) {
+void PeerLink::expect(const Bytes& bytes, const std::string& what) {
   while (pending_.size() < bytes.size()) fill();
   const Bytes got = pending_.substr(0, bytes.size());
   pending_.erase(0, bytes.size());
-  if (got == bytes) return true;
-  complain(what + ": expected " + toHex(bytes) + "\n got " + toHex(got));
-  return false;
+  if (got != bytes) {
+    complaints_.push_back(what + ": expected " + toHex(bytes) + "\n got " + toHex(got));
+  }
 }
 
 void PeerLink::send(const Bytes& bytes) {
   try {
     stream_->write(bytes.data(), bytes.size());
   } catch (const error::Exception& e) {
-    complain("peer send failed: " + e.text());
-    throw ScriptAbandoned();
+    abandon("peer send failed: " + e.text());
   }
 }
 
-void PeerLink::close() {
-  try {
-    stream_->close();
-  } catch (const error::Exception&) {
-  }
-}
-
-ScriptedPeer::ScriptedPeer(Script script, std::chrono::milliseconds limit)
-    : deadline_(std::chrono::steady_clock::now() + limit) {
-  thread_ = std::thread([this, script = std::move(script)] {
+ScriptedPeer::ScriptedPeer(Script script, std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  thread_ = std::thread([this, deadline, script = std::move(script)] {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline_ - std::chrono::steady_clock::now());
-    std::unique_ptr<old_protocol::SocketStream> stream;
+        deadline - std::chrono::steady_clock::now());
     try {
-      stream = listener_.accept(static_cast<int>(std::max<int64_t>(left.count(), 0)));
+      std::unique_ptr<old_protocol::SocketStream> stream =
+          listener_.accept(static_cast<int>(std::max<int64_t>(left.count(), 0)));
+      if (!stream) {
+        complaints_.push_back("the client never connected");
+        return;
+      }
+      PeerLink link(std::move(stream), deadline, complaints_);
+      try {
+        script(link);
+      } catch (const ScriptAbandoned&) {
+      }
+      link.stream_->close();
     } catch (const error::Exception& e) {
-      std::lock_guard<std::mutex> lock(mutex_);
-      complaints_.push_back("accept failed: " + e.text());
-      return;
+      complaints_.push_back("accept or close failed: " + e.text());
     }
-    if (!stream) {
-      std::lock_guard<std::mutex> lock(mutex_);
-      complaints_.push_back("the client never connected");
-      return;
-    }
-    PeerLink link(std::move(stream), deadline_, &complaints_, &mutex_);
-    try {
-      script(link);
-    } catch (const ScriptAbandoned&) {
-    }
-    link.close();
   });
 }
 
@@ -205,33 +183,26 @@ Bytes testLogin() {
 
 Bytes serverOffer() { return hex("61 80 02 02 02 03 A0 80 00 00 00 00"); }
 
-Bytes newSessionResp(uint32_t sessionId) {
-  Bytes id;  // the magnitude without a sign octet, as big numbers go
-  for (; sessionId != 0; sessionId >>= 8) id.insert(0, 1, static_cast<char>(sessionId));
-  return berIndefinite("71", "\x02" + berLength(id.size()) + id + hex("02 01 00") +
-                                 berString("root") + berString("") + berString("mib"));
-}
-
-void acceptLogin(PeerLink& link, uint32_t sessionId) {
-  link.expect(clientWants(), "ClientWants");
-  link.send(serverOffer());
-  link.expect(hex("62 80 00 00"), "NegotiateAck");
-  link.expect(testLogin(), "NewSession");
-  link.send(newSessionResp(sessionId));
-}
-
-ScriptedPeer::Script answerOne(const Bytes& request, const Bytes& answer) {
-  return [request, answer](PeerLink& link) {
-    acceptLogin(link, freshSessionId());
-    link.expect(request, "request");
-    link.send(response(0, answer));
-    link.expectEnd("after the answer");
-  };
-}
-
 uint32_t freshSessionId() {
   static std::atomic<uint32_t> next{0x1000};
   return next++;
+}
+
+ScriptedPeer::Script loginThen(const Bytes& requests, const Bytes& answers, uint32_t sessionId) {
+  return [=](PeerLink& link) {
+    link.expect(clientWants(), "ClientWants");
+    link.send(serverOffer());
+    link.expect(hex("62 80 00 00"), "NegotiateAck");
+    link.expect(testLogin(), "NewSession");
+    // The session id as a big number: its magnitude without a sign octet.
+    Bytes id;
+    for (uint32_t rest = sessionId; rest != 0; rest >>= 8) id.insert(0, 1, static_cast<char>(rest));
+    link.send(berIndefinite("71", "\x02" + berLength(id.size()) + id + hex("02 01 00") +
+                                      berString("root") + berString("") + berString("mib")));
+    link.expect(requests, "requests");
+    link.send(answers);
+    link.expectEnd("after the answers");
+  };
 }
 
 std::unique_ptr<Session> openTestSession(uint16_t port) {

@@ -15,7 +15,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -55,33 +54,30 @@ Bytes object(const std::string& className, uint32_t flags, const std::string& id
 Bytes stringProperty(const std::string& name, const std::string& value);
 Bytes nullProperty(const std::string& name, uint32_t type);
 
-// The peer's end of the connection, handed to the script.
+// The peer's end of the connection, handed to the script. A failed read or
+// send, or the time limit, is a complaint and abandons the script.
 class PeerLink {
  public:
-  // Reads exactly bytes.size() octets and complains, naming `what`, when
-  // they differ from `bytes`. Returns whether they matched.
-  bool expect(const Bytes& bytes, const std::string& what);
+  // Reads bytes.size() octets and complains, naming `what`, when they differ.
+  void expect(const Bytes& bytes, const std::string& what);
   // Waits until the client closes the connection; complains about any octet
   // it sends before that.
   void expectEnd(const std::string& what);
-  // Sends the octets as they are.
   void send(const Bytes& bytes);
 
  private:
   friend class ScriptedPeer;
   PeerLink(std::unique_ptr<old_protocol::SocketStream> stream,
-           std::chrono::steady_clock::time_point deadline, std::vector<std::string>* complaints,
-           std::mutex* mutex);
-  void complain(const std::string& text);
+           std::chrono::steady_clock::time_point deadline, std::vector<std::string>& complaints)
+      : stream_(std::move(stream)), deadline_(deadline), complaints_(complaints) {}
+  [[noreturn]] void abandon(const std::string& complaint);
   // Appends what one read delivers to pending_; false at the end of the
   // stream when `endAllowed`, else the end is a complaint.
   bool fill(bool endAllowed = false);
-  void close();
 
   std::unique_ptr<old_protocol::SocketStream> stream_;
   std::chrono::steady_clock::time_point deadline_;
-  std::vector<std::string>* complaints_;
-  std::mutex* mutex_;
+  std::vector<std::string>& complaints_;
   Bytes pending_;
 };
 
@@ -102,9 +98,7 @@ class ScriptedPeer {
 
  private:
   old_protocol::Listener listener_;
-  std::chrono::steady_clock::time_point deadline_;
-  std::mutex mutex_;
-  std::vector<std::string> complaints_;
+  std::vector<std::string> complaints_;  // written by the thread only until it is joined
   std::thread thread_;
 };
 
@@ -114,17 +108,16 @@ Bytes clientWants();
 Bytes testLogin();
 // The server's offer of version 0x0203 without authentication.
 Bytes serverOffer();
-// A NewSessionResp with the given session id, root domain "root", MIB root "mib".
-Bytes newSessionResp(uint32_t sessionId);
-// The server side of a successful login of openTestSession() with `sessionId`.
-void acceptLogin(PeerLink& link, uint32_t sessionId);
-// A script that logs the client in with a fresh session id, expects
-// `request` and answers it with response(0, `answer`).
-ScriptedPeer::Script answerOne(const Bytes& request, const Bytes& answer);
 
 // A session id no other test of the process has used, so that request ids
 // start at 0.
 uint32_t freshSessionId();
+
+// A script that logs the client in under `sessionId` (root domain "root",
+// MIB root "mib"), expects `requests`, sends `answers` and then expects the
+// client to close the connection.
+ScriptedPeer::Script loginThen(const Bytes& requests, const Bytes& answers,
+                               uint32_t sessionId = freshSessionId());
 
 // Opens a session to the peer on 127.0.0.1 as user "admin" of domain "lab"
 // with password "secret" and client name "Exporter".
