@@ -4,6 +4,11 @@
 #include "protocol/gui_protocol.h"
 
 namespace testing_support {
+
+const char kSelectRequest[] =
+    "74 80 02 01 01 A0 80 31 80 04 01 58 00 00 30 80 04 01 2E 02 01 00 05 00 30 80 00 00"
+    " 30 80 00 00 30 80 00 00 31 80 00 00 00 00 02 01 00 00 00 00 00";
+
 namespace {
 
 // A legacy ClientWants (version 0x0100, a ClientPrivateKey with empty texts

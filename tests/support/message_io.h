@@ -16,6 +16,10 @@ namespace testing_support {
 using MessageList = std::vector<std::unique_ptr<protocol::BerConstructed>>;
 using MessageFactory = std::function<std::unique_ptr<protocol::BerConstructed>()>;
 
+// Request 1: a select from the start id "X" with the pattern "." and every
+// child kind (integer, choice, set of strings, nested sequence, null, lists).
+extern const char kSelectRequest[];
+
 // `message` written in the given encoding.
 Bytes encode_message(const protocol::BerValue& message, bool legacy);
 
