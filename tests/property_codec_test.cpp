@@ -17,22 +17,18 @@
 namespace {
 
 using protocol::Property;
-using testing_support::decode_as;
-using testing_support::encode_message;
-using testing_support::from_hex;
-using testing_support::to_hex;
+using Octets = std::vector<uint8_t>;
 
 TEST(PropertyWire, StringPropertyInBothEncodings) {
   Property p;
   tql::encode(p, "siblingName", 6, "abc");
-  const std::string current =
-      "30 80 04 0B 73 69 62 6C 69 6E 67 4E 61 6D 65 02 01 06 A0 80 04 03 61 62 63 00 00 00 00";
-  const std::string legacy =
-      "20 80 16 0B 73 69 62 6C 69 6E 67 4E 61 6D 65 02 01 06 60 80 16 03 61 62 63 00 00 00 00";
-  EXPECT_EQ(current, to_hex(encode_message(p, false)));
-  EXPECT_EQ(legacy, to_hex(encode_message(p, true)));
-  for (bool isLegacy : {false, true}) {
-    auto received = decode_as<Property>(from_hex(isLegacy ? legacy : current), isLegacy);
+  for (const auto& [legacy, hex] : {
+           std::pair{false, "30 80 04 0B 73 69 62 6C 69 6E 67 4E 61 6D 65 02 01 06 "
+                            "A0 80 04 03 61 62 63 00 00 00 00"},
+           std::pair{true, "20 80 16 0B 73 69 62 6C 69 6E 67 4E 61 6D 65 02 01 06 "
+                           "60 80 16 03 61 62 63 00 00 00 00"}}) {
+    EXPECT_EQ(hex, testing_support::to_hex(testing_support::encode_message(p, legacy)));
+    auto received = testing_support::decode_as<Property>(testing_support::from_hex(hex), legacy);
     ASSERT_NE(nullptr, received);
     std::string value;
     tql::decode(*received, 6, value);
@@ -41,10 +37,9 @@ TEST(PropertyWire, StringPropertyInBothEncodings) {
   }
 }
 
-// `value` stored under `type` (by tql::encode, or as a value object of the
-// class a peer may send) and decoded again as `type`.
-template <class T>
-T stored_and_decoded(uint32_t type, const T& value) {
+// `value` stored under `type` by tql::encode and decoded again as `type`.
+template <class V, class T = V>
+T stored_and_decoded(uint32_t type, const V& value) {
   Property p;
   tql::encode(p, "p", type, value);
   T out{};
@@ -52,6 +47,7 @@ T stored_and_decoded(uint32_t type, const T& value) {
   return out;
 }
 
+// `value` in a value object of class Prop, as a peer may send it, decoded as `type`.
 template <class T, class Prop, class V>
 T decoded_from(uint32_t type, V value) {
   Property p;
@@ -66,39 +62,40 @@ T decoded_from(uint32_t type, V value) {
 
 TEST(Decode, EveryVariantReturnsTheStoredValue) {
   using Strings = std::vector<std::string>;
-  using Octets = std::vector<uint8_t>;
   EXPECT_TRUE(stored_and_decoded(1, true));
   EXPECT_EQ(-42, stored_and_decoded(3, int32_t{-42}));
   for (uint32_t type : {2u, 10u, 13u, 0x10007u}) {
-    EXPECT_EQ(0xFFFFFFFFu, stored_and_decoded(type, uint32_t{0xFFFFFFFF})) << type;
+    EXPECT_EQ(0xFFFFFFFFu, stored_and_decoded(type, 0xFFFFFFFFu)) << type;
   }
-  for (uint32_t type : {6u, 7u, 15u}) EXPECT_EQ("text", stored_and_decoded(type, std::string("text")));
+  for (uint32_t type : {6u, 7u, 15u}) {
+    EXPECT_EQ("text", stored_and_decoded(type, std::string("text"))) << type;
+  }
   for (uint32_t type : {8u, 11u}) {
     EXPECT_EQ((Strings{"x", "", "y"}), stored_and_decoded(type, Strings{"x", "", "y"})) << type;
   }
   const BigNum big = BigNum(0xFFFFFFFF) * BigNum(0xFFFFFFFF);
   EXPECT_TRUE(stored_and_decoded(18, big) == big);
   // A time stored as a 32-bit integer widens to 64 bits with its sign.
-  Property time;
-  tql::encode(time, "date", 5, int32_t{-1});
-  int64_t t = 0;
-  tql::decode(time, 5, t);
-  EXPECT_EQ(-1, t);
-
+  EXPECT_EQ(-1, (stored_and_decoded<int32_t, int64_t>(5, -1)));
   EXPECT_EQ(2.25, (decoded_from<double, protocol::RealProp>(4, 2.25)));
   EXPECT_EQ(-5000000000, (decoded_from<int64_t, protocol::SignedInt64Prop>(17, -5000000000)));
   EXPECT_EQ((Octets{0x00, 0xFF, 0x10}),
             (decoded_from<Octets, protocol::BlobProp>(12, std::string("\x00\xFF\x10", 3))));
-  EXPECT_EQ((Octets{'L', 'O', 'B'}), (decoded_from<Octets, protocol::LobProp>(19, std::string("LOB"))));
-  EXPECT_EQ((std::vector<uint32_t>{1, 0x80000000u}),
-            (decoded_from<std::vector<uint32_t>, protocol::UnsignedIntListProp>(
-                14, std::vector<uint32_t>{1, 0x80000000u})));
+  EXPECT_EQ((Octets{'L', 'O', 'B'}),
+            (decoded_from<Octets, protocol::LobProp>(19, std::string("LOB"))));
+  const std::vector<uint32_t> list{1, 0x80000000u};
+  EXPECT_EQ(list, (decoded_from<std::vector<uint32_t>, protocol::UnsignedIntListProp>(14, list)));
 }
 
-// The text and code of the errors::tql that `decode` throws.
-std::string tql_failure(const std::function<void()>& decode) {
+// The text of the errors::tql (always code 9) from decoding as T with the
+// type word `wanted` a property stored with `stored` and no value.
+template <class T>
+std::string failure(uint32_t stored, uint32_t wanted) {
+  Property p;
+  tql::encode(p, "p", stored);
+  T out{};
   try {
-    decode();
+    tql::decode(p, wanted, out);
   } catch (const errors::tql& e) {
     EXPECT_EQ(9, e.code);
     return e.message();
@@ -106,66 +103,45 @@ std::string tql_failure(const std::function<void()>& decode) {
   return "no failure";
 }
 
-struct NullCase {
-  uint32_t type;
-  std::function<void(const Property&)> decode;
-  const char* text;
-};
-
-template <class T>
-std::function<void(const Property&)> decoding_as(uint32_t wanted) {
-  return [wanted](const Property& p) {
-    T out{};
-    tql::decode(p, wanted, out);
+TEST(Decode, NullValuesAndTypeMismatches) {
+  using Strings = std::vector<std::string>;
+  const struct {
+    std::string got;
+    const char* want;
+  } cases[] = {
+      // A null names the kind of property.
+      {failure<bool>(1, 1), "Null given for boolean property: p"},
+      {failure<double>(4, 4), "Null given for real property: p"},
+      {failure<int32_t>(3, 3), "Null given for integer property: p"},
+      {failure<uint32_t>(10, 10), "Null given for unsigned property: p"},
+      {failure<std::string>(7, 7), "Null given for string property: p"},
+      {failure<int64_t>(5, 5), "Null given for time property: p"},
+      {failure<int64_t>(17, 17), "Null given for integer property: p"},
+      {failure<BigNum>(18, 18), "Null given for bignum property: p"},
+      {failure<Strings>(11, 11), "Null given for slist property: p"},
+      {failure<Octets>(12, 12), "Null given for blob property: p"},
+      {failure<Octets>(19, 19), "Null given for lob property: p"},
+      {failure<std::vector<uint32_t>>(14, 14), "Null given for unsigned int list property: p"},
+      // Type words that differ fail before the null is looked at; an
+      // enumeration must match in number and flag.
+      {failure<int32_t>(6, 3), "Type mismatch for property: p, wanted 3 got 6"},
+      {failure<int64_t>(5, 17), "Type mismatch for property: p, wanted 17 got 5"},
+      {failure<bool>(3, 1), "Type mismatch for property: p"},
+      {failure<uint32_t>(0x10003, 0x10004),
+       "Type mismatch for property: p, wanted 65540 got 65539"},
+      {failure<uint32_t>(0x10003, 2), "Type mismatch for property: p, wanted 2 got 65539"},
   };
-}
-
-TEST(Decode, NullValueNamesTheKindOfProperty) {
-  const NullCase cases[] = {
-      {1, decoding_as<bool>(1), "Null given for boolean property: prop"},
-      {4, decoding_as<double>(4), "Null given for real property: prop"},
-      {3, decoding_as<int32_t>(3), "Null given for integer property: prop"},
-      {10, decoding_as<uint32_t>(10), "Null given for unsigned property: prop"},
-      {7, decoding_as<std::string>(7), "Null given for string property: prop"},
-      {5, decoding_as<int64_t>(5), "Null given for time property: prop"},
-      {17, decoding_as<int64_t>(17), "Null given for integer property: prop"},
-      {18, decoding_as<BigNum>(18), "Null given for bignum property: prop"},
-      {11, decoding_as<std::vector<std::string>>(11), "Null given for slist property: prop"},
-      {12, decoding_as<std::vector<uint8_t>>(12), "Null given for blob property: prop"},
-      {19, decoding_as<std::vector<uint8_t>>(19), "Null given for lob property: prop"},
-      {14, decoding_as<std::vector<uint32_t>>(14),
-       "Null given for unsigned int list property: prop"},
-  };
-  for (const NullCase& c : cases) {
-    Property p;
-    tql::encode(p, "prop", c.type);
-    EXPECT_EQ(c.text, tql_failure([&] { c.decode(p); })) << c.type;
-  }
+  for (const auto& c : cases) EXPECT_EQ(c.want, c.got);
   // A value of another class counts as null too.
   Property p;
   tql::encode(p, "prop", 6, "oops");
   p.type = 3;
-  EXPECT_EQ("Null given for integer property: prop",
-            tql_failure([&] { decoding_as<int32_t>(3)(p); }));
-}
-
-TEST(Decode, TypeMismatchNamesBothCodes) {
-  const struct {
-    uint32_t type;
-    std::function<void(const Property&)> decode;
-    const char* text;
-  } cases[] = {
-      {6, decoding_as<int32_t>(3), "Type mismatch for property: p, wanted 3 got 6"},
-      {5, decoding_as<int64_t>(17), "Type mismatch for property: p, wanted 17 got 5"},
-      {3, decoding_as<bool>(1), "Type mismatch for property: p"},
-      // An enumeration must match in number and flag.
-      {0x10003, decoding_as<uint32_t>(0x10004), "Type mismatch for property: p, wanted 65540 got 65539"},
-      {0x10003, decoding_as<uint32_t>(2), "Type mismatch for property: p, wanted 2 got 65539"},
-  };
-  for (const auto& c : cases) {
-    Property p;
-    tql::encode(p, "p", c.type);  // the type words differ before the null is looked at
-    EXPECT_EQ(c.text, tql_failure([&] { c.decode(p); })) << c.type;
+  int32_t v = 0;
+  try {
+    tql::decode(p, 3, v);
+    ADD_FAILURE() << "no failure";
+  } catch (const errors::tql& e) {
+    EXPECT_EQ("Null given for integer property: prop", e.message());
   }
 }
 
@@ -180,38 +156,47 @@ TEST(Decode, ConstantAndComputedFlagsAreIgnored) {
   EXPECT_EQ(13, v);
 }
 
-TEST(EncodeDeathTest, WrongTypeCodeIsAnAssertion) {
-  Property p;
-  EXPECT_DEATH(tql::encode(p, "flag", 3, true),
-               "Assertion failed: Type mismatch in tql::encode bool: flag");
-  EXPECT_DEATH(tql::encode(p, "n", 0x10003, int32_t{1}),
-               "Assertion failed: Type mismatch in tql::encode int: n");
-  EXPECT_DEATH(tql::encode(p, "u", 3, uint32_t{1}),
-               "Assertion failed: Type mismatch in tql::encode unsigned int: u");
-  EXPECT_DEATH(tql::encode(p, "s", 8, "x"),
-               "Assertion failed: Type mismatch in tql::encode string: s");
-  EXPECT_DEATH(tql::encode(p, "l", 6, std::vector<std::string>{}),
-               "Assertion failed: Type mismatch in tql::encode list<string>: l");
-  EXPECT_DEATH(tql::encode(p, "big", 2, BigNum(1)),
-               "Assertion failed: Type mismatch in tql::encode bignum: big");
+// Decoding as T with the type word `wanted` a string property "x".
+template <class T>
+std::function<void()> decoding_as(uint32_t wanted) {
+  return [wanted] {
+    Property p;
+    tql::encode(p, "x", 6, "abc");
+    T out{};
+    tql::decode(p, wanted, out);
+  };
 }
 
-TEST(DecodeDeathTest, WrongWantedTypeIsAnAssertion) {
+TEST(CodecDeathTest, WrongTypeCodeIsAnAssertion) {
   Property p;
-  tql::encode(p, "x", 6, "abc");
-  EXPECT_DEATH(decoding_as<bool>(2)(p), "Assertion failed: Type mismatch in tql::decode bool");
-  EXPECT_DEATH(decoding_as<double>(3)(p), "Assertion failed: Type mismatch in tql::decode real");
-  EXPECT_DEATH(decoding_as<int32_t>(5)(p), "Type mismatch in tql::decode int :x");
-  EXPECT_DEATH(decoding_as<uint32_t>(3)(p), "Type mismatch in tql::decode uint/enum/index");
-  EXPECT_DEATH(decoding_as<std::string>(8)(p), "Type mismatch in tql::decode string/object");
-  EXPECT_DEATH(decoding_as<int64_t>(3)(p), "Type mismatch in tql::decode int64 :x");
-  EXPECT_DEATH(decoding_as<BigNum>(17)(p), "Type mismatch in tql::decode bignum: x");
-  EXPECT_DEATH(decoding_as<std::vector<std::string>>(6)(p),
-               "Type mismatch in tql::decode objectset");
-  EXPECT_DEATH(decoding_as<std::vector<uint8_t>>(18)(p),
-               "Type mismatch in tql::decode vector<uint8_t>");
-  EXPECT_DEATH(decoding_as<std::vector<uint32_t>>(13)(p),
-               "Type mismatch in tql::decode list<uint32_t>");
+  const struct {
+    std::function<void()> call;
+    const char* text;
+  } cases[] = {
+      {[&] { tql::encode(p, "flag", 3, true); },
+       "Assertion failed: Type mismatch in tql::encode bool: flag"},
+      {[&] { tql::encode(p, "n", 0x10003, int32_t{1}); },
+       "Assertion failed: Type mismatch in tql::encode int: n"},
+      {[&] { tql::encode(p, "u", 3, uint32_t{1}); },
+       "Assertion failed: Type mismatch in tql::encode unsigned int: u"},
+      {[&] { tql::encode(p, "s", 8, "x"); },
+       "Assertion failed: Type mismatch in tql::encode string: s"},
+      {[&] { tql::encode(p, "l", 6, std::vector<std::string>{}); },
+       "Assertion failed: Type mismatch in tql::encode list<string>: l"},
+      {[&] { tql::encode(p, "big", 2, BigNum(1)); },
+       "Assertion failed: Type mismatch in tql::encode bignum: big"},
+      {decoding_as<bool>(2), "Assertion failed: Type mismatch in tql::decode bool"},
+      {decoding_as<double>(3), "Assertion failed: Type mismatch in tql::decode real"},
+      {decoding_as<int32_t>(5), "Type mismatch in tql::decode int :x"},
+      {decoding_as<uint32_t>(3), "Type mismatch in tql::decode uint/enum/index"},
+      {decoding_as<std::string>(8), "Type mismatch in tql::decode string/object"},
+      {decoding_as<int64_t>(3), "Type mismatch in tql::decode int64 :x"},
+      {decoding_as<BigNum>(17), "Type mismatch in tql::decode bignum: x"},
+      {decoding_as<std::vector<std::string>>(6), "Type mismatch in tql::decode objectset"},
+      {decoding_as<Octets>(18), "Type mismatch in tql::decode vector<uint8_t>"},
+      {decoding_as<std::vector<uint32_t>>(13), "Type mismatch in tql::decode list<uint32_t>"},
+  };
+  for (const auto& c : cases) EXPECT_DEATH(c.call(), c.text);
 }
 
 }  // namespace
