@@ -1,99 +1,53 @@
 #include "tests/support/server_harness.h"
 
-#include <gtest/gtest.h>
-
 #include <thread>
 
 #include "net/osal_socket.h"
 #include "protocol/gui_protocol.h"
 #include "server/byte_sink.h"
+#include "server/database_json.h"
 #include "tql/parser.h"
 #include "util/error.h"
 
 namespace server_test {
 
-using server::PropertyValue;
-using server::StoredObject;
-
-server::StoredObject& MemoryDatabase::add(const std::string& className, const std::string& id,
-                                          const std::string& parentId,
-                                          std::vector<PropertyValue> properties, uint32_t flags) {
-  auto object = std::make_shared<StoredObject>();
-  object->className = className;
-  object->id = id;
-  object->flags = flags;
-  object->parentId = parentId;
-  object->properties = std::move(properties);
-  if (!parentId.empty()) objects_.at(parentId)->children.push_back(id);
-  objects_[id] = object;
-  return *object;
-}
-
-void MemoryDatabase::addHistory(const std::string& objectId, const std::string& indexName,
-                                server::History history) {
-  history_[{objectId, indexName}] = std::make_shared<const server::History>(std::move(history));
-}
-
-void MemoryDatabase::addUser(const std::string& domain, const std::string& name,
-                             const std::string& password) {
-  users_.push_back(server::User{domain, name, password});
-}
-
-std::shared_ptr<const StoredObject> MemoryDatabase::find(const std::string& id) const {
-  auto it = objects_.find(id);
-  return it == objects_.end() ? nullptr : it->second;
-}
-
-std::shared_ptr<const server::History> MemoryDatabase::history(const std::string& objectId,
-                                                               const std::string& indexName) const {
-  auto it = history_.find({objectId, indexName});
-  return it == history_.end() ? nullptr : it->second;
-}
-
-bool MemoryDatabase::checkLogin(const std::string& loginDomain, const std::string& user,
-                                const std::string& password) const {
-  for (const server::User& u : users_) {
-    if (u.loginDomain == loginDomain && u.name == user && u.password == password) return true;
-  }
-  return false;
-}
-
-PropertyValue text_property(const std::string& name, const std::string& value) {
-  return PropertyValue{name, server::kTypeString, value};
-}
-PropertyValue unsigned_property(const std::string& name, uint32_t value) {
-  return PropertyValue{name, server::kTypeUnsigned, value};
-}
-
-std::shared_ptr<MemoryDatabase> sample_database() {
-  auto db = std::make_shared<MemoryDatabase>("root", "mib");
-  db->add("Domain", "root", "", {text_property("name", "Root")});
-  db->add("Domain", "europe", "root", {text_property("name", "Europe")});
-  db->add("Domain", "berlin", "europe", {text_property("name", "Berlin")});
-  db->add("Domain", "paris", "europe", {text_property("name", "Paris")});
-  db->add("Domain", "asia", "root", {text_property("name", "Asia")});
-  db->add("Node", "n1", "root",
-          {text_property("name", "gateway"), unsigned_property("load", 7),
-           text_property("siblingName", "gateway")});
-  db->add("Node", "n2", "berlin", {text_property("name", "berlin-web"), unsigned_property("load", 12)},
-          1);
-  db->add("MibRoot", "mib", "");
-  db->add("MibModule", "mod1", "mib", {text_property("name", "IF-MIB")});
-  db->add("MibObject", "obj1", "mib", {text_property("name", "ifInOctets")});
-  db->add("Note", "other", "mib", {text_property("name", "note")});
-
-  server::History cpu{5, {}};
-  cpu.intervals.push_back(server::ContinuousRow{100, 200, 9.5, 5.0, 1.0, 3, 0});
-  cpu.intervals.push_back(server::ContinuousRow{200, 300, 12.0, 7.5, 3.0, 5, 1});
-  db->addHistory("n1", "cpu", cpu);
-  db->addHistory("n2", "acc", server::History{6, {server::SawtoothRow{60, 120, 6, 5, 4, 2, 2}}});
-  db->addHistory("n2", "empty", server::History{5, {}});
-  db->addUser("lab", "admin", "secret");
+std::shared_ptr<const server::Database> sample_database() {
+  static const std::shared_ptr<const server::Database> db = server::parse_json_database(R"({
+  "rootDomain": "root", "mibRoot": "mib", "users": [{"domain": "lab", "name": "admin", "password": "secret"}],
+  "objects": [
+    {"class": "Domain", "id": "root", "properties": [{"name": "name", "type": "String", "value": "Root"}], "children": [
+      {"class": "Domain", "id": "europe", "properties": [{"name": "name", "type": "String", "value": "Europe"}],
+       "children": [
+        {"class": "Domain", "id": "berlin", "properties": [{"name": "name", "type": "String", "value": "Berlin"}],
+         "children": [
+          {"class": "Node", "id": "n2", "flags": 1, "properties": [{"name": "name", "type": "String", "value": "berlin-web"},
+             {"name": "load", "type": "Unsigned Integer", "value": 12}], "children": [
+            {"class": "Check", "id": "c2", "properties": [{"name": "cpu", "type": "Index"}, {"name": "empty", "type": "Index"}]}]}]},
+        {"class": "Domain", "id": "paris", "properties": [{"name": "name", "type": "String", "value": "Paris"}]}]},
+      {"class": "Domain", "id": "asia", "properties": [{"name": "name", "type": "String", "value": "Asia"}]},
+      {"class": "Node", "id": "n1", "properties": [{"name": "name", "type": "String", "value": "gateway"},
+         {"name": "load", "type": "Unsigned Integer", "value": 7}, {"name": "siblingName", "type": "String", "value": "gateway"}]}]},
+    {"class": "MibRoot", "id": "mib", "children": [
+      {"class": "MibModule", "id": "mod1", "properties": [{"name": "name", "type": "String", "value": "IF-MIB"}]},
+      {"class": "MibObject", "id": "obj1", "properties": [{"name": "name", "type": "String", "value": "ifInOctets"}]},
+      {"class": "Note", "id": "other", "properties": [{"name": "name", "type": "String", "value": "note"}]}]}],
+  "history": [
+    {"object": "c2", "index": "cpu", "datatype": "continuous", "intervals": [
+      {"start": 100, "end": 200, "max": 9.5, "avg": 5, "min": 1, "ngood": 3, "nbad": 0},
+      {"start": 200, "end": 300, "max": 12, "avg": 7.5, "min": 3, "ngood": 5, "nbad": 1}]},
+    {"object": "c2", "index": "empty", "datatype": "continuous", "intervals": []}]})");
   return db;
 }
 
-TestServer::TestServer(std::shared_ptr<const server::Database> db,
-                       const server::ServerOptions& options)
+std::unique_ptr<protocol::SelectReq> select_req(const std::vector<std::string>& startIds,
+                                                const std::string& pattern) {
+  auto select = std::make_unique<protocol::SelectReq>();
+  select->startIds = startIds;
+  select->pattern = tql::parse(pattern);
+  return select;
+}
+
+TestServer::TestServer(std::shared_ptr<const server::Database> db, const server::ServerOptions& options)
     : server_(std::make_unique<server::Server>(std::move(db), options)) {
   server_->start();
 }
@@ -106,13 +60,18 @@ RawClient::RawClient(uint16_t port, std::chrono::milliseconds limit) : limit_(li
 
 RawClient::~RawClient() = default;
 
-void RawClient::send(const protocol::BerValue& message) {
-  sendBytes(server::encode(message, legacy_));
-}
+void RawClient::send(const protocol::BerValue& message) { sendBytes(server::encode(message, legacy_)); }
 
 void RawClient::sendBytes(const std::string& bytes) {
   socket_->write(bytes.data(), bytes.size());
   socket_->flush();
+}
+
+std::string RawClient::requestBytes(int32_t id, std::unique_ptr<protocol::BerConstructed> body) const {
+  protocol::Request request;
+  request.id = id;
+  request.req = std::move(body);
+  return server::encode(request, legacy_);
 }
 
 std::unique_ptr<protocol::BerConstructed> RawClient::receive() {
@@ -135,6 +94,41 @@ std::unique_ptr<protocol::BerConstructed> RawClient::receive() {
   }
 }
 
+namespace {
+
+std::string describe(const protocol::Object& object) {
+  std::string text = object.id + ":" + object.className;
+  for (size_t i = 0; i < object.properties.size(); ++i) {
+    const protocol::Property& p = *object.properties[i];
+    text += (i == 0 ? "{" : ",") + p.name;
+    if (auto* s = dynamic_cast<const protocol::StringProp*>(p.data.get())) text += "=" + s->value;
+    if (auto* u = dynamic_cast<const protocol::UnsignedIntProp*>(p.data.get())) text += "=" + std::to_string(u->value);
+  }
+  if (!object.properties.empty()) text += "}";
+  for (size_t i = 0; i < object.children.size(); ++i) text += (i == 0 ? "[" : ",") + describe(*object.children[i]);
+  if (!object.children.empty()) text += "]";
+  return text;
+}
+
+}  // namespace
+
+std::string RawClient::nextAnswer() {
+  auto response = receiveAs<protocol::Response>();
+  if (!response) return "none";
+  std::string text = "#" + std::to_string(response->id);
+  if (auto* e = dynamic_cast<const protocol::ErrorResp*>(response->resp.get())) {
+    text += " error " + std::to_string(e->code);
+    return e->texts.size() == 1 ? text : text + " with " + std::to_string(e->texts.size()) + " texts";
+  }
+  if (auto* d = dynamic_cast<const protocol::GetDataResp*>(response->resp.get())) {
+    return text + " data " + std::to_string(d->dataType) + " rows " + std::to_string(d->intervals.size());
+  }
+  auto* select = dynamic_cast<const protocol::SelectResp*>(response->resp.get());
+  if (!select) return text + " other";
+  for (const auto& o : select->objects) text += " " + describe(*o);
+  return text;
+}
+
 bool RawClient::waitForClose() {
   std::unique_ptr<protocol::BerConstructed> m = receive();
   return m == nullptr && ended_ && decodeError_.empty();
@@ -146,9 +140,7 @@ void RawClient::closeNow() {
   ended_ = true;
 }
 
-std::unique_ptr<protocol::NewSessionResp> RawClient::login(const std::string& domain,
-                                                           const std::string& user,
-                                                           const std::string& password) {
+std::unique_ptr<protocol::NewSessionResp> RawClient::login(const std::string& password) {
   protocol::ClientWants wants;
   wants.version = 0x0203;
   wants.authentication = std::make_unique<protocol::ClientNoAuth>();
@@ -156,80 +148,12 @@ std::unique_ptr<protocol::NewSessionResp> RawClient::login(const std::string& do
   if (!receiveAs<protocol::ServerOffers>()) return nullptr;
   send(protocol::NegotiateAck());
   protocol::NewSession session;
-  session.loginDomain = domain;
-  session.userName = user;
+  session.loginDomain = "lab";
+  session.userName = "admin";
   session.clientName = "Exporter";
   session.password = password;
   send(session);
   return receiveAs<protocol::NewSessionResp>();
-}
-
-namespace {
-
-std::unique_ptr<protocol::Request> select_request(int32_t id, const std::vector<std::string>& starts,
-                                                  const std::string& pattern) {
-  auto select = std::make_unique<protocol::SelectReq>();
-  select->startIds = starts;
-  select->pattern = tql::parse(pattern);
-  auto request = std::make_unique<protocol::Request>();
-  request->id = id;
-  request->req = std::move(select);
-  return request;
-}
-
-}  // namespace
-
-void RawClient::sendSelect(int32_t id, const std::vector<std::string>& startIds,
-                           const std::string& pattern) {
-  send(*select_request(id, startIds, pattern));
-}
-
-void RawClient::sendRequest(int32_t id, std::unique_ptr<protocol::BerConstructed> body) {
-  protocol::Request request;
-  request.id = id;
-  request.req = std::move(body);
-  send(request);
-}
-
-std::string RawClient::selectBytes(int32_t id, const std::string& startId,
-                                   const std::string& pattern) {
-  return server::encode(*select_request(id, {startId}, pattern), legacy_);
-}
-
-std::string describe(const protocol::Object& object) {
-  std::string text = object.id + ":" + object.className;
-  if (!object.properties.empty()) {
-    text += "{";
-    for (size_t i = 0; i < object.properties.size(); ++i) {
-      const protocol::Property& p = *object.properties[i];
-      if (i != 0) text += ",";
-      text += p.name;
-      if (auto* s = dynamic_cast<const protocol::StringProp*>(p.data.get())) {
-        text += "=" + s->value;
-      } else if (auto* u = dynamic_cast<const protocol::UnsignedIntProp*>(p.data.get())) {
-        text += "=" + std::to_string(u->value);
-      }
-    }
-    text += "}";
-  }
-  if (!object.children.empty()) {
-    text += "[";
-    for (size_t i = 0; i < object.children.size(); ++i) {
-      if (i != 0) text += ",";
-      text += describe(*object.children[i]);
-    }
-    text += "]";
-  }
-  return text;
-}
-
-std::string describe(const protocol::SelectResp& response) {
-  std::string text;
-  for (const auto& o : response.objects) {
-    if (!text.empty()) text += " ";
-    text += describe(*o);
-  }
-  return text;
 }
 
 }  // namespace server_test

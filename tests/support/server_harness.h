@@ -1,18 +1,14 @@
-// Helpers for tests of the stand-in server: a database built in code, the
-// server run in-process on a free loopback port, and a raw protocol client
-// that sends literal messages and decodes the answers with the BER reader.
-//
-// Every wait is bounded: a raw client gives up after its time limit and
-// reports a timeout instead of hanging.
+// Helpers for tests of the stand-in server: a small database, the server run
+// in-process on a free loopback port, and a raw protocol client that sends
+// literal messages and decodes the answers with the BER reader. Every wait is
+// bounded: a raw client gives up after its time limit instead of hanging.
 #ifndef TALVIX_TESTS_SUPPORT_SERVER_HARNESS_H_
 #define TALVIX_TESTS_SUPPORT_SERVER_HARNESS_H_
 
 #include <chrono>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "protocol/ber_reader.h"
@@ -23,56 +19,18 @@
 
 namespace server_test {
 
-// A database whose objects, history and users are added by the test.
-class MemoryDatabase : public server::Database {
- public:
-  MemoryDatabase(std::string rootDomainId, std::string mibRootId)
-      : root_(std::move(rootDomainId)), mibRoot_(std::move(mibRootId)) {}
+// The small tree most tests use, with user "admin" / "secret" of domain "lab":
+//   root Domain "Root", children europe, asia, n1; europe Domain "Europe",
+//   children berlin, paris; berlin, paris, asia Domains "Berlin", "Paris",
+//   "Asia"; n1 Node name "gateway", load 7 (Unsigned), siblingName
+//   "gateway"; n2 Node below berlin, name "berlin-web", load 12, flags 1,
+//   with the Check c2 whose Index "cpu" has two continuous rows and "empty"
+//   none; mib MibRoot with mod1 MibModule, obj1 MibObject and other Note.
+std::shared_ptr<const server::Database> sample_database();
 
-  // Adds `object`; when `parentId` is not empty the object is appended to
-  // that (already added) parent's children. Returns the stored object for
-  // further changes before the database is shared.
-  server::StoredObject& add(const std::string& className, const std::string& id,
-                            const std::string& parentId,
-                            std::vector<server::PropertyValue> properties = {},
-                            uint32_t flags = 0);
-  void addHistory(const std::string& objectId, const std::string& indexName,
-                  server::History history);
-  void addUser(const std::string& domain, const std::string& name, const std::string& password);
-
-  std::string rootDomainId() const override { return root_; }
-  std::string mibRootId() const override { return mibRoot_; }
-  std::shared_ptr<const server::StoredObject> find(const std::string& id) const override;
-  std::shared_ptr<const server::History> history(const std::string& objectId,
-                                                 const std::string& indexName) const override;
-  bool checkLogin(const std::string& loginDomain, const std::string& user,
-                  const std::string& password) const override;
-
- private:
-  std::string root_, mibRoot_;
-  std::map<std::string, std::shared_ptr<server::StoredObject>> objects_;
-  std::map<std::pair<std::string, std::string>, std::shared_ptr<const server::History>> history_;
-  std::vector<server::User> users_;
-};
-
-// Property values for building objects.
-server::PropertyValue text_property(const std::string& name, const std::string& value);
-server::PropertyValue unsigned_property(const std::string& name, uint32_t value);
-
-// The sample tree most tests use, with user "admin" / "secret" of domain
-// "lab":
-//   root  Domain  name "Root"     children: europe, asia, n1
-//   europe Domain name "Europe"   children: berlin, paris
-//   berlin Domain name "Berlin"   children: n2
-//   paris  Domain name "Paris"
-//   asia   Domain name "Asia"
-//   n1     Node   name "gateway", load 7 (Unsigned), siblingName "gateway"
-//   n2     Node   name "berlin-web", load 12, flags 1
-//   mib    MibRoot    children: mod1, obj1, other
-//   mod1   MibModule, obj1 MibObject, other Note
-// History: n1/cpu continuous (2 rows), n2/acc accumulation (1 row), n2/empty
-// continuous without rows.
-std::shared_ptr<MemoryDatabase> sample_database();
+// A SelectReq of `startIds` and the parsed `pattern`.
+std::unique_ptr<protocol::SelectReq> select_req(const std::vector<std::string>& startIds,
+                                                const std::string& pattern);
 
 // A server::Server on a free loopback port, started at construction and
 // stopped at destruction.
@@ -87,16 +45,20 @@ class TestServer {
   std::unique_ptr<server::Server> server_;
 };
 
-// A protocol client that speaks message by message.
+// A protocol client that speaks message by message, in the current encoding
+// until setLegacy(true).
 class RawClient {
  public:
-  explicit RawClient(uint16_t port,
-                     std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
+  explicit RawClient(uint16_t port, std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
   ~RawClient();
 
-  // Writes `message` in the client's current encoding (see setLegacy).
   void send(const protocol::BerValue& message);
   void sendBytes(const std::string& bytes);
+  // The octets of Request `id` carrying `body`, for sending several at once.
+  std::string requestBytes(int32_t id, std::unique_ptr<protocol::BerConstructed> body) const;
+  void sendRequest(int32_t id, std::unique_ptr<protocol::BerConstructed> body) {
+    sendBytes(requestBytes(id, std::move(body)));
+  }
   void setLegacy(bool legacy) { legacy_ = legacy; }
   bool readerLegacy() const { return reader_->legacy(); }
 
@@ -109,6 +71,11 @@ class RawClient {
     if (dynamic_cast<T*>(m.get()) == nullptr) return nullptr;
     return std::unique_ptr<T>(static_cast<T*>(m.release()));
   }
+  // The next Response as "#<id> " followed by "error <code>" (with the
+  // number of texts unless there is one), "data <datatype> rows <n>", or the
+  // SelectResp's objects, each "id:Class{prop=value,...}[child,...]"; "none"
+  // when no Response came.
+  std::string nextAnswer();
   // Waits (within the limit) for the server to close the connection; true
   // when it did without sending another complete message first.
   bool waitForClose();
@@ -117,18 +84,9 @@ class RawClient {
   // Closes the client's end at once (an abrupt disconnect).
   void closeNow();
 
-  // The whole handshake with the given credentials; the NewSessionResp, or
+  // The whole handshake as user admin of domain lab; the NewSessionResp, or
   // null when the server refused.
-  std::unique_ptr<protocol::NewSessionResp> login(const std::string& domain = "lab",
-                                                  const std::string& user = "admin",
-                                                  const std::string& password = "secret");
-
-  // Sends Request `id` with a SelectReq of `startIds` and the parsed
-  // `pattern`, or with `body`.
-  void sendSelect(int32_t id, const std::vector<std::string>& startIds, const std::string& pattern);
-  void sendRequest(int32_t id, std::unique_ptr<protocol::BerConstructed> body);
-  // Encoded Request octets for sending several at once.
-  std::string selectBytes(int32_t id, const std::string& startId, const std::string& pattern);
+  std::unique_ptr<protocol::NewSessionResp> login(const std::string& password = "secret");
 
  private:
   std::unique_ptr<old_protocol::BerReader> reader_;
@@ -138,11 +96,6 @@ class RawClient {
   bool ended_ = false;
   std::string decodeError_;
 };
-
-// The id, class and (string) properties of a select answer's objects, for
-// comparisons: "id:Class{prop=value,...}[child,...]".
-std::string describe(const protocol::Object& object);
-std::string describe(const protocol::SelectResp& response);
 
 }  // namespace server_test
 
