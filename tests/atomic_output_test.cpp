@@ -2,117 +2,125 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <vector>
 
+#include "support/e2e_process.h"
 #include "support/run_export.h"
 #include "support/server_harness.h"
 #include "util/error.h"
 
 namespace {
 
-using export_test::read_file;
-using export_test::read_gzip_file;
+using e2e::read_file;
 using porter::DocumentOutput;
 using porter::OutputOptions;
 
 const std::vector<std::string> kOnlyTarget = {"out.xml"};
 
-struct Kind {
-  const char* name;
-  bool gzip;
-};
-
-// A fresh folder per test, removed with everything in it at the end.
-class AtomicOutputTest : public testing::TestWithParam<Kind> {
+// A fresh folder per test with the target out.xml, plain or compressed.
+class AtomicOutputTest : public testing::TestWithParam<bool> {
  protected:
-  AtomicOutputTest() {
-    std::string pattern = testing::TempDir() + "atomic_output_test_XXXXXX";
-    folder_ = mkdtemp(pattern.data());
-  }
-  ~AtomicOutputTest() override { std::filesystem::remove_all(folder_); }
-
-  std::string file(const std::string& name) const { return folder_ + "/" + name; }
-  void write(const std::string& name, const std::string& bytes) const {
-    std::ofstream(file(name), std::ios::binary) << bytes;
-  }
   std::vector<std::string> names() const {
     std::vector<std::string> result;
-    for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+    for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
       result.push_back(entry.path().filename());
     }
     std::sort(result.begin(), result.end());
     return result;
   }
-  std::string content(const std::string& path) const {
-    return GetParam().gzip ? read_gzip_file(path) : read_file(path);
+  std::string content() const { return GetParam() ? e2e::read_gzip_file(target_) : read_file(target_); }
+  DocumentOutput output(int level = -1) {
+    return DocumentOutput(target_, GetParam(), standardOutput_, OutputOptions{true, level});
   }
 
-  std::string folder_;
+  e2e::TempDir dir_;
+  const std::string target_ = dir_.file("out.xml");
   std::ostringstream standardOutput_;
 };
 
 TEST_P(AtomicOutputTest, TheTargetChangesOnlyWhenTheDocumentIsClosed) {
-  const std::string target = file("out.xml");
-  write("out.xml", "old document");
+  e2e::write_file(target_, "old document");
   {
-    DocumentOutput output(target, GetParam().gzip, standardOutput_, OutputOptions{true, -1});
-    output.stream().write("<new/>\n");
+    DocumentOutput unclosed = output(9);
+    unclosed.stream().write(std::string(100000, 'x'));
+  }
+  EXPECT_EQ(names(), kOnlyTarget) << "an unclosed output leaves no temporary file";
+  EXPECT_EQ(read_file(target_), "old document");
+  {
+    DocumentOutput closed = output();
+    closed.stream().write("<new/>\n");
     ASSERT_EQ(names().size(), 2u);
     EXPECT_EQ(names()[1].rfind("out.xml.tmp-", 0), 0u) << names()[1];
-    EXPECT_EQ(read_file(target), "old document");
-    output.close();
+    EXPECT_EQ(read_file(target_), "old document");
+    closed.close();
     EXPECT_EQ(names(), kOnlyTarget);
-    EXPECT_EQ(content(target), "<new/>\n");
+    EXPECT_EQ(content(), "<new/>\n");
   }
-  EXPECT_EQ(content(target), "<new/>\n") << "the closed output leaves the file alone";
+  EXPECT_EQ(content(), "<new/>\n") << "the closed output leaves the file alone";
   EXPECT_EQ(standardOutput_.str(), "");
 
   struct stat info{};
-  ASSERT_EQ(stat(target.c_str(), &info), 0);
+  ASSERT_EQ(stat(target_.c_str(), &info), 0);
   const mode_t mask = umask(0);
   umask(mask);
   EXPECT_EQ(info.st_mode & 0777, 0666 & ~mask) << "the file gets the usual permissions";
 }
 
-TEST_P(AtomicOutputTest, AnUnclosedOutputLeavesTheOldTargetAndNoTemporaryFile) {
-  const std::string target = file("out.xml");
-  write("out.xml", "old document");
-  {
-    DocumentOutput output(target, GetParam().gzip, standardOutput_, OutputOptions{true, 9});
-    output.stream().write(std::string(100000, 'x'));
-  }
-  EXPECT_EQ(names(), kOnlyTarget);
-  EXPECT_EQ(read_file(target), "old document");
-}
-
 TEST_P(AtomicOutputTest, AFailedRenameIsReportedAndCleanedUp) {
   // A folder in the target's place cannot be replaced by a file.
-  const std::string target = file("out.xml");
-  ASSERT_EQ(mkdir(target.c_str(), 0700), 0);
-  DocumentOutput output(target, GetParam().gzip, standardOutput_, OutputOptions{true, -1});
-  output.stream().write("<new/>\n");
+  ASSERT_EQ(mkdir(target_.c_str(), 0700), 0);
+  DocumentOutput out = output();
+  out.stream().write("<new/>\n");
   try {
-    output.close();
+    out.close();
     FAIL() << "the rename over a folder succeeded";
   } catch (const error::EFatal& e) {
-    EXPECT_EQ(e.text().rfind("Error renaming " + target + ".tmp-", 0), 0u) << e.text();
-    EXPECT_NE(e.text().find(" to " + target + ": "), std::string::npos) << e.text();
+    EXPECT_EQ(e.text().rfind("Error renaming " + target_ + ".tmp-", 0), 0u) << e.text();
+    EXPECT_NE(e.text().find(" to " + target_ + ": "), std::string::npos) << e.text();
   }
   EXPECT_EQ(names(), kOnlyTarget);
-  struct stat info{};
-  ASSERT_EQ(stat(target.c_str(), &info), 0);
-  EXPECT_TRUE(S_ISDIR(info.st_mode));
+  EXPECT_TRUE(std::filesystem::is_directory(target_));
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, AtomicOutputTest,
-                         testing::Values(Kind{"plain", false}, Kind{"gzip", true}),
-                         [](const testing::TestParamInfo<Kind>& info) { return info.param.name; });
+// Whole exports against a server that drops the connection in the middle of
+// the walk and one that does not.
+TEST_P(AtomicOutputTest, OnlyAWholeDocumentReplacesTheTarget) {
+  server::ServerOptions options;
+  options.faults.closeAtRequest = 8;
+  server_test::TestServer failing(export_test::exportable_database(), options);
+  server_test::TestServer server(export_test::exportable_database());
+  auto export_to = [&](uint16_t port, bool atomic) {
+    std::vector<std::string> args = {"-f" + target_, "-o", atomic ? "atomic=1" : "atomic=0"};
+    if (GetParam()) args.push_back("-z");
+    return export_test::run_exporter(port, args);
+  };
+  const std::string old = std::string("\x1F\x8B old export \0 with a zero\n", 27);
+  e2e::write_file(target_, old);
+
+  EXPECT_EQ(export_to(failing.port(), true).failure, "Error reading: OsalSocket::read end of stream");
+  EXPECT_EQ(read_file(target_), old);
+  EXPECT_EQ(names(), kOnlyTarget);
+
+  // Without the setting the same failure leaves a partial document.
+  EXPECT_EQ(export_to(failing.port(), false).exitCode, 1);
+  EXPECT_EQ(content().rfind("<?xml", 0), 0u);
+  EXPECT_EQ(names(), kOnlyTarget);
+
+  const std::string whole = export_test::run_exporter(server.port(), {}).document;
+  ASSERT_EQ(export_to(server.port(), true).exitCode, 0);
+  EXPECT_EQ(content(), whole);
+  EXPECT_NE(whole.find("</Object>"), std::string::npos);
+  EXPECT_EQ(names(), kOnlyTarget);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, AtomicOutputTest, testing::Bool(),
+                         [](const testing::TestParamInfo<bool>& info) {
+                           return info.param ? "gzip" : "plain";
+                         });
 
 TEST(AtomicOutputPlainTest, StandardOutputIgnoresTheSettingAndAMissingFolderFailsAtOpening) {
   std::ostringstream standardOutput;
@@ -129,52 +137,5 @@ TEST(AtomicOutputPlainTest, StandardOutputIgnoresTheSettingAndAMissingFolderFail
     EXPECT_EQ(e.text().rfind("Error opening: " + target + ".tmp-XXXXXX: ", 0), 0u) << e.text();
   }
 }
-
-// Whole exports against a server that drops the connection in the middle of
-// the walk and one that does not.
-class AtomicExportTest : public AtomicOutputTest {
- protected:
-  export_test::ExportOutcome export_to(uint16_t port, bool atomic) {
-    export_test::ExportRun run;
-    run.port = port;
-    run.outputFileName = file("out.xml");
-    run.gzip = GetParam().gzip;
-    run.extra.atomic = atomic;
-    return export_test::run_export(run);
-  }
-};
-
-TEST_P(AtomicExportTest, OnlyAWholeDocumentReplacesTheTarget) {
-  server::ServerOptions options;
-  options.faults.closeAtRequest = 8;
-  server_test::TestServer failing(export_test::exportable_database(), options);
-  const std::string target = file("out.xml");
-  const std::string old = std::string("\x1F\x8B old export \0 with a zero\n", 27);
-  write("out.xml", old);
-
-  const export_test::ExportOutcome outcome = export_to(failing.port(), true);
-  EXPECT_FALSE(outcome.ok);
-  EXPECT_EQ(outcome.failure, "Error reading: OsalSocket::read end of stream");
-  EXPECT_EQ(read_file(target), old);
-  EXPECT_EQ(names(), kOnlyTarget);
-
-  // Without the setting the same failure leaves a partial document.
-  EXPECT_FALSE(export_to(failing.port(), false).ok);
-  EXPECT_EQ(content(target).rfind("<?xml", 0), 0u);
-  EXPECT_EQ(names(), kOnlyTarget);
-
-  server_test::TestServer server(export_test::exportable_database());
-  export_test::ExportRun toStandardOutput;
-  toStandardOutput.port = server.port();
-  const std::string whole = export_test::run_export(toStandardOutput).document;
-  ASSERT_TRUE(export_to(server.port(), true).ok);
-  EXPECT_EQ(content(target), whole);
-  EXPECT_NE(whole.find("</Object>"), std::string::npos);
-  EXPECT_EQ(names(), kOnlyTarget);
-}
-
-INSTANTIATE_TEST_SUITE_P(Kinds, AtomicExportTest,
-                         testing::Values(Kind{"plain", false}, Kind{"gzip", true}),
-                         [](const testing::TestParamInfo<Kind>& info) { return info.param.name; });
 
 }  // namespace

@@ -3,25 +3,34 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <functional>
 #include <random>
 #include <string>
 
-#include "support/run_export.h"
+#include "support/e2e_process.h"
 #include "util/error.h"
 
 namespace {
 
-using export_test::read_file;
-using export_test::read_gzip_file;
+using e2e::read_file;
+using e2e::read_gzip_file;
 using porter::BackgroundGZOutStream;
 constexpr size_t kBlock = BackgroundGZOutStream::kBlockSize;
 
+// The text of the error::EFatal `action` throws, or "no exception".
+std::string failure_of(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const error::EFatal& e) {
+    return e.text();
+  }
+  return "no exception";
+}
+
 class BackgroundGZOutStreamTest : public testing::Test {
  protected:
-  void TearDown() override { unlink(path_.c_str()); }
-  const std::string path_ = testing::TempDir() + "background_gz_stream_test_" +
-                            std::to_string(getpid()) + "_" +
-                            testing::UnitTest::GetInstance()->current_test_info()->name();
+  e2e::TempDir dir_;
+  const std::string path_ = dir_.file("out.gz");
 };
 
 TEST_F(BackgroundGZOutStreamTest, HoldsEveryTextInOrder) {
@@ -51,51 +60,36 @@ TEST_F(BackgroundGZOutStreamTest, TheDestructorCompletesTheFileAsFarAsItWasWritt
 
 TEST_F(BackgroundGZOutStreamTest, TheLevelReachesZlib) {
   const std::string text(kBlock * 2, 'z');
-  for (int level : {0, 9}) {
-    BackgroundGZOutStream(path_, level).write(text).close();
-    EXPECT_EQ(read_gzip_file(path_), text);
-    if (level == 0) {
-      EXPECT_GT(read_file(path_).size(), text.size());
-    } else {
-      EXPECT_LT(read_file(path_).size(), text.size() / 100);
-    }
-  }
+  BackgroundGZOutStream(path_, 0).write(text).close();
+  EXPECT_EQ(read_gzip_file(path_), text);
+  EXPECT_GT(read_file(path_).size(), text.size());
+  BackgroundGZOutStream(path_, 9).write(text).close();
+  EXPECT_EQ(read_gzip_file(path_), text);
+  EXPECT_LT(read_file(path_).size(), text.size() / 100);
 }
 
 TEST_F(BackgroundGZOutStreamTest, AZeroByteFailsLikeTheSynchronousStream) {
   {
     BackgroundGZOutStream out(path_);
     out.write("before ");
-    try {
-      out.write(std::string("ab\0cd", 5));
-      ADD_FAILURE() << "no exception";
-    } catch (const error::EFatal& e) {
-      EXPECT_EQ(e.text(), "Error reading gz-stream: ");
-    }
+    EXPECT_EQ(failure_of([&] { out.write(std::string("ab\0cd", 5)); }), "Error reading gz-stream: ");
   }
   EXPECT_EQ(read_gzip_file(path_), "before ab");
 }
 
-TEST(BackgroundGZOutStreamFailureTest, AnUnopenablePathFailsAtOnce) {
-  const std::string name = testing::TempDir() + "no-such-directory-for-background-gz/x.gz";
-  try {
-    BackgroundGZOutStream out(name);
-    ADD_FAILURE() << "no exception";
-  } catch (const error::EFatal& e) {
-    EXPECT_EQ(e.text(), "Couldn't open for writing gz-stream: " + name);
-  }
+TEST_F(BackgroundGZOutStreamTest, AnUnopenablePathFailsAtOnce) {
+  const std::string name = path_ + "/x.gz";
+  EXPECT_EQ(failure_of([&] { BackgroundGZOutStream out(name); }),
+            "Couldn't open for writing gz-stream: " + name);
 }
 
 TEST(BackgroundGZOutStreamFailureTest, TheCompressorsFailureReachesTheWriterAndStays) {
   if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
   BackgroundGZOutStream out("/dev/full", 0);
-  std::string failure;
-  try {
+  const std::string failure = failure_of([&] {
     for (int i = 0; i < 64; ++i) out.write(std::string(kBlock, 'q'));
     out.finish();
-  } catch (const error::EFatal& e) {
-    failure = e.text();
-  }
+  });
   EXPECT_EQ(failure.rfind("Error reading gz-stream: ", 0), 0u) << failure;
   EXPECT_NE(failure.find("No space left on device"), std::string::npos) << failure;
   EXPECT_THROW(out.write("more"), error::EFatal);

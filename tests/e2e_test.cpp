@@ -327,30 +327,6 @@ TEST(ServerCloses, AtTheMibSelection) {
              "\nExporting domain ." + kEndOfStream);
 }
 
-class ServerClosesAt : public ::testing::TestWithParam<int> {};
-
-TEST_P(ServerClosesAt, LeavesAPrefixOfTheDocument) {
-  auto server = start_server(data_path("e2e_types.json"),
-                             {"--close-at", std::to_string(GetParam())});
-  const RunResult run = run_exporter(login_args(server->port()));
-  ASSERT_FALSE(run.timedOut);
-  EXPECT_EQ(run.exitCode, 1);
-  ASSERT_GE(run.err.size(), kEndOfStream.size());
-  const size_t marks = run.err.size() - kEndOfStream.size();
-  EXPECT_EQ(run.err.substr(marks), kEndOfStream);
-  EXPECT_EQ(kFullErr.compare(0, marks, run.err, 0, marks), 0)
-      << "the progress so far is not the start of a full run's:\n" << run.err;
-  std::string problem;
-  const std::string partial = e2e::mask_timestamp(run.out, run.started, run.ended, problem);
-  EXPECT_EQ(problem, "");
-  EXPECT_LT(partial.size(), full_document().size());
-  EXPECT_EQ(full_document().compare(0, partial.size(), partial), 0)
-      << "not a prefix of the full document:\n"
-      << partial;
-}
-
-INSTANTIATE_TEST_SUITE_P(Requests, ServerClosesAt, ::testing::Values(1, 2, 3, 9, 20, 31, 40));
-
 // Small databases that end the export at one object: a root domain "r" and
 // the objects and history given.
 std::string small_database(const std::string& children, const std::string& history) {

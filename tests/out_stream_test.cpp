@@ -7,22 +7,20 @@
 #include <map>
 #include <sstream>
 
-#include "support/run_export.h"
+#include "support/e2e_process.h"
 #include "util/error.h"
 
 namespace {
 
-using export_test::read_file;
-using export_test::read_gzip_file;
+using e2e::read_file;
+using e2e::read_gzip_file;
 using porter::CPPOutStream;
 using porter::GZOutStream;
 
-// A fresh path in the test's temporary directory, removed again at the end.
 class GZOutStreamTest : public testing::Test {
  protected:
-  void TearDown() override { unlink(path_.c_str()); }
-  const std::string path_ = testing::TempDir() + "out_stream_test_" + std::to_string(getpid()) +
-                            "_" + testing::UnitTest::GetInstance()->current_test_info()->name();
+  e2e::TempDir dir_;
+  const std::string path_ = dir_.file("out.gz");
 };
 
 // Expects `action` to fail with exactly `text`.
@@ -82,7 +80,7 @@ TEST_F(GZOutStreamTest, TheLevelChangesTheSizeButNotTheText) {
 }
 
 TEST(GZOutStreamFailureTest, OpeningAndClosingFailuresAreReported) {
-  const std::string name = testing::TempDir() + "no-such-directory-for-out-stream/x.gz";
+  const std::string name = e2e::TempDir().file("x.gz");  // the folder is gone again
   expect_failure([&] { GZOutStream out(name); }, "Couldn't open for writing gz-stream: " + name);
 
   if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";

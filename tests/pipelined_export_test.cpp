@@ -15,27 +15,20 @@
 #include "server/database_json.h"
 #include "server/generator.h"
 #include "support/e2e_process.h"
-#include "support/pipelined_run.h"
+#include "support/run_export.h"
 #include "support/server_harness.h"
 
 namespace {
 
-using pipelined_test::kSequential;
-using pipelined_test::Outcome;
-using pipelined_test::run_exporter;
+using namespace export_test;
 using server_test::TestServer;
 
 // "sample", "tricky", "tricky-vanishing" (n1 vanishes between its parent's
 // answer and its own select), or a generated shape.
 std::shared_ptr<const server::Database> database(const std::string& name) {
-  if (name == "sample") {
-    return server::load_json_database(pipelined_test::source_path("server/sample/sample.json"));
-  }
-  if (name == "tricky") return pipelined_test::tricky_database();
-  if (name == "tricky-vanishing") {
-    return pipelined_test::with_fault(pipelined_test::tricky_database(), "n1",
-                                      pipelined_test::ObjectFault::kVanishes);
-  }
+  if (name == "sample") return server::load_json_database(source_path("server/sample/sample.json"));
+  if (name == "tricky") return tricky_database();
+  if (name == "tricky-vanishing") return with_fault(tricky_database(), "n1", ObjectFault::kVanishes);
   return server::make_generated_database(server::parse_generator_shape(name));
 }
 
@@ -140,23 +133,14 @@ INSTANTIATE_TEST_SUITE_P(Databases, PipelinedExportTest, ::testing::ValuesIn(kCa
 
 // Records the history series the server looks up, one entry per GetData it
 // answers.
-class RecordingDatabase : public server::Database {
+class RecordingDatabase : public ForwardingDatabase {
  public:
-  explicit RecordingDatabase(std::shared_ptr<const server::Database> inner)
-      : inner_(std::move(inner)) {}
-  std::string rootDomainId() const override { return inner_->rootDomainId(); }
-  std::string mibRootId() const override { return inner_->mibRootId(); }
-  std::shared_ptr<const server::StoredObject> find(const std::string& id) const override {
-    return inner_->find(id);
-  }
+  using ForwardingDatabase::ForwardingDatabase;
   std::shared_ptr<const server::History> history(const std::string& objectId,
                                                  const std::string& indexName) const override {
-    record(objectId + "/" + indexName);
+    std::lock_guard<std::mutex> lock(mutex_);
+    lookups_.insert(objectId + "/" + indexName);
     return inner_->history(objectId, indexName);
-  }
-  bool checkLogin(const std::string& d, const std::string& u,
-                  const std::string& p) const override {
-    return inner_->checkLogin(d, u, p);
   }
   std::multiset<std::string> take() {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -164,11 +148,6 @@ class RecordingDatabase : public server::Database {
   }
 
  private:
-  void record(const std::string& lookup) const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    lookups_.insert(lookup);
-  }
-  std::shared_ptr<const server::Database> inner_;
   mutable std::mutex mutex_;
   mutable std::multiset<std::string> lookups_;
 };

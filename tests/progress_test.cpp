@@ -148,48 +148,40 @@ size_t count(const std::string& text, const std::string& piece) {
   return n;
 }
 
+// A whole export with the display in place of the marks: the same document,
+// and totals that count what was written; a failed export on a terminal also
+// puts the marks back.
 TEST(ProgressExportTest, TheDisplayReplacesTheMarksAndLeavesTheDocumentAlone) {
   server_test::TestServer server(export_test::exportable_database());
-  export_test::ExportRun run;
-  run.port = server.port();
-  const export_test::ExportOutcome marks = export_test::run_export(run);
-  ASSERT_TRUE(marks.ok) << marks.failure;
-
-  run.extra.progress = true;
-  const export_test::ExportOutcome live = export_test::run_export(run);
-  ASSERT_TRUE(live.ok) << live.failure;
+  const export_test::Outcome marks = export_test::run_exporter(server.port(), {});
+  ASSERT_EQ(marks.exitCode, 0) << marks.errors;
+  const export_test::Outcome live = export_test::run_exporter(server.port(), {"-oprogress=1"});
+  ASSERT_EQ(live.exitCode, 0) << live.errors;
   EXPECT_EQ(live.document, marks.document);
-  EXPECT_EQ(live.err.find("Exporting"), std::string::npos) << live.err;
+  EXPECT_EQ(live.errors.find("Exporting"), std::string::npos) << live.errors;
 
   // The totals: every written object but the history wrappers, every series
   // asked for, and the document's size.
   std::smatch totals;
   ASSERT_TRUE(std::regex_search(
-      live.err, totals,
+      live.errors, totals,
       std::regex("\nTotal: (\\d+) objects, (\\d+) history series, (\\d+) requests \\([0-9.]+/s\\), "
                  "(.+) written in \\d+:\\d\\d:\\d\\d\n$")))
-      << live.err;
+      << live.errors;
   const size_t objects = count(live.document, "<Object id=") - count(live.document, "type=\"Data\"");
   EXPECT_EQ(totals[1], std::to_string(objects));
-  EXPECT_EQ(totals[2], std::to_string(count(marks.err, "Exporting statistical data")));
+  EXPECT_EQ(totals[2], std::to_string(count(marks.errors, "Exporting statistical data")));
   EXPECT_GT(std::stoul(totals[3]), objects);
   EXPECT_EQ(totals[4], porter::format_bytes(live.document.size()));
-
   EXPECT_EQ(porter::export_state().events, &porter::progress_marks()) << "the marks are back";
-}
 
-TEST(ProgressExportTest, AFailedExportPutsTheMarksBack) {
   server::ServerOptions options;
   options.faults.closeAtRequest = 6;  // in the middle of the walk
-  server_test::TestServer server(export_test::exportable_database(), options);
-  export_test::ExportRun run;
-  run.port = server.port();
-  run.extra.progress = true;
-  run.errorIsTerminal = true;
-  const export_test::ExportOutcome outcome = export_test::run_export(run);
-  EXPECT_FALSE(outcome.ok);
-  EXPECT_EQ(outcome.failure, "Error reading: OsalSocket::read end of stream");
-  EXPECT_EQ(outcome.err.find("Exporting"), std::string::npos) << outcome.err;
+  server_test::TestServer failing(export_test::exportable_database(), options);
+  const export_test::Outcome failed =
+      export_test::run_exporter(failing.port(), {"-oprogress=1"}, export_test::kSequential, true);
+  EXPECT_EQ(failed.failure, "Error reading: OsalSocket::read end of stream");
+  EXPECT_EQ(failed.errors.find("Exporting"), std::string::npos) << failed.errors;
   EXPECT_EQ(porter::export_state().events, &porter::progress_marks());
 }
 

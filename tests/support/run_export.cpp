@@ -1,61 +1,141 @@
 #include "support/run_export.h"
 
-#include <zlib.h>
-
-#include <fstream>
-#include <iterator>
+#include <filesystem>
 #include <sstream>
 
 #include "net/timed_connection.h"
+#include "porter/export_database.h"
 #include "porter/export_state.h"
+#include "porter/out_stream.h"
+#include "porter/run.h"
 #include "porter/xml_export.h"
+#include "server/database_json.h"
 #include "server/generator.h"
 #include "util/error.h"
 
 namespace export_test {
+namespace {
+
+int64_t fixed_clock() { return 1204329600; }
+
+class FaultyObjectDatabase : public ForwardingDatabase {
+ public:
+  FaultyObjectDatabase(std::shared_ptr<const server::Database> inner, std::string victim,
+                       ObjectFault fault)
+      : ForwardingDatabase(std::move(inner)), victim_(std::move(victim)), fault_(fault) {}
+
+  // A vanishing object is listed by its parent under a renamed key, which
+  // the server still finds, while its own id finds nothing.
+  std::shared_ptr<const server::StoredObject> find(const std::string& id) const override {
+    const bool vanishes = fault_ == ObjectFault::kVanishes;
+    if (vanishes && id == victim_) return nullptr;
+    std::shared_ptr<const server::StoredObject> object =
+        inner_->find(vanishes && id == victim_ + "~" ? victim_ : id);
+    if (!object || (!vanishes && id != victim_)) return object;
+    auto changed = std::make_shared<server::StoredObject>(*object);
+    if (vanishes) {
+      for (std::string& child : changed->children) {
+        if (child == victim_) child += "~";
+      }
+    } else {
+      auto& properties = changed->properties;
+      const char* dropped = fault_ == ObjectFault::kNoSiblingName ? "siblingName"
+                            : fault_ == ObjectFault::kNoTreeLabel ? "treeLabel"
+                                                                   : "";
+      std::erase_if(properties, [&](const server::PropertyValue& p) { return p.name == dropped; });
+      if (fault_ == ObjectFault::kUnrenderable) {
+        properties.push_back({"when", server::kTypeDate, std::string("soon")});
+      }
+    }
+    return changed;
+  }
+
+  std::shared_ptr<const server::History> history(const std::string& objectId,
+                                                 const std::string& indexName) const override {
+    const bool bad = fault_ == ObjectFault::kBadHistory, old = fault_ == ObjectFault::kOldHistory;
+    if (objectId != victim_ || !(bad || old)) return inner_->history(objectId, indexName);
+    auto history = std::make_shared<server::History>();
+    history->dataType = bad ? 12 : 1;
+    if (bad) {
+      history->intervals.push_back(server::ContinuousRow{100, 200, 3, 2, 1, 4, 0});
+    } else {
+      history->intervals.push_back(server::ContinuousDeprecatedRow{100, 200, 3, 1, {1, 2.5, 3}});
+    }
+    return history;
+  }
+
+ private:
+  std::string victim_;
+  ObjectFault fault_;
+};
+
+}  // namespace
 
 std::shared_ptr<const server::Database> exportable_database() {
   return server::make_generated_database(server::parse_generator_shape("2x3x2x4/2"));
 }
 
-ExportOutcome run_export(const ExportRun& run) {
-  ExportOutcome outcome;
-  std::ostringstream document, err;
-  porter::ExportEnvironment environment;
-  environment.standardOutput = &document;
-  environment.errorStream = &err;
-  environment.errorIsTerminal = run.errorIsTerminal;
-  environment.extra = run.extra;
-  if (run.timeout > 0) environment.connector = timedConnectionFactory(run.timeout);
-  const porter::XMLExport prototype(ElementKind::Object, porter::export_notices(),
-                                    [] { return int64_t{0}; });
-  try {
-    porter::export_database("127.0.0.1", run.port, "admin", "secret", ".", ".", run.outputFileName,
-                            prototype, porter::ClassFilter{}, true, run.gzip, environment);
-    outcome.ok = true;
-  } catch (const error::Exception& e) {
-    outcome.failure = e.text();
+std::string source_path(const std::string& relative) {
+  return (std::filesystem::path(TALVIX_SOURCE_DIR) / relative).string();
+}
+
+std::shared_ptr<const server::Database> tricky_database() {
+  return server::load_json_database(source_path("tests/data/pipelined_tricky.json"));
+}
+
+std::shared_ptr<const server::Database> with_fault(std::shared_ptr<const server::Database> inner,
+                                                   std::string victim, ObjectFault fault) {
+  return std::make_shared<FaultyObjectDatabase>(std::move(inner), std::move(victim), fault);
+}
+
+Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t depth,
+                     bool errorIsTerminal) {
+  std::vector<std::string> line = {"talvix-exporter", "-s", "127.0.0.1", "-p",
+                                   std::to_string(port), "-l", "admin", "-P", "secret"};
+  line.insert(line.end(), args.begin(), args.end());
+  if (depth != kSequential) {
+    line.push_back("-o");
+    line.push_back("pipeline=" + std::to_string(depth));
   }
+  std::vector<char*> argv;
+  for (std::string& s : line) argv.push_back(s.data());
+  argv.push_back(nullptr);
+
+  Outcome outcome;
+  std::ostringstream document, errors;
+  outcome.exitCode = porter::run_command_line(
+      static_cast<int>(line.size()), argv.data(),
+      [&](const porter::RunSettings& s) {
+        const porter::XMLExport prototype(ElementKind::Object, porter::export_notices(),
+                                          fixed_clock);
+        porter::ExportEnvironment environment;
+        environment.standardOutput = &document;
+        environment.errorStream = &errors;
+        environment.errorIsTerminal = errorIsTerminal;
+        environment.extra = s.extra;
+        environment.pipelineStats = &outcome.stats;
+        if (s.extra.timeout > 0) environment.connector = timedConnectionFactory(s.extra.timeout);
+        try {
+          porter::export_database(s.server, s.port, s.login, s.password, s.loginDomain,
+                                  s.exportDomain, s.outputFileName, prototype, s.classFilter,
+                                  s.history, s.gzip, environment);
+        } catch (const error::Exception& e) {
+          outcome.failure = e.text();
+          throw;
+        }
+      },
+      errors);
   porter::export_state().err = &std::cerr;
   outcome.document = document.str();
-  outcome.err = err.str();
+  outcome.errors = errors.str();
+
+  // A failed export leaves the elements it opened open, and the XML nesting
+  // depth is the process's: close them so the next run starts at the left.
+  std::ostringstream scratch;
+  porter::CPPOutStream scratchStream(scratch);
+  const porter::XMLExport closer(ElementKind::Object, scratch, fixed_clock);
+  while (porter::XMLExport::depth() > 0) closer.create(ElementKind::Object)->close(scratchStream);
   return outcome;
-}
-
-std::string read_file(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-std::string read_gzip_file(const std::string& path) {
-  gzFile file = gzopen(path.c_str(), "rb");
-  if (file == nullptr) return "";
-  std::string text;
-  char buffer[8192];
-  int n;
-  while ((n = gzread(file, buffer, sizeof buffer)) > 0) text.append(buffer, static_cast<size_t>(n));
-  gzclose(file);
-  return text;
 }
 
 }  // namespace export_test

@@ -1,47 +1,88 @@
-// Runs one export through export_database() against a stand-in server on
-// the loopback interface, as talvix-exporter's main() does, with the error
-// stream and standard output captured.
+// Runs the exporter's command line in-process against a stand-in server on
+// the loopback interface, wired as talvix-exporter's main() does, with the
+// document and the error stream captured; and the databases the in-process
+// export tests run on.
 #ifndef TALVIX_TESTS_SUPPORT_RUN_EXPORT_H_
 #define TALVIX_TESTS_SUPPORT_RUN_EXPORT_H_
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
-#include "porter/export_database.h"
+#include "porter/pipelined_source.h"
 #include "server/database.h"
 
 namespace export_test {
 
-// An export of the whole tree from 127.0.0.1 as admin / secret in domain ".".
-struct ExportRun {
-  uint16_t port = 0;
-  std::string outputFileName;  // empty: the document is captured in `document`
-  bool gzip = false;
-  porter::ExtraSettings extra;
-  bool errorIsTerminal = false;
-  unsigned timeout = 0;  // >0: connect through timedConnectionFactory()
+struct Outcome {
+  int exitCode = -1;
+  std::string document;  // what went to standard output
+  std::string errors;    // everything the run wrote to the error stream
+  std::string failure;   // the text of the exception that ended the export
+  porter::PipelineStats stats;
 };
 
-struct ExportOutcome {
-  bool ok = false;
-  std::string failure;   // the failure's text when !ok
-  std::string document;  // what went to standard output
-  std::string err;       // what went to the error stream
-};
+// No -o pipeline option at all.
+constexpr uint32_t kSequential = 0;
+
+// Runs "talvix-exporter -s 127.0.0.1 -p port -l admin -P secret" with `args`
+// after the login, and -o pipeline=`depth` unless depth is kSequential. The
+// Meta timestamp is always that of 2008-03-01 00:00:00 UTC. Elements a failed
+// export left open are closed afterwards (into a scratch stream), so runs can
+// follow each other in one process.
+Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t depth = kSequential,
+                     bool errorIsTerminal = false);
 
 // A small generated database (7 domains, 21 nodes, 42 checks with 4 history
-// rows each) that a whole export walks; login admin / secret in domain ".".
+// rows each); login admin / secret in domain ".".
 std::shared_ptr<const server::Database> exportable_database();
 
-// Runs `run`; error::Exception failures are caught into the outcome. The
-// Meta timestamp is fixed (1970-01-01), so documents of two runs compare.
-ExportOutcome run_export(const ExportRun& run);
+// The path of `relative` (e.g. "server/sample/sample.json") in the source tree.
+std::string source_path(const std::string& relative);
 
-// The bytes of a file ("" when it cannot be read) and of a gzip file
-// decompressed.
-std::string read_file(const std::string& path);
-std::string read_gzip_file(const std::string& path);
+// tests/data/pipelined_tricky.json, one table of objects for most cases:
+// written objects with history (a series with rows, an empty one, one the
+// server refuses), duplicates, flagged children, a null siblingName, an
+// AlertPathUsage without one, a MIB object outside the MIB selection, a
+// default-ignored class, subdomains, and a MIB section with a duplicate
+// name. Every dropped object has children.
+std::shared_ptr<const server::Database> tricky_database();
+
+// A database passing every question on to `inner`; tests override a part.
+class ForwardingDatabase : public server::Database {
+ public:
+  explicit ForwardingDatabase(std::shared_ptr<const server::Database> inner)
+      : inner_(std::move(inner)) {}
+  std::string rootDomainId() const override { return inner_->rootDomainId(); }
+  std::string mibRootId() const override { return inner_->mibRootId(); }
+  std::shared_ptr<const server::StoredObject> find(const std::string& id) const override {
+    return inner_->find(id);
+  }
+  std::shared_ptr<const server::History> history(const std::string& objectId,
+                                                 const std::string& indexName) const override {
+    return inner_->history(objectId, indexName);
+  }
+  bool checkLogin(const std::string& d, const std::string& u,
+                  const std::string& p) const override {
+    return inner_->checkLogin(d, u, p);
+  }
+
+ protected:
+  std::shared_ptr<const server::Database> inner_;
+};
+
+// What goes wrong with the one object `victim` of a database.
+enum class ObjectFault {
+  kVanishes,       // listed by its parent, but selecting it by its id finds nothing
+  kBadHistory,     // every history series of datatype 12, with a continuous row
+  kOldHistory,     // every history series of datatype 1 (continuousDEPRECATED)
+  kNoSiblingName,  // its siblingName property is missing
+  kNoTreeLabel,    // its treeLabel property is missing
+  kUnrenderable,   // an extra Date property holding a string
+};
+std::shared_ptr<const server::Database> with_fault(std::shared_ptr<const server::Database> inner,
+                                                   std::string victim, ObjectFault fault);
 
 }  // namespace export_test
 
