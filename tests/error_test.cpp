@@ -22,31 +22,18 @@ TEST(ExceptionTest, TextIsMessageAndAddedContext) {
   }
 }
 
-TEST(TqlErrorTest, EmptyMessageFallsBackToServerText) {
+// An empty TQL message falls back to the server's text for the code.
+TEST(ErrorTextTest, ServerAndSystemTexts) {
+  const std::pair<uint32_t, const char*> server[] = {
+      {0, "No error"}, {1, "Specified ID not found in database"}, {2, "Pattern matched nothing"},
+      {4, "Attempted insertion of duplicate value in unique property"},
+      {7, "Requested update of noexistant property"}, {12, "The pattern is not implemented"},
+      {13, "Unknown error"}, {14, "Backend error"}, {15, "Access denied"}, {16, "Unknown error"},
+      {0xFFFFFFFFu, "Unknown error"}};
+  for (const auto& [code, text] : server) EXPECT_EQ(server_error_text(code), text) << code;
   EXPECT_EQ(errors::tql("", 9).message(), "Property updated with illegal type");
   EXPECT_EQ(errors::tql("mine", 9).message(), "mine");
   EXPECT_EQ(errors::tql("", -1).message(), "Unknown error");
-}
-
-TEST(ServerErrorTextTest, KnownCodesAndTheGapsBetween) {
-  const struct {
-    uint32_t code;
-    const char* text;
-  } cases[] = {{0, "No error"},
-               {1, "Specified ID not found in database"},
-               {2, "Pattern matched nothing"},
-               {4, "Attempted insertion of duplicate value in unique property"},
-               {7, "Requested update of noexistant property"},
-               {12, "The pattern is not implemented"},
-               {13, "Unknown error"},
-               {14, "Backend error"},
-               {15, "Access denied"},
-               {16, "Unknown error"},
-               {0xFFFFFFFFu, "Unknown error"}};
-  for (const auto& c : cases) EXPECT_EQ(server_error_text(c.code), c.text) << c.code;
-}
-
-TEST(SystemErrorTextTest, CodeAndErrnoGiveTheSystemText) {
   EXPECT_EQ(system_error_text(2), "No such file or directory");
   errno = 13;
   EXPECT_EQ(last_error_text(), "Permission denied");
