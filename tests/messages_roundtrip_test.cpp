@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -28,14 +27,14 @@ using testing_support::MessageFactory;
 
 // Content octets the filler gives a primitive of each tag. 5 lies inside
 // every integer range of the schema.
-Bytes content_for(TagCode tag) {
+std::string content_for(TagCode tag) {
   switch (tag) {
-    case BE_INTEGER: return {0x05};
-    case BE_BOOLEAN: return {0x01};
-    case BE_ENUMERATED: return {0x02};
-    case BE_REAL: return {0x00, '1', '.', '5'};
-    case BE_NULL: return {};
-    default: return {'a', 'b', 'c'};
+    case BE_INTEGER: return "\x05";
+    case BE_BOOLEAN: return "\x01";
+    case BE_ENUMERATED: return "\x02";
+    case BE_REAL: return std::string("\0" "1.5", 4);
+    case BE_NULL: return "";
+    default: return "abc";
   }
 }
 
@@ -43,34 +42,12 @@ Bytes content_for(TagCode tag) {
 // before NULL so that nullable integers are present, sequences before
 // primitives so that lists of objects get objects.
 std::vector<TagCode> candidate_tags(bool legacy, bool list) {
-  std::vector<TagCode> tags;
-  if (list) tags.push_back(seq_tag(legacy));
-  for (TagCode t : {BE_INTEGER, string_tag(legacy), BE_BOOLEAN, BE_REAL, BE_ENUMERATED,
-                    seq_tag(legacy), set_tag(legacy)}) {
-    tags.push_back(t);
-  }
+  std::vector<TagCode> tags{BE_INTEGER, string_tag(legacy), BE_BOOLEAN, BE_REAL,
+                            BE_ENUMERATED, seq_tag(legacy), set_tag(legacy)};
+  if (list) tags.insert(tags.begin(), seq_tag(legacy));
   for (uint32_t n = 0; n <= 12; ++n) tags.push_back(choice_tag(n, legacy));
   tags.push_back(BE_NULL);
   return tags;
-}
-
-bool is_skipper(const BerValue* v) {
-  return dynamic_cast<const BerPrimitiveSkipper*>(v) != nullptr ||
-         dynamic_cast<const BerConstructedSkipper*>(v) != nullptr;
-}
-
-void fill(BerConstructed& value, bool legacy, int depth);
-
-void feed(BerValue* v, TagCode tag, bool legacy, int depth) {
-  if (auto* p = dynamic_cast<BerPrimitive*>(v)) {
-    Bytes content = content_for(tag);
-    p->readStart(content.size());
-    if (!content.empty()) p->readData(content.data(), content.size());
-    p->readDone();
-  } else if (auto* c = dynamic_cast<BerConstructed*>(v)) {
-    fill(*c, legacy, depth + 1);
-    c->readDone();
-  }
 }
 
 // Drives newChild the way the reader does, probing each position with the
@@ -81,24 +58,35 @@ void fill(BerConstructed& value, bool legacy, int depth) {
   const bool list = value.disposeAfterRead();
   const uint32_t limit = list ? (depth > 3 ? 0 : 2) : 64;
   for (uint32_t index = 0; index < limit; ++index) {
-    bool placed = false;
-    for (TagCode tag : candidate_tags(legacy, list)) {
-      ChildSlot slot;
+    ChildSlot slot;
+    TagCode tag = 0;
+    for (TagCode candidate : candidate_tags(legacy, list)) {
       try {
-        slot = value.newChild(index, tag, legacy);
+        slot = value.newChild(index, candidate, legacy);
+        tag = candidate;
+        break;
       } catch (const EBer&) {
-        continue;
       }
-      if (is_skipper(slot.value)) {
-        ASSERT_LE(value.requiredFields(), index);
-        return;
-      }
-      ASSERT_EQ(tag, slot.value->tag(legacy));
-      feed(slot.value, tag, legacy, depth);
-      placed = true;
-      break;
     }
-    ASSERT_TRUE(placed) << "no tag fits position " << index;
+    ASSERT_NE(slot.value, nullptr) << "no tag fits position " << index;
+    if (dynamic_cast<BerPrimitiveSkipper*>(slot.value) ||
+        dynamic_cast<BerConstructedSkipper*>(slot.value)) {
+      ASSERT_LE(value.requiredFields(), index);  // past the last field
+      return;
+    }
+    ASSERT_EQ(tag, slot.value->tag(legacy));
+    if (auto* c = dynamic_cast<BerConstructed*>(slot.value)) {
+      fill(*c, legacy, depth + 1);
+      c->readDone();
+      continue;
+    }
+    const std::string content = content_for(tag);
+    auto& primitive = dynamic_cast<BerPrimitive&>(*slot.value);
+    primitive.readStart(content.size());
+    if (!content.empty()) {
+      primitive.readData(reinterpret_cast<const uint8_t*>(content.data()), content.size());
+    }
+    primitive.readDone();
   }
 }
 
@@ -107,46 +95,40 @@ struct ClassCase {
   MessageFactory make;
 };
 
-template <class T>
-ClassCase of(const char* name) {
-  return {name, [] { return std::unique_ptr<BerConstructed>(std::make_unique<T>()); }};
-}
-
-#define CLASS(T) of<T>(#T)
+#define CLASS(T) \
+  ClassCase { #T, [] { return std::unique_ptr<BerConstructed>(std::make_unique<T>()); } }
 const ClassCase kClasses[] = {
     // Handshake and session.
     CLASS(ClientWants), CLASS(ServerOffers), CLASS(ClientNoAuth), CLASS(ClientPrivateKey),
-    CLASS(ClientPassword), CLASS(WantsLinkHandshake), CLASS(ServerNoAuth),
-    CLASS(ServerPrivateKey), CLASS(ServerPassword), CLASS(LinkHandshakeInit),
-    CLASS(NegotiateAck), CLASS(NegotiateNack), CLASS(NewSession), CLASS(NewSessionResp),
-    CLASS(ReopenSession), CLASS(EndSession), CLASS(AuthChallenge), CLASS(AuthResponse),
-    CLASS(SporadicBignum), CLASS(GSLNonce), CLASS(GSLSignedNonce),
-    CLASS(DiffieHellmannParameters), CLASS(UpgradeReq), CLASS(UpgradeResp),
+    CLASS(ClientPassword), CLASS(WantsLinkHandshake), CLASS(ServerNoAuth), CLASS(ServerPrivateKey),
+    CLASS(ServerPassword), CLASS(LinkHandshakeInit), CLASS(NegotiateAck), CLASS(NegotiateNack),
+    CLASS(NewSession), CLASS(NewSessionResp), CLASS(ReopenSession), CLASS(EndSession),
+    CLASS(AuthChallenge), CLASS(AuthResponse), CLASS(SporadicBignum), CLASS(GSLNonce),
+    CLASS(GSLSignedNonce), CLASS(DiffieHellmannParameters), CLASS(UpgradeReq), CLASS(UpgradeResp),
     CLASS(ServerTimeReq), CLASS(ServerTimeResp), CLASS(GridMessage), CLASS(GSLKeepAlive),
     CLASS(DowntimeReq), CLASS(DowntimeResp), CLASS(HWScanReq), CLASS(HWScanResp),
     // Envelopes, selects and object requests.
     CLASS(Request), CLASS(Response), CLASS(PathPattern), CLASS(RelativeExpr), CLASS(Object),
     CLASS(SelectReq), CLASS(SelectResp), CLASS(EraseReq), CLASS(EraseResp), CLASS(UpdateReq),
-    CLASS(UpdateResp), CLASS(CreateReq), CLASS(CreateResp), CLASS(ForgetReq),
-    CLASS(ForgetResp), CLASS(CallReq), CLASS(CallResp), CLASS(ErrorResp),
+    CLASS(UpdateResp), CLASS(CreateReq), CLASS(CreateResp), CLASS(ForgetReq), CLASS(ForgetResp),
+    CLASS(CallReq), CLASS(CallResp), CLASS(ErrorResp),
     // Properties.
     CLASS(Property), CLASS(StringProp), CLASS(StringListProp), CLASS(SignedIntProp),
-    CLASS(UnsignedIntProp), CLASS(RealProp), CLASS(BooleanProp), CLASS(NullProp),
-    CLASS(BlobProp), CLASS(UnsignedIntListProp), CLASS(SignedInt64Prop),
-    CLASS(UnsignedInt64Prop), CLASS(BigNumProp), CLASS(LobProp), CLASS(GridPropertyList),
+    CLASS(UnsignedIntProp), CLASS(RealProp), CLASS(BooleanProp), CLASS(NullProp), CLASS(BlobProp),
+    CLASS(UnsignedIntListProp), CLASS(SignedInt64Prop), CLASS(UnsignedInt64Prop), CLASS(BigNumProp),
+    CLASS(LobProp), CLASS(GridPropertyList),
     // History.
     CLASS(GetDataReq), CLASS(GetDataResp), CLASS(PutDataReq), CLASS(PutDataResp),
     CLASS(GetLastDataReq), CLASS(GetLastDataResp), CLASS(DataInterval),
     CLASS(DataIntervalContinuous), CLASS(DataIntervalSawtooth), CLASS(DataIntervalRawElement),
-    CLASS(DataIntervalEnum), CLASS(DataIntervalIncident),
-    CLASS(DataIntervalContinuousDEPRECATED), CLASS(DataIntervalRawDEPRECATED),
-    CLASS(GridDataIntervalList),
+    CLASS(DataIntervalEnum), CLASS(DataIntervalIncident), CLASS(DataIntervalContinuousDEPRECATED),
+    CLASS(DataIntervalRawDEPRECATED), CLASS(GridDataIntervalList),
     // Checks and configuration.
-    CLASS(Check), CLASS(CheckResult), CLASS(CheckDescription), CLASS(CheckGroup),
-    CLASS(CheckConf), CLASS(CheckConfGroup), CLASS(ContinuousConf), CLASS(EnumConf),
-    CLASS(LogConf), CLASS(RealContinuousConf), CLASS(AdvLogConf), CLASS(Rule),
-    CLASS(ActionConf), CLASS(ActionConfGroup), CLASS(HostInfoLine), CLASS(ServerNamePort),
-    CLASS(ConfigureReq), CLASS(ConfigureResp), CLASS(CheckinReq), CLASS(CheckinResp),
+    CLASS(Check), CLASS(CheckResult), CLASS(CheckDescription), CLASS(CheckGroup), CLASS(CheckConf),
+    CLASS(CheckConfGroup), CLASS(ContinuousConf), CLASS(EnumConf), CLASS(LogConf),
+    CLASS(RealContinuousConf), CLASS(AdvLogConf), CLASS(Rule), CLASS(ActionConf),
+    CLASS(ActionConfGroup), CLASS(HostInfoLine), CLASS(ServerNamePort), CLASS(ConfigureReq),
+    CLASS(ConfigureResp), CLASS(CheckinReq), CLASS(CheckinResp),
 };
 #undef CLASS
 
@@ -169,17 +151,14 @@ TEST_P(EveryClass, SurvivesWriteAndRead) {
   }
 
   const Bytes bytes = encode_message(*original, legacy);
-  FactoryProtocol protocol(c.make);
-  auto decoded = decode_messages(bytes, legacy, protocol);
+  auto decoded = decode_messages(bytes, legacy, FactoryProtocol(c.make));
   ASSERT_EQ(1u, decoded.size());
   EXPECT_TRUE(*decoded[0] == *original);
   EXPECT_EQ(bytes, encode_message(*decoded[0], legacy));
-
   auto copy = original->clone();
   EXPECT_EQ(typeid(*original), typeid(*copy));
   EXPECT_EQ(bytes, encode_message(*copy, legacy));
   EXPECT_EQ(bytes, encode_message(*decoded[0]->clone(), legacy));
-
   if (is_top_level(*original)) {
     auto received = decode_messages(bytes, legacy, guiProtocol());
     ASSERT_EQ(1u, received.size());
@@ -195,6 +174,7 @@ INSTANTIATE_TEST_SUITE_P(Messages, EveryClass,
                                   (std::get<1>(info.param) ? "_legacy" : "_current");
                          });
 
+// Every top-level class in one stream, one octet per read.
 TEST(Stream, SplitAfterEveryOctetGivesTheSameMessages) {
   for (bool legacy : {false, true}) {
     std::vector<std::unique_ptr<BerConstructed>> sent;
@@ -207,14 +187,9 @@ TEST(Stream, SplitAfterEveryOctetGivesTheSameMessages) {
       sent.push_back(std::move(message));
     }
     ASSERT_EQ(32u, sent.size());
-    auto whole = decode_messages(stream, legacy, guiProtocol());
     auto split = decode_messages(stream, legacy, guiProtocol(), true);
-    ASSERT_EQ(sent.size(), whole.size()) << legacy;
     ASSERT_EQ(sent.size(), split.size()) << legacy;
-    for (size_t i = 0; i < sent.size(); ++i) {
-      EXPECT_TRUE(*split[i] == *sent[i]) << legacy << " message " << i;
-      EXPECT_TRUE(*whole[i] == *sent[i]) << legacy << " message " << i;
-    }
+    for (size_t i = 0; i < sent.size(); ++i) EXPECT_TRUE(*split[i] == *sent[i]) << i;
   }
 }
 
