@@ -6,6 +6,7 @@
 // variants are cut from it by element id.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -278,7 +279,7 @@ TEST_P(MissingDomain, FailsBeforeOpeningTheOutput) {
   TempDir dir;
   expect_run(exportWith({"-e", path, "-f", "out.xml"}, dir.path()), 1, "",
              "Exporting database" + message);
-  EXPECT_FALSE(e2e::file_exists(dir.file("out.xml")));
+  EXPECT_FALSE(std::filesystem::exists(dir.file("out.xml")));
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, MissingDomain,

@@ -66,10 +66,7 @@ bool reap_until(pid_t pid, int& status, Clock::time_point deadline) {
 RunResult run_process(const std::string& program, const std::vector<std::string>& args,
                       const std::string& workDir, std::chrono::milliseconds limit) {
   int outPipe[2], errPipe[2];
-  if (pipe2(outPipe, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
-  if (pipe2(errPipe, O_CLOEXEC) != 0) {
-    close(outPipe[0]);
-    close(outPipe[1]);
+  if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) {
     throw std::runtime_error("pipe failed");
   }
   std::vector<char*> argv = make_argv(program, args);
@@ -82,27 +79,21 @@ RunResult run_process(const std::string& program, const std::vector<std::string>
   close(outPipe[1]);
   close(errPipe[1]);
 
+  // Both pipes are read until they end (the child and its children are
+  // gone) or the time is up.
   pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
   std::string* sinks[2] = {&result.out, &result.err};
-  int openFds = 2;
-  while (openFds > 0 && !result.timedOut) {
+  while ((fds[0].fd >= 0 || fds[1].fd >= 0) && !result.timedOut) {
     const int ready = poll(fds, 2, remaining_ms(deadline));
-    if (ready < 0 && errno == EINTR) continue;
-    if (ready <= 0) {
-      result.timedOut = Clock::now() >= deadline;
-      if (ready < 0) break;
-      continue;
-    }
-    for (int i = 0; i < 2; ++i) {
+    result.timedOut = ready == 0 || (ready < 0 && errno != EINTR);
+    for (int i = 0; i < 2 && ready > 0; ++i) {
       if (fds[i].fd < 0 || fds[i].revents == 0) continue;
       char buffer[65536];
       const ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
-      if (n > 0) {
-        sinks[i]->append(buffer, static_cast<size_t>(n));
-      } else if (n == 0 || errno != EINTR) {
+      if (n > 0) sinks[i]->append(buffer, static_cast<size_t>(n));
+      if (n == 0 || (n < 0 && errno != EINTR)) {
         close(fds[i].fd);
         fds[i].fd = -1;
-        --openFds;
       }
     }
   }
@@ -116,11 +107,8 @@ RunResult run_process(const std::string& program, const std::vector<std::string>
     waitpid(pid, &status, 0);
   }
   result.ended = std::time(nullptr);
-  if (WIFEXITED(status)) {
-    result.exitCode = WEXITSTATUS(status);
-  } else if (WIFSIGNALED(status)) {
-    result.signal = WTERMSIG(status);
-  }
+  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   return result;
 }
 
@@ -198,9 +186,7 @@ uint16_t unused_loopback_port() {
 }
 
 TempDir::TempDir() {
-  const char* base = std::getenv("TMPDIR");
-  std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") +
-                        "/talvix-e2e-XXXXXX";
+  std::string pattern = (std::filesystem::temp_directory_path() / "talvix-e2e-XXXXXX").string();
   if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
   path_ = pattern;
 }
@@ -223,8 +209,6 @@ void write_file(const std::string& path, const std::string& contents) {
   out << contents;
   if (!out.flush()) throw std::runtime_error("cannot write " + path);
 }
-
-bool file_exists(const std::string& path) { return std::filesystem::exists(path); }
 
 std::string read_gzip_file(const std::string& path) {
   gzFile f = gzopen(path.c_str(), "rb");

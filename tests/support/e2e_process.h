@@ -75,7 +75,6 @@ class TempDir {
 // cannot be read, read_gzip_file when it is not a complete gzip stream.
 std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& contents);
-bool file_exists(const std::string& path);
 std::string read_gzip_file(const std::string& path);
 
 }  // namespace e2e

@@ -7,31 +7,35 @@
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 
 namespace testsupport {
 
 namespace {
 
-long long now_ms() {
-  timespec t;
-  clock_gettime(CLOCK_MONOTONIC, &t);
-  return static_cast<long long>(t.tv_sec) * 1000 + t.tv_nsec / 1000000;
-}
+using Clock = std::chrono::steady_clock;
 
 // Polls `fd` for input until `deadline`; true when it is readable (or hung up).
-bool wait_readable(int fd, long long deadline) {
+bool wait_readable(int fd, Clock::time_point deadline) {
   for (;;) {
-    long long left = deadline - now_ms();
-    if (left < 0) left = 0;
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
     pollfd p{fd, POLLIN, 0};
-    const int n = ::poll(&p, 1, static_cast<int>(left));
+    const int n = ::poll(&p, 1, static_cast<int>(std::max<long long>(left.count(), 0)));
     if (n >= 0 || errno != EINTR) return n > 0;
   }
+}
+
+// Appends one read of `fd` to `text`: 1 when something came, 0 at the end
+// (or on a failure), -1 when the read is to be tried again.
+int read_once(int fd, std::string& text) {
+  char chunk[512];
+  const ssize_t n = ::read(fd, chunk, sizeof chunk);
+  if (n > 0) text.append(chunk, static_cast<size_t>(n));
+  return n > 0 ? 1 : (n < 0 && (errno == EAGAIN || errno == EINTR)) ? -1 : 0;
 }
 
 // A child's failure before its body, in one write (shorter than a pipe's
@@ -46,7 +50,6 @@ bool wait_readable(int fd, long long deadline) {
 termios plain_terminal_mode() {
   termios mode{};
   mode.c_iflag = ICRNL | IXON;
-  mode.c_oflag = 0;
   mode.c_cflag = CS8 | CREAD | CLOCAL;
   mode.c_lflag = ISIG | ICANON | ECHO | ECHOE | ECHOK | IEXTEN;
   mode.c_cc[VINTR] = 003;
@@ -55,7 +58,6 @@ termios plain_terminal_mode() {
   mode.c_cc[VKILL] = 025;
   mode.c_cc[VEOF] = 004;
   mode.c_cc[VMIN] = 1;
-  mode.c_cc[VTIME] = 0;
   cfsetispeed(&mode, B38400);
   cfsetospeed(&mode, B38400);
   return mode;
@@ -63,18 +65,13 @@ termios plain_terminal_mode() {
 
 std::unique_ptr<PtyChild> PtyChild::start(const termios& mode, Body body,
                                           bool controllingTerminal) {
-  int master = -1, slave = -1;
+  int master = -1, slave = -1, pipeFds[2];
   termios initial = mode;
   if (::openpty(&master, &slave, nullptr, &initial, nullptr) != 0) return nullptr;
-  int pipeFds[2];
-  if (::pipe(pipeFds) != 0) {
-    ::close(master);
-    ::close(slave);
-    return nullptr;
-  }
-  pid_t pid = ::fork();
+  const pid_t pid = ::pipe(pipeFds) == 0 ? ::fork() : -2;
   if (pid < 0) {
-    for (int fd : {master, slave, pipeFds[0], pipeFds[1]}) ::close(fd);
+    for (int fd : {master, slave}) ::close(fd);
+    if (pid == -1) for (int fd : pipeFds) ::close(fd);
     return nullptr;
   }
   if (pid == 0) {
@@ -95,9 +92,7 @@ std::unique_ptr<PtyChild> PtyChild::start(const termios& mode, Body body,
 
 PtyChild::~PtyChild() {
   kill_and_reap();
-  ::close(master_);
-  ::close(slave_);
-  if (report_ >= 0) ::close(report_);
+  for (int fd : {master_, slave_, report_}) ::close(fd);
 }
 
 void PtyChild::kill_and_reap() {
@@ -108,35 +103,15 @@ void PtyChild::kill_and_reap() {
   pid_ = -1;
 }
 
-namespace {
-
-// Appends what the master delivers until `done` holds or `deadline` passes;
-// false when the deadline passed or the master failed first.
-template <typename Done>
-bool read_master(int master, std::string& output, long long deadline, Done done) {
-  while (!done()) {
-    if (!wait_readable(master, deadline)) return false;
-    char chunk[512];
-    ssize_t n = ::read(master, chunk, sizeof chunk);
-    if (n > 0) {
-      output.append(chunk, static_cast<size_t>(n));
-    } else if (n == 0 || (errno != EAGAIN && errno != EINTR)) {
-      return false;
-    }
+bool PtyChild::read_until(const std::string& text, int timeoutMs) {
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+  while (output_.find(text) == std::string::npos) {
+    if (!wait_readable(master_, deadline) || read_once(master_, output_) == 0) return false;
   }
   return true;
 }
 
-}  // namespace
-
-bool PtyChild::read_until(const std::string& text, int timeoutMs) {
-  return read_master(master_, output_, now_ms() + timeoutMs,
-                     [&] { return output_.find(text) != std::string::npos; });
-}
-
-void PtyChild::drain(int timeoutMs) {
-  read_master(master_, output_, now_ms() + timeoutMs, [] { return false; });
-}
+void PtyChild::drain(int timeoutMs) { read_until(std::string(1, '\0') + "never", timeoutMs); }
 
 bool PtyChild::type(const std::string& bytes) {
   return ::write(master_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
@@ -149,31 +124,21 @@ std::optional<termios> PtyChild::mode() const {
 }
 
 std::optional<std::string> PtyChild::report(int timeoutMs) {
-  const long long deadline = now_ms() + timeoutMs;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
   std::string text;
-  for (;;) {
+  int got = -1;
+  while (got != 0) {
     // The terminal is read meanwhile, so a child that writes much to it
     // never blocks on a full terminal buffer.
     drain(0);
-    const long long now = now_ms();
-    if (now >= deadline) {
-      kill_and_reap();
-      return std::nullopt;
-    }
-    if (!wait_readable(report_, std::min(deadline, now + 20))) continue;
-    char chunk[512];
-    ssize_t n = ::read(report_, chunk, sizeof chunk);
-    if (n > 0) {
-      text.append(chunk, static_cast<size_t>(n));
-    } else if (n == 0) {
-      break;
-    } else if (errno != EINTR) {
-      kill_and_reap();
-      return std::nullopt;
+    if (Clock::now() >= deadline) break;
+    if (wait_readable(report_, std::min(deadline, Clock::now() + std::chrono::milliseconds(20)))) {
+      got = read_once(report_, text);
     }
   }
   // The pipe closes when the child exits; kill_and_reap() only reaps then.
   kill_and_reap();
+  if (got != 0) return std::nullopt;
   return text;
 }
 
