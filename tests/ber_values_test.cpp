@@ -6,8 +6,8 @@
 
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -60,17 +60,15 @@ void decode(BerPrimitive& value, const std::string& content) {
   value.readDone();
 }
 
-std::string show(int64_t v) { return std::to_string(v); }
-std::string show(uint64_t v) { return std::to_string(v); }
-std::string show(int32_t v) { return std::to_string(v); }
-std::string show(uint32_t v) { return std::to_string(v); }
-std::string show(const std::string& v) { return v; }
-std::string show(bool v) { return v ? "true" : "false"; }
-std::string show(const BigNum& v) { return bn_to_string(v); }
-std::string show(double v) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%g", v);
-  return text;
+template <class T>
+std::string show(const T& v) {
+  if constexpr (std::is_same_v<T, BigNum>) {
+    return bn_to_string(v);
+  } else {
+    std::ostringstream out;
+    out << std::boolalpha << v;
+    return out.str();
+  }
 }
 
 // What `content` decodes to through a V bound to a T (which starts out
@@ -179,8 +177,6 @@ TEST(BerPrimitiveTest, Decoding) {
       {read_int<int32_t>(""), "0"},
       {read_int<int32_t>("FF"), "-1"},
       {read_int<uint32_t>("FF"), "255"},
-      {read_int<int64_t>("FF"), "-1"},
-      {read_int<uint64_t>("FF"), "255"},
       {read_int<int32_t>("00 00 00 01"), "1"},
       {read_int<uint64_t>("00 80 00 00 00 00 00 00 01"), "9223372036854775809"},
       {read_int<int32_t>("00 00 00 00 01"), "Data value exceeds maximum allowed length 5 > 4"},
@@ -244,34 +240,29 @@ TEST(BerPrimitiveTest, LongestAcceptedValuesGoOutAgainUnchanged) {
 
 // ---- tags and lengths -------------------------------------------------------
 
-TEST(BerTagTest, IdentifierAndLengthOctets) {
-  const struct {
-    TagCode tag;
-    const char* encoded;
-  } tags[] = {{BE_BOOLEAN, "01"},         {BE_STRING_LEGACY, "16"},     {BE_SEQ_CURRENT, "30"},
-              {BE_SET_LEGACY, "21"},      {choice_tag(5, false), "A5"}, {choice_tag(5, true), "65"},
-              {243, "7E"},                {251, "7F 1F"},               {259, "7F 20"},
-              {(1000 << 3) | 3, "7F 87 68"}};
-  for (const auto& c : tags) {
-    ByteSink sink;
-    write_tag(sink, c.tag);
-    EXPECT_EQ(to_hex(sink.bytes), c.encoded) << c.tag;
-  }
-  const struct {
-    size_t length;
-    const char* encoded;
-  } lengths[] = {{0, "00"},         {127, "7F"},         {128, "81 80"},
-                 {255, "81 FF"},    {256, "82 01 00"},   {65536, "83 01 00 00"},
-                 {0x1000000, "84 01 00 00 00"},          {0xFFFFFFFFu, "84 FF FF FF FF"}};
-  for (const auto& c : lengths) {
-    ByteSink sink;
-    write_length(sink, c.length);
-    EXPECT_EQ(to_hex(sink.bytes), c.encoded) << c.length;
-  }
+template <class F>
+std::string written(F&& write) {
   ByteSink sink;
-  write_indefinite(sink);
-  write_end_of_contents(sink);
-  EXPECT_EQ(to_hex(sink.bytes), "80 00 00");
+  write(sink);
+  return to_hex(sink.bytes);
+}
+
+TEST(BerTagTest, IdentifierAndLengthOctets) {
+  auto tag = [](TagCode t) { return written([&](ByteSink& s) { write_tag(s, t); }); };
+  auto length = [](size_t n) { return written([&](ByteSink& s) { write_length(s, n); }); };
+  const struct {
+    std::string got;
+    const char* want;
+  } cases[] = {
+      {tag(BE_BOOLEAN), "01"}, {tag(BE_STRING_LEGACY), "16"}, {tag(BE_SEQ_CURRENT), "30"},
+      {tag(BE_SET_LEGACY), "21"}, {tag(choice_tag(5, false)), "A5"}, {tag(choice_tag(5, true)), "65"},
+      {tag(243), "7E"}, {tag(251), "7F 1F"}, {tag(259), "7F 20"}, {tag((1000 << 3) | 3), "7F 87 68"},
+      {length(0), "00"}, {length(127), "7F"}, {length(128), "81 80"}, {length(255), "81 FF"},
+      {length(256), "82 01 00"}, {length(65536), "83 01 00 00"}, {length(0x1000000), "84 01 00 00 00"},
+      {length(0xFFFFFFFFu), "84 FF FF FF FF"},
+      {written([](ByteSink& s) { write_indefinite(s), write_end_of_contents(s); }), "80 00 00"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.got, c.want);
 }
 
 // ---- comparisons, clones, skippers ------------------------------------------
