@@ -139,8 +139,7 @@ TEST(CompareTest, OrderByLimbCountThenFromTop) {
                                          pow2(32) + BigNum(1), pow2(33), pow2(63) + pow2(31), pow2(64)};
   for (size_t i = 0; i < ascending.size(); ++i) {
     for (size_t j = 0; j < ascending.size(); ++j) {
-      const BigNum& a = ascending[i];
-      const BigNum& b = ascending[j];
+      const BigNum &a = ascending[i], &b = ascending[j];
       EXPECT_EQ((std::vector<bool>{a == b, a != b, a < b, a > b}), (std::vector<bool>{i == j, i != j, i < j, i > j}))
           << i << " " << j;
     }
