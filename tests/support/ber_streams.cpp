@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
@@ -11,14 +10,14 @@
 namespace testing_support {
 
 Bytes from_hex(const std::string& text) {
-  Bytes bytes;
   std::string digits;
   for (char c : text) {
-    if (std::isspace(static_cast<unsigned char>(c))) continue;
-    if (!std::isxdigit(static_cast<unsigned char>(c))) throw std::invalid_argument("bad hex: " + text);
-    digits += c;
+    if (!std::isspace(static_cast<unsigned char>(c))) digits += c;
   }
-  if (digits.size() % 2 != 0) throw std::invalid_argument("odd hex: " + text);
+  if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos) {
+    throw std::invalid_argument("bad hex: " + text);
+  }
+  Bytes bytes;
   for (size_t i = 0; i < digits.size(); i += 2) {
     bytes.push_back(static_cast<uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
   }
@@ -26,12 +25,10 @@ Bytes from_hex(const std::string& text) {
 }
 
 std::string to_hex(const Bytes& bytes) {
+  static const char kDigits[] = "0123456789ABCDEF";
   std::string text;
-  char octet[4];
   for (uint8_t b : bytes) {
-    std::snprintf(octet, sizeof octet, "%02X", b);
-    if (!text.empty()) text += ' ';
-    text += octet;
+    text += std::string(text.empty() ? "" : " ") + kDigits[b >> 4] + kDigits[b & 15];
   }
   return text;
 }

@@ -19,19 +19,18 @@ const char kLegacyMarker[] = "60 80 02 02 01 00 61 80 16 00 16 00 16 00 01 01 00
 // real ClientWants and everything else through `inner`.
 class MarkerProtocol : public protocol::BerProtocol {
  public:
-  explicit MarkerProtocol(const protocol::BerProtocol& inner) : inner_(inner) {}
+  MarkerProtocol(const protocol::BerProtocol& inner, bool legacy)
+      : inner_(inner), marker_(legacy) {}
   std::unique_ptr<protocol::BerConstructed> makeMessage(protocol::TagCode tag,
                                                         bool legacy) const override {
-    if (!markerSeen_) {
-      markerSeen_ = true;
-      return protocol::guiProtocol().makeMessage(tag, legacy);
-    }
-    return inner_.makeMessage(tag, legacy);
+    const bool marker = marker_;
+    marker_ = false;
+    return (marker ? protocol::guiProtocol() : inner_).makeMessage(tag, legacy);
   }
 
  private:
   const protocol::BerProtocol& inner_;
-  mutable bool markerSeen_ = false;
+  mutable bool marker_;
 };
 
 }  // namespace
@@ -44,22 +43,12 @@ Bytes encode_message(const protocol::BerValue& message, bool legacy) {
 
 MessageList decode_messages(const Bytes& bytes, bool legacy, const protocol::BerProtocol& protocol,
                             bool octetwise) {
-  Bytes input = bytes;
-  if (legacy) {
-    input = from_hex(kLegacyMarker);
-    input.insert(input.end(), bytes.begin(), bytes.end());
-  }
+  Bytes input = legacy ? from_hex(kLegacyMarker) : Bytes{};
+  input.insert(input.end(), bytes.begin(), bytes.end());
   auto stream = std::make_unique<ScriptedStream>();
-  if (octetwise) {
-    stream->octets(input);
-  } else {
-    stream->chunk(input);
-  }
-  ScriptedStream* script = stream.get();
-  MarkerProtocol marked(protocol);
-  old_protocol::BerReader reader(legacy ? static_cast<const protocol::BerProtocol&>(marked)
-                                        : protocol,
-                                 std::move(stream));
+  ScriptedStream* script = octetwise ? &stream->octets(input) : &stream->chunk(input);
+  MarkerProtocol marked(protocol, legacy);
+  old_protocol::BerReader reader(marked, std::move(stream));
   while (script->readable()) reader.readSome(false);
   MessageList messages;
   while (auto m = reader.takeMessage()) messages.push_back(std::move(m));
