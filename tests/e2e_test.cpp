@@ -269,49 +269,36 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<VariantCase>& info) { return info.param.name; });
 
 // Export domains that are not there: nothing is written, not even a file.
-class MissingDomain : public TypesExport, public ::testing::WithParamInterface<const char*> {};
-
-TEST_P(MissingDomain, FailsBeforeOpeningTheOutput) {
-  const std::string path = GetParam();
-  const std::string message = "Error\nDomain \"" + path + "\" does not exist.\n";
-  expect_run(exportWith({"-e", path}), 1, "", message);
-
-  TempDir dir;
-  expect_run(exportWith({"-e", path, "-f", "out.xml"}, dir.path()), 1, "",
-             "Exporting database" + message);
-  EXPECT_FALSE(std::filesystem::exists(dir.file("out.xml")));
+TEST_F(TypesExport, MissingDomainFailsBeforeOpeningTheOutput) {
+  for (const std::string path : {"X", "east.nowhere", "nowhere.lab", "lab"}) {
+    SCOPED_TRACE(path);
+    const std::string message = "Error\nDomain \"" + path + "\" does not exist.\n";
+    expect_run(exportWith({"-e", path}), 1, "", message);
+    TempDir dir;
+    expect_run(exportWith({"-e", path, "-f", "out.xml"}, dir.path()), 1, "",
+               "Exporting database" + message);
+    EXPECT_FALSE(std::filesystem::exists(dir.file("out.xml")));
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Paths, MissingDomain,
-                         ::testing::Values("X", "east.nowhere", "nowhere.lab", "lab"));
-
-// A refused login leaves an existing output file as it was.
-struct LoginCase {
-  const char* name;
-  std::vector<std::string> args;  // instead of the usual login
-};
-void PrintTo(const LoginCase& c, std::ostream* os) { *os << c.name; }
-
-class RefusedLogin : public TypesExport, public ::testing::WithParamInterface<LoginCase> {};
-
-TEST_P(RefusedLogin, LeavesTheOutputFileUntouched) {
-  TempDir dir;
-  const std::string before = "<previous export/>\n";
-  e2e::write_file(dir.file("out.xml"), before);
-  const std::vector<std::string> args = concat(
-      {"-s", "localhost", "-p", std::to_string(server_->port()), "-f", "out.xml"},
-      GetParam().args);
-  expect_run(run_exporter(args, dir.path()), 1, "",
-             "Exporting databaseFailed connecting to server localhost\nWrong username / password\n");
-  EXPECT_EQ(e2e::read_file(dir.file("out.xml")), before);
+// A refused login (wrong password, unknown user, wrong login domain) leaves
+// an existing output file as it was.
+TEST_F(TypesExport, RefusedLoginLeavesTheOutputFileUntouched) {
+  const std::vector<std::string> logins[] = {{"-l", "admin", "-P", "Secret"},
+                                             {"-l", "root", "-P", "secret"},
+                                             {"-l", "admin", "-P", "secret", "-d", "east"}};
+  for (const std::vector<std::string>& login : logins) {
+    SCOPED_TRACE(login[1] + " " + login[3]);
+    TempDir dir;
+    const std::string before = "<previous export/>\n";
+    e2e::write_file(dir.file("out.xml"), before);
+    expect_run(run_exporter(concat({"-s", "localhost", "-p", std::to_string(server_->port()),
+                                    "-f", "out.xml"}, login), dir.path()),
+               1, "",
+               "Exporting databaseFailed connecting to server localhost\nWrong username / password\n");
+    EXPECT_EQ(e2e::read_file(dir.file("out.xml")), before);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Credentials, RefusedLogin,
-    ::testing::Values(LoginCase{"WrongPassword", {"-l", "admin", "-P", "Secret"}},
-                      LoginCase{"UnknownUser", {"-l", "root", "-P", "secret"}},
-                      LoginCase{"WrongLoginDomain", {"-l", "admin", "-P", "secret", "-d", "east"}}),
-    [](const ::testing::TestParamInfo<LoginCase>& info) { return info.param.name; });
 
 TEST(Unreachable, ConnectionRefused) {
   const uint16_t port = e2e::unused_loopback_port();

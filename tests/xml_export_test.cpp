@@ -21,22 +21,30 @@ namespace {
 using porter::XMLExport;
 using PropertyPtr = std::unique_ptr<protocol::Property>;
 
+using Make = std::function<PropertyPtr()>;
+
+// A property whose value is of `ValueClass` whatever its type says.
 template <class ValueClass, class T>
-PropertyPtr make_property(uint32_t type, T value, const std::string& name = "p") {
-  auto p = std::make_unique<protocol::Property>();
-  p->name = name;
-  p->type = type;
-  auto data = std::make_unique<ValueClass>();
-  data->value = std::move(value);
-  p->data = std::move(data);
-  return p;
+Make raw(uint32_t type, T value, std::string name = "p") {
+  return [=] {
+    auto p = std::make_unique<protocol::Property>();
+    p->name = name;
+    p->type = type;
+    auto data = std::make_unique<ValueClass>();
+    data->value = value;
+    p->data = std::move(data);
+    return p;
+  };
 }
 
+// A property encoded as the server encodes one of `type`.
 template <class T>
-PropertyPtr encoded(uint32_t type, T value, const std::string& name = "p") {
-  auto p = std::make_unique<protocol::Property>();
-  tql::encode(*p, name, type, value);
-  return p;
+Make encoded(uint32_t type, T value, std::string name = "p") {
+  return [=] {
+    auto p = std::make_unique<protocol::Property>();
+    tql::encode(*p, name, type, value);
+    return p;
+  };
 }
 
 // The text of the error::Exception `action` throws, or "no exception".
@@ -82,34 +90,26 @@ TEST(XMLAttributeTest, NamesEndAtMaskAndUnknownIdsFail) {
 }
 
 // Values the stand-in server cannot send or the documents do not show.
-struct RenderCase {
-  const char* label;
-  std::function<PropertyPtr()> make;
-  const char* type;
-  const char* value;
-};
-
 TEST(XMLPropertyTest, RendersEdgeValues) {
   const uint8_t twoTo64[] = {1, 0, 0, 0, 0, 0, 0, 0, 0};
   BigNum big;
   bn_set_data(big, twoTo64, sizeof twoTo64);
-  const RenderCase cases[] = {
-      {"nan", [] { return make_property<protocol::RealProp>(4, std::nan("")); }, "Real", "nan"},
-      {"index", [] { return encoded(10, 7u); }, "Index", "7"},
-      {"empty last list item", [] { return encoded(11, std::vector<std::string>{"x y", ""}); },
-       "StringList", "x y,"},
-      {"empty gid list",
-       [] { return make_property<protocol::UnsignedIntListProp>(14, std::vector<uint32_t>{}); },
-       "GidList", ""},
-      {"blob with nul", [] { return make_property<protocol::BlobProp>(12, std::string("\xFF\0a", 3)); },
-       "Blob", "/wBh"},
-      {"bignum 2^64", [&] { return encoded(18, big); }, "BigNum", "18446744073709551616"},
-      {"signed enumeration", [] { return encoded(0x10009, 0xFFFFFFFFu); }, "Enumeration(9)", "-1"},
-      {"largest enumeration", [] { return encoded(0xBFFFF, 0u); },
-       "Const Computed Enumeration(65535)", "0"},
+  const struct {
+    Make make;
+    const char* type;
+    const char* value;
+  } cases[] = {
+      {raw<protocol::RealProp>(4, std::nan("")), "Real", "nan"},
+      {encoded(10, 7u), "Index", "7"},
+      {encoded(11, std::vector<std::string>{"x y", ""}), "StringList", "x y,"},
+      {raw<protocol::UnsignedIntListProp>(14, std::vector<uint32_t>{}), "GidList", ""},
+      {raw<protocol::BlobProp>(12, std::string("\xFF\0a", 3)), "Blob", "/wBh"},
+      {encoded(18, big), "BigNum", "18446744073709551616"},
+      {encoded(0x10009, 0xFFFFFFFFu), "Enumeration(9)", "-1"},
+      {encoded(0xBFFFF, 0u), "Const Computed Enumeration(65535)", "0"},
   };
-  for (const RenderCase& c : cases) {
-    SCOPED_TRACE(c.label);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.type);
     std::ostringstream err;
     XMLExport e(ElementKind::Property, err);
     PropertyPtr p = c.make();
@@ -120,47 +120,26 @@ TEST(XMLPropertyTest, RendersEdgeValues) {
   }
 }
 
-struct FailureCase {
-  const char* label;
-  std::function<PropertyPtr()> make;
-  const char* message;
-};
-
 TEST(XMLPropertyTest, UnrenderablePropertiesFailWithTheirMessage) {
-  const FailureCase cases[] = {
-      {"code 0", [] { return make_property<protocol::StringProp>(0, std::string("x")); },
-       "Unknown property 0 :  = "},
-      {"64-bit integer", [] { return make_property<protocol::SignedInt64Prop>(17, int64_t{5}); },
-       "Unknown property 17 :  = "},
-      {"code 20", [] { return make_property<protocol::StringProp>(20, std::string("x")); },
-       "Unknown property 20 :  = "},
-      {"flags kept in the text",
-       [] { return make_property<protocol::StringProp>(0xA0010, std::string("x")); },
+  const std::pair<Make, const char*> cases[] = {
+      {raw<protocol::StringProp>(0, std::string("x")), "Unknown property 0 :  = "},
+      {raw<protocol::SignedInt64Prop>(17, int64_t{5}), "Unknown property 17 :  = "},
+      {raw<protocol::StringProp>(20, std::string("x")), "Unknown property 20 :  = "},
+      {raw<protocol::StringProp>(0xA0010, std::string("x")),
        "Unknown property 655376 : Const Computed  = "},
-      {"empty name", [] { return encoded(6, "x", ""); }, "Property resolved empty name"},
-      {"empty enumeration name", [] { return encoded(0x10001, 1u, ""); },
-       "Property resolved empty name"},
-      {"null integer",
-       [] {
-         auto p = std::make_unique<protocol::Property>();
-         tql::encode(*p, "count", 3);
-         return p;
-       },
+      {encoded(6, "x", ""), "Property resolved empty name"},
+      {encoded(0x10001, 1u, ""), "Property resolved empty name"},
+      {[] { auto p = std::make_unique<protocol::Property>(); tql::encode(*p, "count", 3); return p; },
        "Null given for integer property: count"},
-      {"string of another class", [] { return make_property<protocol::SignedIntProp>(6, 4, "s"); },
-       "Null given for string property: s"},
-      {"real of another class",
-       [] { return make_property<protocol::StringProp>(4, std::string("1"), "r"); },
-       "Null given for real property: r"},
-      {"enumeration of another class",
-       [] { return make_property<protocol::SignedIntProp>(0x10002, 1, "e"); },
-       "Null given for unsigned property: e"},
+      {raw<protocol::SignedIntProp>(6, 4, "s"), "Null given for string property: s"},
+      {raw<protocol::StringProp>(4, std::string("1"), "r"), "Null given for real property: r"},
+      {raw<protocol::SignedIntProp>(0x10002, 1, "e"), "Null given for unsigned property: e"},
   };
-  for (const FailureCase& c : cases) {
-    SCOPED_TRACE(c.label);
+  for (const auto& [make, message] : cases) {
+    SCOPED_TRACE(message);
     XMLExport e(ElementKind::Property);
-    PropertyPtr p = c.make();
-    EXPECT_EQ(failure_of([&] { e.addProperty(*p); }), c.message);
+    PropertyPtr p = make();
+    EXPECT_EQ(failure_of([&] { e.addProperty(*p); }), message);
     EXPECT_TRUE(e.attributes.empty());
   }
 }
