@@ -125,6 +125,7 @@ TEST(BerIntegerTest, EncodesMinimallyAndDecodesBackInAllWidths) {
 // ---- every primitive: literal encodings and write failures ------------------
 
 TEST(BerPrimitiveTest, Encodings) {
+  auto real = [](double v) { return write<BerReal>(v, BE_REAL); };
   std::string text = "abcd";
   BerString large(1000, BE_STRING_CURRENT);
   large.set_value(std::string(300, 'x'));
@@ -137,22 +138,17 @@ TEST(BerPrimitiveTest, Encodings) {
       {write<BerUInt32>(0u, 1u, 65535u, BE_INTEGER),
        "data out of range in BerIntegerTemplate<unsigned int>::write 1 <= 0 <= 65535"},
       // Enumerations: zero has no content, negatives take four octets.
-      {write<Severity>(0), "0A 00"},
-      {write<Severity>(128), "0A 02 00 80"},
+      {write<Severity>(0), "0A 00"}, {write<Severity>(128), "0A 02 00 80"},
       {write<Severity>(0x8000), "0A 03 00 80 00"},
       {write<Severity>(INT32_MAX), "0A 04 7F FF FF FF"},
       {write<Severity>(-128), "0A 04 FF FF FF 80"},
       // Reals: zero empty, special values one octet, others as text.
-      {write<BerReal>(0.0, BE_REAL), "09 00"},
-      {write<BerReal>(-0.0, BE_REAL), "09 00"},
-      {write<BerReal>(std::nan(""), BE_REAL), "09 01 60"},
-      {write<BerReal>(kInf, BE_REAL), "09 01 40"},
-      {write<BerReal>(-kInf, BE_REAL), "09 01 41"},
-      {write<BerReal>(1.5, BE_REAL), "09 0D 00 31 2E 35 30 30 30 30 30 65 2B 30 30"},
-      {write<BerReal>(-0.002, BE_REAL), "09 0E 00 2D 32 2E 30 30 30 30 30 30 65 2D 30 33"},
+      {real(0.0), "09 00"}, {real(-0.0), "09 00"}, {real(std::nan("")), "09 01 60"},
+      {real(kInf), "09 01 40"}, {real(-kInf), "09 01 41"},
+      {real(1.5), "09 0D 00 31 2E 35 30 30 30 30 30 65 2B 30 30"},
+      {real(-0.002), "09 0E 00 2D 32 2E 30 30 30 30 30 30 65 2D 30 33"},
       {write<BerBoolean>(true, BE_BOOLEAN), "01 01 01"},
-      {write<BerBoolean>(false, BE_BOOLEAN), "01 01 00"},
-      {encode(BerNull(BE_NULL, true)), "05 00"},
+      {write<BerBoolean>(false, BE_BOOLEAN), "01 01 00"}, {encode(BerNull(BE_NULL, true)), "05 00"},
       {write<BerString>(std::string("abcd"), 4, BE_STRING_CURRENT), "04 04 61 62 63 64"},
       {encode(BerString(text, 4, BE_STRING_LEGACY), true), "16 04 61 62 63 64"},
       {write<BerString>(std::string("abcde"), 4, BE_STRING_CURRENT),
@@ -169,15 +165,16 @@ TEST(BerPrimitiveTest, Encodings) {
 // ---- every primitive: decoding and read failures ----------------------------
 
 TEST(BerPrimitiveTest, Decoding) {
+  auto real = [](const std::string& hex) { return read<BerReal, double>(hex, BE_REAL); };
+  auto boolean = [](const std::string& hex) { return read<BerBoolean, bool>(hex, BE_BOOLEAN); };
+  auto big = [](const std::string& hex) { return read<BerBigNum, BigNum>(hex, BE_INTEGER); };
   const struct {
     std::string got;
     const char* want;
   } cases[] = {
       // No content is zero; signedness decides how FF reads.
-      {read_int<int32_t>(""), "0"},
-      {read_int<int32_t>("FF"), "-1"},
-      {read_int<uint32_t>("FF"), "255"},
-      {read_int<int32_t>("00 00 00 01"), "1"},
+      {read_int<int32_t>(""), "0"}, {read_int<int32_t>("FF"), "-1"},
+      {read_int<uint32_t>("FF"), "255"}, {read_int<int32_t>("00 00 00 01"), "1"},
       {read_int<uint64_t>("00 80 00 00 00 00 00 00 01"), "9223372036854775809"},
       {read_int<int32_t>("00 00 00 00 01"), "Data value exceeds maximum allowed length 5 > 4"},
       {read_int<uint32_t>("00 00 00 00 00 01"), "Data value exceeds maximum allowed length 6 > 5"},
@@ -191,30 +188,21 @@ TEST(BerPrimitiveTest, Decoding) {
        "data out of range in BerIntegerTemplate<__int64>::readDone -5 <= 0 <= -1"},
       {read_int<uint64_t>("0B", 0, 10),
        "data out of range in BerIntegerTemplate<unsigned __int64>::readDone 0 <= 11 <= 10"},
-      {read<CheckStatus, int32_t>("FF FF FF 80"), "-128"},
-      {read<RelOperator, int32_t>("FF"), "-1"},
+      {read<CheckStatus, int32_t>("FF FF FF 80"), "-128"}, {read<RelOperator, int32_t>("FF"), "-1"},
       {read<CheckStatus, int32_t>(""), "0"},
       {read<RelOperator, int32_t>("00 00 00 00 01"), "Data value exceeds maximum allowed length 5 > 4"},
-      {read<BerReal, double>("60", BE_REAL), "0"},
-      {read<BerReal, double>("40", BE_REAL), "inf"},
-      {read<BerReal, double>("41", BE_REAL), "-inf"},
-      {read<BerReal, double>("", BE_REAL), "0"},
-      {read<BerReal, double>("00 31 2E 35 30 30 30 30 30 65 2B 30 30", BE_REAL), "1.5"},
-      {read<BerReal, double>("00 2D 69 6E 66", BE_REAL), "-inf"},
-      {read<BerReal, double>("00 31 78", BE_REAL), "Parse error in real number"},
-      {read<BerReal, double>("00 31 00 32", BE_REAL), "Parse error in real number"},
-      {read<BerReal, double>("03 31", BE_REAL), "Unsupported real number format revceived"},
-      {read<BerReal, double>(repeated("31", 61), BE_REAL),
-       "Data value exceeds maximum allowed length 61 > 60"},
-      {read<BerBoolean, bool>("02", BE_BOOLEAN), "true"},
-      {read<BerBoolean, bool>("", BE_BOOLEAN), "false"},
-      {read<BerBoolean, bool>("01 01", BE_BOOLEAN), "Data value exceeds maximum allowed length 2 > 1"},
+      {real("60"), "0"}, {real("40"), "inf"}, {real("41"), "-inf"}, {real(""), "0"},
+      {real("00 31 2E 35 30 30 30 30 30 65 2B 30 30"), "1.5"}, {real("00 2D 69 6E 66"), "-inf"},
+      {real("00 31 78"), "Parse error in real number"},
+      {real("00 31 00 32"), "Parse error in real number"},
+      {real("03 31"), "Unsupported real number format revceived"},
+      {real(repeated("31", 61)), "Data value exceeds maximum allowed length 61 > 60"},
+      {boolean("02"), "true"}, {boolean(""), "false"},
+      {boolean("01 01"), "Data value exceeds maximum allowed length 2 > 1"},
       {read<BerString, std::string>("77 78 79 7A", 4, BE_STRING_CURRENT), "wxyz"},
       {read<BerString, std::string>("77 78 79 7A 7B", 4, BE_STRING_CURRENT),
        "String exceeds allowed length 5 > 4"},
-      {read<BerBigNum, BigNum>("01 00 00 00 00", BE_INTEGER), "4294967296"},
-      {read<BerBigNum, BigNum>("00 00 01", BE_INTEGER), "1"},
-      {read<BerBigNum, BigNum>("", BE_INTEGER), "0"},
+      {big("01 00 00 00 00"), "4294967296"}, {big("00 00 01"), "1"}, {big(""), "0"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.got, c.want);
   BerNull null(BE_NULL, true);
@@ -255,10 +243,11 @@ TEST(BerTagTest, IdentifierAndLengthOctets) {
     const char* want;
   } cases[] = {
       {tag(BE_BOOLEAN), "01"}, {tag(BE_STRING_LEGACY), "16"}, {tag(BE_SEQ_CURRENT), "30"},
-      {tag(BE_SET_LEGACY), "21"}, {tag(choice_tag(5, false)), "A5"}, {tag(choice_tag(5, true)), "65"},
-      {tag(243), "7E"}, {tag(251), "7F 1F"}, {tag(259), "7F 20"}, {tag((1000 << 3) | 3), "7F 87 68"},
-      {length(0), "00"}, {length(127), "7F"}, {length(128), "81 80"}, {length(255), "81 FF"},
-      {length(256), "82 01 00"}, {length(65536), "83 01 00 00"}, {length(0x1000000), "84 01 00 00 00"},
+      {tag(BE_SET_LEGACY), "21"}, {tag(choice_tag(5, false)), "A5"},
+      {tag(choice_tag(5, true)), "65"}, {tag(243), "7E"}, {tag(251), "7F 1F"}, {tag(259), "7F 20"},
+      {tag((1000 << 3) | 3), "7F 87 68"}, {length(0), "00"}, {length(127), "7F"},
+      {length(128), "81 80"}, {length(255), "81 FF"}, {length(256), "82 01 00"},
+      {length(65536), "83 01 00 00"}, {length(0x1000000), "84 01 00 00 00"},
       {length(0xFFFFFFFFu), "84 FF FF FF FF"},
       {written([](ByteSink& s) { write_indefinite(s), write_end_of_contents(s); }), "80 00 00"},
   };
