@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "server/handshake.h"
@@ -24,18 +25,6 @@ server::ServerOptions with(server::HandshakeOptions h) {
   return o;
 }
 
-void send_wants(RawClient& c) {
-  protocol::ClientWants wants;
-  wants.version = 0x0203;
-  wants.authentication = std::make_unique<protocol::ClientNoAuth>();
-  c.send(wants);
-}
-
-template <class T>
-bool is(const protocol::BerConstructed* v) {
-  return dynamic_cast<const T*>(v) != nullptr;
-}
-
 // ---------------------------------------------------------------------------
 // Handshake.
 
@@ -44,32 +33,34 @@ TEST(ServerHandshake, OffersTheConfiguredVersionAndAlternative) {
   const struct {
     int32_t version;
     OfferedAuth auth;
-    bool (*isAlternative)(const protocol::BerConstructed*);
+    const std::type_info& alternative;
   } cases[] = {
-      {0x0203, OfferedAuth::kNoAuth, is<protocol::ServerNoAuth>},  // the default
-      {0x0300, OfferedAuth::kNoAuth, is<protocol::ServerNoAuth>},
-      {0x0203, OfferedAuth::kPassword, is<protocol::ServerPassword>},
-      {0x0203, OfferedAuth::kPrivateKey, is<protocol::ServerPrivateKey>},
-      {0x0203, OfferedAuth::kLinkHandshake, is<protocol::LinkHandshakeInit>},
+      {0x0203, OfferedAuth::kNoAuth, typeid(protocol::ServerNoAuth)},  // the default
+      {0x0300, OfferedAuth::kNoAuth, typeid(protocol::ServerNoAuth)},
+      {0x0203, OfferedAuth::kPassword, typeid(protocol::ServerPassword)},
+      {0x0203, OfferedAuth::kPrivateKey, typeid(protocol::ServerPrivateKey)},
+      {0x0203, OfferedAuth::kLinkHandshake, typeid(protocol::LinkHandshakeInit)},
   };
   for (const auto& k : cases) {
     SCOPED_TRACE(std::to_string(k.version) + " auth " + std::to_string(static_cast<int>(k.auth)));
     TestServer s(server_test::sample_database(), with({k.version, k.auth, std::nullopt, false}));
     RawClient c(s.port());
-    send_wants(c);
+    c.sendWants();
     auto offer = c.receiveAs<protocol::ServerOffers>();
     ASSERT_TRUE(offer);
     EXPECT_EQ(offer->version, k.version);
-    EXPECT_TRUE(k.isAlternative(offer->authentication.get()));
+    ASSERT_TRUE(offer->authentication);
+    EXPECT_TRUE(typeid(*offer->authentication) == k.alternative);
     EXPECT_FALSE(c.readerLegacy());
   }
 }
 
-// Each login gets the roots and a session id of its own; a wrong password
-// and a first message other than ClientWants close without an answer.
+// Each login gets the roots and a session id of its own; a first message
+// other than ClientWants closes without an answer. (A wrong password is
+// refused end to end.)
 TEST(ServerHandshake, LoginsAndRefusals) {
   TestServer s(server_test::sample_database());
-  RawClient a(s.port()), b(s.port()), wrong(s.port()), early(s.port());
+  RawClient a(s.port()), b(s.port()), early(s.port());
   auto first = a.login();
   auto second = b.login();
   ASSERT_TRUE(first && second);
@@ -78,9 +69,6 @@ TEST(ServerHandshake, LoginsAndRefusals) {
   EXPECT_EQ(first->text, server::kServerText);
   EXPECT_NE(first->sessionId, BigNum(0u));
   EXPECT_NE(first->sessionId, second->sessionId);
-  EXPECT_FALSE(wrong.login("wrong"));
-  EXPECT_TRUE(wrong.ended());
-  EXPECT_EQ(wrong.decodeError(), "");
   early.send(protocol::NegotiateAck());
   EXPECT_TRUE(early.waitForClose());
 }
@@ -88,7 +76,7 @@ TEST(ServerHandshake, LoginsAndRefusals) {
 TEST(ServerHandshake, NackCarriesTheReasonAndCloses) {
   TestServer s(server_test::sample_database(), with({0x0203, server::OfferedAuth::kNoAuth, "maintenance until noon", false}));
   RawClient c(s.port());
-  send_wants(c);
+  c.sendWants();
   auto nack = c.receiveAs<protocol::NegotiateNack>();
   ASSERT_TRUE(nack);
   EXPECT_EQ(nack->reason, "maintenance until noon");
@@ -99,7 +87,7 @@ TEST(ServerHandshake, LegacyGreetingStartsWithTheMarkerAndSwitchesToLegacy) {
   EXPECT_EQ(server::legacy_greeting().substr(0, 8), std::string("\x60\x80\x02\x02\x01\x00\x61\x80", 8));
   TestServer s(server_test::sample_database(), with({0x0203, server::OfferedAuth::kNoAuth, std::nullopt, true}));
   RawClient c(s.port());
-  send_wants(c);  // the client's first message: current encoding
+  c.sendWants();  // the client's first message: current encoding
   auto echoed = c.receiveAs<protocol::ClientWants>();
   ASSERT_TRUE(echoed);
   EXPECT_TRUE(c.readerLegacy());
@@ -125,7 +113,7 @@ TEST(ServerHandshake, LegacyGreetingStartsWithTheMarkerAndSwitchesToLegacy) {
 // ---------------------------------------------------------------------------
 // Requests.
 
-const std::string kN1 = "n1:Node{name=gateway,load=7,siblingName=gateway}";
+const std::string kN1 = "n1:Node{name=gateway,load=7}";
 const std::string kRootN1 = "root:Domain[" + kN1 + "]";
 
 std::string too_deep_pattern() {
@@ -201,26 +189,26 @@ TEST(ServerRequests, PipelinedRequestsAreAnsweredInOrder) {
 // The sample with a child of "asia" whose id is longer than the protocol
 // carries.
 class OverlongChild : public server::Database {
+  const std::shared_ptr<const server::Database> sample_ = server_test::sample_database();
+  const std::string long_ = std::string(server::kMaxIdLength + 1, 'x');
+
  public:
   std::string rootDomainId() const override { return sample_->rootDomainId(); }
   std::string mibRootId() const override { return sample_->mibRootId(); }
-  std::shared_ptr<const server::StoredObject> find(const std::string& id) const override {
-    if (id != "asia" && id != kId) return sample_->find(id);
-    if (id == kId) return std::make_shared<server::StoredObject>(server::StoredObject{"Node", kId, 0, "asia", {}, {}});
-    auto asia = std::make_shared<server::StoredObject>(*sample_->find(id));
-    asia->children = {kId};
-    return asia;
-  }
-  std::shared_ptr<const server::History> history(const std::string& id, const std::string& index) const override {
-    return sample_->history(id, index);
+  std::shared_ptr<const server::History> history(const std::string& o, const std::string& i) const override {
+    return sample_->history(o, i);
   }
   bool checkLogin(const std::string& d, const std::string& u, const std::string& p) const override {
     return sample_->checkLogin(d, u, p);
   }
-
- private:
-  const std::string kId = std::string(server::kMaxIdLength + 1, 'x');
-  const std::shared_ptr<const server::Database> sample_ = server_test::sample_database();
+  std::shared_ptr<const server::StoredObject> find(const std::string& id) const override {
+    if (id == long_) return std::make_shared<server::StoredObject>(server::StoredObject{"Node", long_, 0, "asia", {}, {}});
+    auto o = sample_->find(id);
+    if (id != "asia") return o;
+    auto asia = std::make_shared<server::StoredObject>(*o);
+    asia->children = {long_};
+    return asia;
+  }
 };
 
 TEST(ServerRequests, OverlongStoredIdIsABackendErrorAndTheConnectionGoesOn) {

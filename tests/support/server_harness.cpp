@@ -14,23 +14,17 @@ namespace server_test {
 std::shared_ptr<const server::Database> sample_database() {
   static const std::shared_ptr<const server::Database> db = server::parse_json_database(R"({
   "rootDomain": "root", "mibRoot": "mib", "users": [{"domain": "lab", "name": "admin", "password": "secret"}],
-  "objects": [
+  "objects": [{"class": "MibRoot", "id": "mib"},
     {"class": "Domain", "id": "root", "properties": [{"name": "name", "type": "String", "value": "Root"}], "children": [
-      {"class": "Domain", "id": "europe", "properties": [{"name": "name", "type": "String", "value": "Europe"}],
-       "children": [
-        {"class": "Domain", "id": "berlin", "properties": [{"name": "name", "type": "String", "value": "Berlin"}],
-         "children": [
-          {"class": "Node", "id": "n2", "flags": 1, "properties": [{"name": "name", "type": "String", "value": "berlin-web"},
+      {"class": "Domain", "id": "europe", "properties": [{"name": "name", "type": "String", "value": "Europe"}], "children": [
+        {"class": "Domain", "id": "berlin", "properties": [{"name": "name", "type": "String", "value": "Berlin"}], "children": [
+          {"class": "Node", "id": "n2", "properties": [{"name": "name", "type": "String", "value": "berlin-web"},
              {"name": "load", "type": "Unsigned Integer", "value": 12}], "children": [
             {"class": "Check", "id": "c2", "properties": [{"name": "cpu", "type": "Index"}, {"name": "empty", "type": "Index"}]}]}]},
         {"class": "Domain", "id": "paris", "properties": [{"name": "name", "type": "String", "value": "Paris"}]}]},
       {"class": "Domain", "id": "asia", "properties": [{"name": "name", "type": "String", "value": "Asia"}]},
       {"class": "Node", "id": "n1", "properties": [{"name": "name", "type": "String", "value": "gateway"},
-         {"name": "load", "type": "Unsigned Integer", "value": 7}, {"name": "siblingName", "type": "String", "value": "gateway"}]}]},
-    {"class": "MibRoot", "id": "mib", "children": [
-      {"class": "MibModule", "id": "mod1", "properties": [{"name": "name", "type": "String", "value": "IF-MIB"}]},
-      {"class": "MibObject", "id": "obj1", "properties": [{"name": "name", "type": "String", "value": "ifInOctets"}]},
-      {"class": "Note", "id": "other", "properties": [{"name": "name", "type": "String", "value": "note"}]}]}],
+         {"name": "load", "type": "Unsigned Integer", "value": 7}]}]}],
   "history": [
     {"object": "c2", "index": "cpu", "datatype": "continuous", "intervals": [
       {"start": 100, "end": 200, "max": 9.5, "avg": 5, "min": 1, "ngood": 3, "nbad": 0},
@@ -140,18 +134,22 @@ void RawClient::closeNow() {
   ended_ = true;
 }
 
-std::unique_ptr<protocol::NewSessionResp> RawClient::login(const std::string& password) {
+void RawClient::sendWants() {
   protocol::ClientWants wants;
   wants.version = 0x0203;
   wants.authentication = std::make_unique<protocol::ClientNoAuth>();
   send(wants);
+}
+
+std::unique_ptr<protocol::NewSessionResp> RawClient::login() {
+  sendWants();
   if (!receiveAs<protocol::ServerOffers>()) return nullptr;
   send(protocol::NegotiateAck());
   protocol::NewSession session;
   session.loginDomain = "lab";
   session.userName = "admin";
   session.clientName = "Exporter";
-  session.password = password;
+  session.password = "secret";
   send(session);
   return receiveAs<protocol::NewSessionResp>();
 }

@@ -22,10 +22,9 @@ namespace server_test {
 // The small tree most tests use, with user "admin" / "secret" of domain "lab":
 //   root Domain "Root", children europe, asia, n1; europe Domain "Europe",
 //   children berlin, paris; berlin, paris, asia Domains "Berlin", "Paris",
-//   "Asia"; n1 Node name "gateway", load 7 (Unsigned), siblingName
-//   "gateway"; n2 Node below berlin, name "berlin-web", load 12, flags 1,
-//   with the Check c2 whose Index "cpu" has two continuous rows and "empty"
-//   none; mib MibRoot with mod1 MibModule, obj1 MibObject and other Note.
+//   "Asia"; n1 Node name "gateway", load 7 (Unsigned); n2 Node below berlin,
+//   name "berlin-web", load 12, with the Check c2 whose Index "cpu" has two
+//   continuous rows and "empty" none; mib an empty MibRoot.
 std::shared_ptr<const server::Database> sample_database();
 
 // A SelectReq of `startIds` and the parsed `pattern`.
@@ -53,6 +52,8 @@ class RawClient {
   ~RawClient();
 
   void send(const protocol::BerValue& message);
+  // ClientWants for version 0x0203 without authentication.
+  void sendWants();
   void sendBytes(const std::string& bytes);
   // The octets of Request `id` carrying `body`, for sending several at once.
   std::string requestBytes(int32_t id, std::unique_ptr<protocol::BerConstructed> body) const;
@@ -63,7 +64,7 @@ class RawClient {
   bool readerLegacy() const { return reader_->legacy(); }
 
   // The next message, or null after the time limit or when the connection
-  // ended (see ended()). Decoding failures are recorded in decodeError().
+  // ended or an answer could not be decoded.
   std::unique_ptr<protocol::BerConstructed> receive();
   template <class T>
   std::unique_ptr<T> receiveAs() {
@@ -79,14 +80,12 @@ class RawClient {
   // Waits (within the limit) for the server to close the connection; true
   // when it did without sending another complete message first.
   bool waitForClose();
-  bool ended() const { return ended_; }
-  const std::string& decodeError() const { return decodeError_; }
   // Closes the client's end at once (an abrupt disconnect).
   void closeNow();
 
-  // The whole handshake as user admin of domain lab; the NewSessionResp, or
-  // null when the server refused.
-  std::unique_ptr<protocol::NewSessionResp> login(const std::string& password = "secret");
+  // The whole handshake as admin / secret of domain lab; the NewSessionResp,
+  // or null when the server refused.
+  std::unique_ptr<protocol::NewSessionResp> login();
 
  private:
   std::unique_ptr<old_protocol::BerReader> reader_;
