@@ -97,13 +97,7 @@ TEST(ServerHandshake, LegacyGreetingStartsWithTheMarkerAndSwitchesToLegacy) {
   EXPECT_EQ(offer->version, 0x0203);
 
   c.setLegacy(true);
-  c.send(protocol::NegotiateAck());
-  protocol::NewSession login;
-  login.loginDomain = "lab";
-  login.userName = "admin";
-  login.password = "secret";
-  c.send(login);
-  auto accepted = c.receiveAs<protocol::NewSessionResp>();
+  auto accepted = c.acceptOffer();
   ASSERT_TRUE(accepted);
   EXPECT_EQ(accepted->rootDomainId, "root");
   c.sendRequest(4, select_req({"root"}, ".!"));

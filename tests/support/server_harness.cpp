@@ -143,7 +143,10 @@ void RawClient::sendWants() {
 
 std::unique_ptr<protocol::NewSessionResp> RawClient::login() {
   sendWants();
-  if (!receiveAs<protocol::ServerOffers>()) return nullptr;
+  return receiveAs<protocol::ServerOffers>() ? acceptOffer() : nullptr;
+}
+
+std::unique_ptr<protocol::NewSessionResp> RawClient::acceptOffer() {
   send(protocol::NegotiateAck());
   protocol::NewSession session;
   session.loginDomain = "lab";

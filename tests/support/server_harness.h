@@ -83,9 +83,11 @@ class RawClient {
   // Closes the client's end at once (an abrupt disconnect).
   void closeNow();
 
-  // The whole handshake as admin / secret of domain lab; the NewSessionResp,
-  // or null when the server refused.
+  // The whole handshake as admin / secret of domain lab, or its part after
+  // ServerOffers (NegotiateAck and NewSession); the NewSessionResp, or null
+  // when the server refused.
   std::unique_ptr<protocol::NewSessionResp> login();
+  std::unique_ptr<protocol::NewSessionResp> acceptOffer();
 
  private:
   std::unique_ptr<old_protocol::BerReader> reader_;
