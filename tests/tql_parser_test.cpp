@@ -77,38 +77,24 @@ const struct {
     {".! > (MibModule | MibObject)", ". f2 > (MibModule f0 | MibObject f0)"},
     {". > Domain { name ~= \"lab\"} > Domain { name ~= \"east wing\"}",
      ". f0 > (Domain f0 {name op6 t0x6 \"lab\"} > (Domain f0 {name op6 t0x6 \"east wing\"}))"},
-    // Steps; modifiers in any order and repeated.
-    {"  Node  ", "Node f0"}, {".", ". f0"},
-    {"Node*", "Node f1"}, {"Node!", "Node f2"}, {"Node$", "Node f4"}, {"Node#", "Node f8"},
+    // Steps; modifiers in any order and repeated; the number wraps in 32 bits.
+    {"  Node  ", "Node f0"}, {"Node*", "Node f1"}, {"Node$", "Node f4"}, {"Node#", "Node f8"},
     {"Node-", "Node f16"}, {"Node - $ ! # *", "Node f31"}, {"Node!!*!", "Node f3"},
-    // The number after "=", wrapping in 32 bits.
-    {"Node = 0", "Node f0 n0"}, {"Node=4294967295", "Node f0 n4294967295"},
-    {"Node=4294967297", "Node f0 n1"},
+    {"Node=4294967295", "Node f0 n4294967295"}, {"Node=4294967297", "Node f0 n1"},
     {"Node [ name , id,x_1 ]", "Node f0 [name,id,x_1]"},
     {"Node! =3 [name] {id = \"x\"} > .", "Node f2 n3 [name] {id op0 t0x7 \"x\"} > (. f0)"},
-    // Children.
-    {"A > B > C", "A f0 > (B f0 > (C f0))"},
     {"A > (B | C : D)", "A f0 > (B f0 | C f0 : D f0)"},
-    {"A > (B : C | D)", "A f0 > (B f0 : C f0 | D f0)"},
     {"A > (B > (C : D) : E)", "A f0 > (B f0 > (C f0 : D f0) : E f0)"},
-    // Conditions.
+    // Conditions; unsigned, Index and BigNum constants (plain and T keep the low 32 bits).
     {"A{true}", "A f0"}, {"A{true and a = 1}", "A f0 {a op0 t0x2 uint:1}"},
-    {"A{a = 1 & b = 2 and c = 3}",
-     "A f0 {a op0 t0x2 uint:1 & b op0 t0x2 uint:2 & c op0 t0x2 uint:3}"},
-    // Unsigned, Index and BigNum constants; plain and T keep the low 32 bits.
-    {"A{a = 5T}", "A f0 {a op0 t0xa uint:5}"}, {"A{a = 5B}", "A f0 {a op0 t0x12 big:5}"},
-    {"A{a = 0007}", "A f0 {a op0 t0x2 uint:7}"}, {"A{a = 0B}", "A f0 {a op0 t0x12 big:0}"},
-    {"A{a = 4294967295}", "A f0 {a op0 t0x2 uint:4294967295}"},
+    {"A{a = 1 & b = 2 and c = 0007}",
+     "A f0 {a op0 t0x2 uint:1 & b op0 t0x2 uint:2 & c op0 t0x2 uint:7}"},
     {"A{a = 4294967296}", "A f0 {a op0 t0x2 uint:0}"},
     {"A{a = 4294967301T}", "A f0 {a op0 t0xa uint:5}"},
     {"A{a = 18446744073709551615}", "A f0 {a op0 t0x2 uint:4294967295}"},
     {"A{a = 18446744073709551616B}", "A f0 {a op0 t0x12 big:18446744073709551616}"},
-    {"A{a = 1234567890123456789012345678901234567890B}",
-     "A f0 {a op0 t0x12 big:1234567890123456789012345678901234567890}"},
     // Signed constants, wrapping in 32 bits.
-    {"A{a = -5}", "A f0 {a op0 t0x3 int:-5}"}, {"A{a = +5}", "A f0 {a op0 t0x3 int:5}"},
-    {"A{a = -}", "A f0 {a op0 t0x3 int:0}"},
-    {"A{a = -2147483648}", "A f0 {a op0 t0x3 int:-2147483648}"},
+    {"A{a = -5}", "A f0 {a op0 t0x3 int:-5}"}, {"A{a = -}", "A f0 {a op0 t0x3 int:0}"},
     {"A{a = +4294967295}", "A f0 {a op0 t0x3 int:-1}"},
     // Strings and the "id" rule.
     {"A{name = \"abc\"}", "A f0 {name op0 t0x6 \"abc\"}"},
@@ -118,10 +104,8 @@ const struct {
     {"A{name = \"\"I}", "A f0 {name op0 t0x7 null}"}, {"A{id = \"\"}", "A f0 {id op0 t0x7 \"\"}"},
     {"A{oid = \"1.3.6.1\"S}", "A f0 {oid op0 t0xf \"1.3.6.1\"}"},
     {"A{id = \"1.3\"S}", "A f0 {id op0 t0xf \"1.3\"}"},
-    // Booleans and enumerations.
-    {"A{up = true}", "A f0 {up op0 t0x1 true}"}, {"A{up = false}", "A f0 {up op0 t0x1 false}"},
-    {"A{up = bool_null}", "A f0 {up op0 t0x1 null}"},
-    {"A{s = ES_NA}", "A f0 {s op0 t0x10005 uint:0}"},
+    // Booleans and one constant of each enumeration.
+    {"A{up = true}", "A f0 {up op0 t0x1 true}"}, {"A{up = bool_null}", "A f0 {up op0 t0x1 null}"},
     {"A{s = ES_ALERT}", "A f0 {s op0 t0x10005 uint:13}"},
     {"A{n = NOTIFY_AsAlert}", "A f0 {n op0 t0x1000e uint:2}"},
     {"A{r = RIF_Table}", "A f0 {r op0 t0x10009 uint:8}"},
@@ -154,38 +138,27 @@ const struct {
   const char* message;
 } kErrors[] = {
     // Class names and the end; "!=" is one token.
-    {"", "Expected class name got: \"\""}, {"node", "Expected class name got: \"node\""},
-    {"A B", "Extra input at end of expression"}, {"Node!=3", "Extra input at end of expression"},
+    {"node", "Expected class name got: \"node\""}, {"Node!=3", "Extra input at end of expression"},
     // The number after "=".
-    {"A =", "Expected constant got: \"\" after parsing '='(1)."},
     {"A = -3", "Expected constant got: \"-3\" after parsing '='(1)."},
     {"A = 3T", "Expected constant(2) got: \"3T\" after parsing '='(2)."},
     // Property names and conditions.
-    {"A[]", "Expected property name got: \"]\" after parsing '['"},
     {"A[Name]", "Expected property name got: \"Name\" after parsing '['"},
     {"A[a b]", "Expected ] got: \"b\""},
-    {"A{}", "Expected property name got: \"}\" after parsing '{'"},
     {"A{a = 1 and Name = 2}", "Expected property name got: \"Name\" after parsing '{'"},
-    {"A{a}", "Expected relational operator got: \"}\""},
     {"A{a !=~ 1}", "Expected relational operator got: \"!=~\""},
-    {"A{a =< 1}", "Expected constant but got: \"<\""}, {"A{a = 1", "Expected } got: \"\""},
-    {"A{a = 1 | b = 2}", "Expected } got: \"|\""},
+    {"A{a =< 1}", "Expected constant but got: \"<\""}, {"A{a = 1 | b = 2}", "Expected } got: \"|\""},
     // Constants.
     {"A{a =", "Expected constant got: \"\" (blank)"},
-    {"A{a = True}", "Expected constant but got: \"True\""},
-    {"A{a = ES}", "Expected constant but got: \"ES\""},
     {"A{a = -5T}", "Expected constant got: \"-5T\" after parsing '+/-'"},
     {"A{a = ES_Warn}", "Expected constant got: \"ES_Warn\" (ES_unknown)"},
     {"A{a = NOTIFY_X}", "Expected constant got: \"NOTIFY_X\" (NOTIFY_unknown"},
     {"A{a = RIF_TABLE}", "Expected constant got: \"RIF_TABLE\" (RIF_unknown)"},
     {"A{a = NRT_}", "Expected constant got: \"NRT_\" (NRT_unknown)"},
-    {"A{a in {b}}", "Expected id got: \"b\""}, {"A{a in {\"x\",}}", "Expected id got: \"}\""},
+    {"A{a in {\"x\",}}", "Expected id got: \"}\""},
     {"A{a in {\"x\" \"y\"}}", "Expected } but got: \"\"y\"\""},
-    // Children.
-    {"A > ()", "Expected class name got: \")\""},
-    {"A > (B C)", "Expected ) got: \"C\""}, {"A > (B : C : D)", "Expected ) got: \":\""},
-    // Lexical errors pass through the same handler.
-    {"A{a = \"x}", "Unterminated string literal"},
+    // Children; lexical errors pass through the same handler.
+    {"A > (B : C : D)", "Expected ) got: \":\""}, {"A{a = \"x}", "Unterminated string literal"},
 };
 
 TEST(ParserTest, ErrorTexts) {
