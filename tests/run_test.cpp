@@ -11,7 +11,6 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "util/error.h"
@@ -70,19 +69,6 @@ struct Case {
   const char* passwordFailure = nullptr;  // what the reader returns
   Driver driver = Driver::kSucceeds;
 };
-
-}  // namespace
-
-void PrintTo(const RunSettings& s, std::ostream* out) {
-  *out << "{" << s.format << " " << s.server << ":" << s.port << " " << s.loginDomain << " "
-       << s.login << "/" << s.password << (s.passwordGiven ? "(given) " : " ") << s.outputFileName
-       << " " << s.exportDomain << " history=" << s.history << " gzip=" << s.gzip << " filter="
-       << testing::PrintToString(std::tie(s.classFilter.included, s.classFilter.ignored,
-                                          s.classFilter.includedWithSubtree))
-       << " timeout=" << s.extra.timeout << " pipeline=" << s.extra.pipeline << "}";
-}
-
-namespace {
 
 // A settings edit starting from a login "u" with password "pw" given by -P.
 Edit with(Edit edit = nullptr) {
@@ -148,11 +134,8 @@ TEST_P(RunTest, MessagesExitCodeAndExportedSettings) {
   }
 }
 
-const std::string kNeedsValue = " needs a argument.\n" + kHint;
 const std::string kNotValid = " is not a valid option. \n" + kHint;
-const std::string kGzipNeedsFile = "Error: when using -z flag you must also use the -f flag.\n";
 const std::string kMissingLogin = "Error: Missing login argument!\n\n" + kUsage;
-const std::string kToFile = "Exporting database\nDone\n";
 const std::string kToGzipFile = "Exporting database using gz \nDone\n";
 
 const Case kCases[] = {
@@ -160,26 +143,22 @@ const Case kCases[] = {
     {"NoArguments", {}, 1, kMissingLogin},
     {"Help", {"-h"}, 0, kUsage},
     {"HelpStopsScanning", {"-lu", "-hz", "-x"}, 0, kUsage},
-    {"UnknownBeforeHelp", {"-x", "-h"}, 1, "Error: -x" + kNotValid},
-    {"DashAlone", {"-lu", "-"}, 1, "Error: -" + kNotValid},
+    {"UnknownBeforeHelp", {"-", "-h"}, 1, "Error: -" + kNotValid},
     {"StrayWord", {"admin"}, 1,
      "Error: admin is not a valid option. Probably a missing option flag.\n" + kHint},
-    {"ValueBeginsWithSlash", {"-lu", "-f", "/tmp/x"}, 1, "Error: Option -f" + kNeedsValue},
-    {"ColonLetter", {"-:"}, 1, "Error: Option -:" + kNeedsValue},
-    {"MissingValueAtEnd", {"-lu", "-P"}, 1, "Error: Option -P" + kNeedsValue},
+    {"MissingValueAtEnd", {"-lu", "-P"}, 1, "Error: Option -P needs a argument.\n" + kHint},
     {"PortTrailingTab", {"-lu", "-p", "12\t"}, 1, "Error\nError parsing: \"12\\t\"\n"},
     {"IgnoredThenIncluded", {"-iA", "-IB"}, 1,
      "Error: -i and -I may be given at most once\n" + kHint},
 
     // Values and settings that pass.
-    {"ValueJoinedWithSlash", {"-lu", "-Ppw", "-f/tmp/x"}, 0, kToFile,
+    {"ValueJoinedWithSlash", {"-lu", "-Ppw", "-f/tmp/x"}, 0, "Exporting database\nDone\n",
      with([](RunSettings& s) { s.outputFileName = "/tmp/x"; })},
     {"SlashOption", {"/l", "u", "/P", "pw"}, 0, "", with()},
     {"FlagsDoNotCombine", {"-cz", "-lu", "-Ppw"}, 0, "",
      with([](RunSettings& s) { s.history = false; })},
     {"PortWithLeadingTab", {"-lu", "-Ppw", "-p", "\t12"}, 0, "",
      with([](RunSettings& s) { s.port = 12; })},
-    {"PortEmpty", {"-lu", "-Ppw", "-p", ""}, 0, "", with([](RunSettings& s) { s.port = 0; })},
     {"PortOutOfRangePassedOn", {"-lu", "-Ppw", "-p70000"}, 0, "",
      with([](RunSettings& s) { s.port = 70000; })},
     {"LastValueWins", {"-l", "a", "-lu", "-Ppw"}, 0, "", with()},
@@ -218,10 +197,8 @@ const Case kCases[] = {
      "  help         print this list and exit\n"},
 
     // The checks after scanning, in their order.
-    {"GzipWithoutFile", {"-z", "-lu", "-Ppw"}, 1, kGzipNeedsFile},
-    {"GzipCheckedBeforeLogin", {"-z", "-tjson"}, 1, kGzipNeedsFile},
-    {"GzipThenFile", {"-lu", "-Ppw", "-z", "-f", "out"}, 0, kToGzipFile,
-     with([](RunSettings& s) { s.outputFileName = "out"; s.gzip = true; })},
+    {"GzipCheckedBeforeLogin", {"-z", "-tjson"}, 1,
+     "Error: when using -z flag you must also use the -f flag.\n"},
     {"UnknownFormatGoesOn", {"-t", "json", "-lu", "-Ppw"}, 0,
      "Error: nu such format : 'json'\n" + kUsage, with([](RunSettings& s) { s.format = "json"; })},
     {"UnknownFormatThenMissingLogin", {"-tjson"}, 1,

@@ -25,10 +25,10 @@ using Make = std::function<PropertyPtr()>;
 
 // A property whose value is of `ValueClass` whatever its type says.
 template <class ValueClass, class T>
-Make raw(uint32_t type, T value, std::string name = "p") {
+Make raw(uint32_t type, T value) {
   return [=] {
     auto p = std::make_unique<protocol::Property>();
-    p->name = name;
+    p->name = "p";
     p->type = type;
     auto data = std::make_unique<ValueClass>();
     data->value = value;
@@ -68,11 +68,7 @@ class XMLExportTest : public testing::Test {
 
 TEST(XMLEscapeTest, ControlAndHighOctetsBecomeReferencesPunctuationStays) {
   const std::pair<std::string, std::string> cases[] = {
-      {"", ""},
-      {"!~/=;#'", "!~/=;#'"},
-      {std::string("a\0b", 3), "a&#0;b"},
-      {"\x01\xFF&&", "&#1;&#255;&#38;&#38;"},
-  };
+      {"", ""}, {"!~/=;#'", "!~/=;#'"}, {std::string("a\0\x01\xFF&&", 6), "a&#0;&#1;&#255;&#38;&#38;"}};
   for (const auto& [value, expected] : cases) {
     std::string out;
     XMLExport::escape(value, out);
@@ -80,32 +76,12 @@ TEST(XMLEscapeTest, ControlAndHighOctetsBecomeReferencesPunctuationStays) {
   }
 }
 
-TEST(XMLAttributeTest, NamesEndAtMaskAndUnknownIdsFail) {
-  EXPECT_EQ(XMLExport::attrib2str(0), "id");
-  EXPECT_EQ(XMLExport::attrib2str(19), "mask");
-  for (int32_t id : {20, -1}) {
-    EXPECT_EQ(failure_of([&] { XMLExport::attrib2str(id); }),
-              "Got unknown attrib type in attrib2str: " + std::to_string(id));
-  }
-}
-
 // Values the stand-in server cannot send or the documents do not show.
 TEST(XMLPropertyTest, RendersEdgeValues) {
-  const uint8_t twoTo64[] = {1, 0, 0, 0, 0, 0, 0, 0, 0};
-  BigNum big;
-  bn_set_data(big, twoTo64, sizeof twoTo64);
-  const struct {
-    Make make;
-    const char* type;
-    const char* value;
-  } cases[] = {
+  const struct { Make make; const char *type, *value; } cases[] = {
       {raw<protocol::RealProp>(4, std::nan("")), "Real", "nan"},
       {encoded(10, 7u), "Index", "7"},
-      {encoded(11, std::vector<std::string>{"x y", ""}), "StringList", "x y,"},
       {raw<protocol::UnsignedIntListProp>(14, std::vector<uint32_t>{}), "GidList", ""},
-      {raw<protocol::BlobProp>(12, std::string("\xFF\0a", 3)), "Blob", "/wBh"},
-      {encoded(18, big), "BigNum", "18446744073709551616"},
-      {encoded(0x10009, 0xFFFFFFFFu), "Enumeration(9)", "-1"},
       {encoded(0xBFFFF, 0u), "Const Computed Enumeration(65535)", "0"},
   };
   for (const auto& c : cases) {
@@ -123,17 +99,12 @@ TEST(XMLPropertyTest, RendersEdgeValues) {
 TEST(XMLPropertyTest, UnrenderablePropertiesFailWithTheirMessage) {
   const std::pair<Make, const char*> cases[] = {
       {raw<protocol::StringProp>(0, std::string("x")), "Unknown property 0 :  = "},
-      {raw<protocol::SignedInt64Prop>(17, int64_t{5}), "Unknown property 17 :  = "},
-      {raw<protocol::StringProp>(20, std::string("x")), "Unknown property 20 :  = "},
       {raw<protocol::StringProp>(0xA0010, std::string("x")),
        "Unknown property 655376 : Const Computed  = "},
       {encoded(6, "x", ""), "Property resolved empty name"},
       {encoded(0x10001, 1u, ""), "Property resolved empty name"},
       {[] { auto p = std::make_unique<protocol::Property>(); tql::encode(*p, "count", 3); return p; },
        "Null given for integer property: count"},
-      {raw<protocol::SignedIntProp>(6, 4, "s"), "Null given for string property: s"},
-      {raw<protocol::StringProp>(4, std::string("1"), "r"), "Null given for real property: r"},
-      {raw<protocol::SignedIntProp>(0x10002, 1, "e"), "Null given for unsigned property: e"},
   };
   for (const auto& [make, message] : cases) {
     SCOPED_TRACE(message);
@@ -168,10 +139,8 @@ TEST_F(XMLExportTest, MisusedElementsFailWithoutWriting) {
             "Got unknown attrib type in attrib2str: 20");
   EXPECT_EQ(XMLExport::depth(), 0);
   XMLExport::Rows noRows;
-  for (int32_t datatype : {7, -1}) {
-    EXPECT_EQ(failure_of([&] { prototype_.writeData(stream_, datatype, noRows); }),
-              "Got unknown datatype for rows [" + std::to_string(datatype) + "]");
-  }
+  EXPECT_EQ(failure_of([&] { prototype_.writeData(stream_, 7, noRows); }),
+            "Got unknown datatype for rows [7]");
   EXPECT_EQ(doc_.str(), "");
 }
 
