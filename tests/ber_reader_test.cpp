@@ -87,6 +87,11 @@ TEST(BerReaderTest, AnySplitDecodesTheSame) {
       }
       EXPECT_EQ(h.drain(), c.messages);
       EXPECT_EQ(h.reader.legacy(), c.legacy);
+      // Destroyed with a value cut short at any depth (in a string, a set, a
+      // list, a skipped extra): the sanitizer run checks for leaks and double frees.
+      Harness partial;
+      partial.stream->chunk(Bytes(bytes.begin(), bytes.begin() + cut));
+      EXPECT_EQ(partial.drain().size() < c.messages.size(), cut < bytes.size());
     }
   }
 }
@@ -204,19 +209,6 @@ TEST(BerReaderTest, SendWritesInTheConnectionsEncodingAndFlushes) {
   h.reader.send(response);
   EXPECT_EQ(to_hex(h.stream->written), kLegacyForget);
   EXPECT_EQ(h.stream->flushes, 1);
-}
-
-TEST(BerReaderTest, DestroysPartlyReadMessages) {
-  // Stopped inside a string of an element of a set inside a message, inside
-  // a list, inside a skipped value: the sanitizer run checks that nothing
-  // leaks or is freed twice.
-  const Bytes select = from_hex(kSelectWithExtras);
-  for (size_t cut : {11u, 16u, 22u, 29u, 52u, 53u, 60u}) {
-    Harness h;
-    h.stream->chunk(Bytes(select.begin(), select.begin() + static_cast<std::ptrdiff_t>(cut)));
-    while (h.stream->readable()) EXPECT_TRUE(h.reader.readSome(false));
-    EXPECT_FALSE(h.reader.takeMessage()) << cut;
-  }
 }
 
 }  // namespace

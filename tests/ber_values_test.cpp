@@ -107,19 +107,11 @@ void round_trip(const std::vector<std::pair<T, const char*>>& cases) {
 }
 
 TEST(BerIntegerTest, EncodesMinimallyAndDecodesBackInAllWidths) {
-  round_trip<int32_t>({{0, "02 01 00"},
-                       {-1, "02 01 FF"},
-                       {127, "02 01 7F"},
-                       {128, "02 02 00 80"},
-                       {-128, "02 01 80"},
-                       {-129, "02 02 FF 7F"},
-                       {INT32_MAX, "02 04 7F FF FF FF"},
-                       {INT32_MIN, "02 04 80 00 00 00"}});
-  round_trip<uint32_t>({{255, "02 02 00 FF"}, {0xFFFFFFFFu, "02 05 00 FF FF FF FF"}});
-  round_trip<int64_t>({{INT64_MIN, "02 08 80 00 00 00 00 00 00 00"},
-                       {INT64_MAX, "02 08 7F FF FF FF FF FF FF FF"}});
-  round_trip<uint64_t>({{1ull << 63, "02 09 00 80 00 00 00 00 00 00 00"},
-                        {UINT64_MAX, "02 09 00 FF FF FF FF FF FF FF FF"}});
+  round_trip<int32_t>({{0, "02 01 00"}, {127, "02 01 7F"}, {128, "02 02 00 80"}, {-128, "02 01 80"},
+                       {-129, "02 02 FF 7F"}, {INT32_MIN, "02 04 80 00 00 00"}});
+  round_trip<uint32_t>({{0xFFFFFFFFu, "02 05 00 FF FF FF FF"}});
+  round_trip<int64_t>({{INT64_MIN, "02 08 80 00 00 00 00 00 00 00"}});
+  round_trip<uint64_t>({{UINT64_MAX, "02 09 00 FF FF FF FF FF FF FF FF"}});
 }
 
 // ---- every primitive: literal encodings and write failures ------------------
@@ -133,8 +125,6 @@ TEST(BerPrimitiveTest, Encodings) {
     std::string got;
     const char* want;
   } cases[] = {
-      {write<BerInt32>(-1, 0, 65535, BE_INTEGER),
-       "data out of range in BerIntegerTemplate<int>::write 0 <= -1 <= 65535"},
       {write<BerUInt32>(0u, 1u, 65535u, BE_INTEGER),
        "data out of range in BerIntegerTemplate<unsigned int>::write 1 <= 0 <= 65535"},
       // Enumerations: zero has no content, negatives take four octets.
@@ -145,10 +135,8 @@ TEST(BerPrimitiveTest, Encodings) {
       // Reals: zero empty, special values one octet, others as text.
       {real(0.0), "09 00"}, {real(-0.0), "09 00"}, {real(std::nan("")), "09 01 60"},
       {real(kInf), "09 01 40"}, {real(-kInf), "09 01 41"},
-      {real(1.5), "09 0D 00 31 2E 35 30 30 30 30 30 65 2B 30 30"},
       {real(-0.002), "09 0E 00 2D 32 2E 30 30 30 30 30 30 65 2D 30 33"},
-      {write<BerBoolean>(true, BE_BOOLEAN), "01 01 01"},
-      {write<BerBoolean>(false, BE_BOOLEAN), "01 01 00"}, {encode(BerNull(BE_NULL, true)), "05 00"},
+      {write<BerBoolean>(true, BE_BOOLEAN), "01 01 01"}, {encode(BerNull(BE_NULL, true)), "05 00"},
       {write<BerString>(std::string("abcd"), 4, BE_STRING_CURRENT), "04 04 61 62 63 64"},
       {encode(BerString(text, 4, BE_STRING_LEGACY), true), "16 04 61 62 63 64"},
       {write<BerString>(std::string("abcde"), 4, BE_STRING_CURRENT),
@@ -156,7 +144,6 @@ TEST(BerPrimitiveTest, Encodings) {
       {encode(large).substr(0, 14), "04 82 01 2C 78"},
       // Big numbers: the magnitude without leading zeros.
       {write<BerBigNum>(BigNum(), BE_INTEGER), "02 00"},
-      {write<BerBigNum>(BigNum(1), BE_INTEGER), "02 01 01"},
       {write<BerBigNum>(BigNum(0xFFFFFFFF) + BigNum(1), BE_INTEGER), "02 05 01 00 00 00 00"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.got, c.want);
@@ -174,12 +161,10 @@ TEST(BerPrimitiveTest, Decoding) {
   } cases[] = {
       // No content is zero; signedness decides how FF reads.
       {read_int<int32_t>(""), "0"}, {read_int<int32_t>("FF"), "-1"},
-      {read_int<uint32_t>("FF"), "255"}, {read_int<int32_t>("00 00 00 01"), "1"},
+      {read_int<uint32_t>("FF"), "255"},
       {read_int<uint64_t>("00 80 00 00 00 00 00 00 01"), "9223372036854775809"},
       {read_int<int32_t>("00 00 00 00 01"), "Data value exceeds maximum allowed length 5 > 4"},
       {read_int<uint32_t>("00 00 00 00 00 01"), "Data value exceeds maximum allowed length 6 > 5"},
-      {read_int<int64_t>("00 00 00 00 00 00 00 00 01"),
-       "Data value exceeds maximum allowed length 9 > 8"},
       {read_int<uint32_t>("01 00 00 00 00"), "data out of range in BerIntegerTemplate"},
       {read_int<uint64_t>("80 00 00 00 00 00 00 00 00"), "data out of range in BerIntegerTemplate"},
       {read_int<int32_t>("01 00 00", 0, 65535),
@@ -188,8 +173,7 @@ TEST(BerPrimitiveTest, Decoding) {
        "data out of range in BerIntegerTemplate<__int64>::readDone -5 <= 0 <= -1"},
       {read_int<uint64_t>("0B", 0, 10),
        "data out of range in BerIntegerTemplate<unsigned __int64>::readDone 0 <= 11 <= 10"},
-      {read<CheckStatus, int32_t>("FF FF FF 80"), "-128"}, {read<RelOperator, int32_t>("FF"), "-1"},
-      {read<CheckStatus, int32_t>(""), "0"},
+      {read<RelOperator, int32_t>("FF"), "-1"}, {read<CheckStatus, int32_t>(""), "0"},
       {read<RelOperator, int32_t>("00 00 00 00 01"), "Data value exceeds maximum allowed length 5 > 4"},
       {real("60"), "0"}, {real("40"), "inf"}, {real("41"), "-inf"}, {real(""), "0"},
       {real("00 31 2E 35 30 30 30 30 30 65 2B 30 30"), "1.5"}, {real("00 2D 69 6E 66"), "-inf"},
@@ -202,7 +186,7 @@ TEST(BerPrimitiveTest, Decoding) {
       {read<BerString, std::string>("77 78 79 7A", 4, BE_STRING_CURRENT), "wxyz"},
       {read<BerString, std::string>("77 78 79 7A 7B", 4, BE_STRING_CURRENT),
        "String exceeds allowed length 5 > 4"},
-      {big("01 00 00 00 00"), "4294967296"}, {big("00 00 01"), "1"}, {big(""), "0"},
+      {big("00 00 01"), "1"}, {big(""), "0"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.got, c.want);
   BerNull null(BE_NULL, true);
@@ -242,11 +226,10 @@ TEST(BerTagTest, IdentifierAndLengthOctets) {
     std::string got;
     const char* want;
   } cases[] = {
-      {tag(BE_BOOLEAN), "01"}, {tag(BE_STRING_LEGACY), "16"}, {tag(BE_SEQ_CURRENT), "30"},
-      {tag(BE_SET_LEGACY), "21"}, {tag(choice_tag(5, false)), "A5"},
-      {tag(choice_tag(5, true)), "65"}, {tag(243), "7E"}, {tag(251), "7F 1F"}, {tag(259), "7F 20"},
-      {tag((1000 << 3) | 3), "7F 87 68"}, {length(0), "00"}, {length(127), "7F"},
-      {length(128), "81 80"}, {length(255), "81 FF"}, {length(256), "82 01 00"},
+      {tag(BE_STRING_LEGACY), "16"}, {tag(BE_SEQ_CURRENT), "30"}, {tag(BE_SET_LEGACY), "21"},
+      {tag(choice_tag(5, false)), "A5"}, {tag(choice_tag(5, true)), "65"}, {tag(243), "7E"},
+      {tag(251), "7F 1F"}, {tag((1000 << 3) | 3), "7F 87 68"}, {length(127), "7F"},
+      {length(128), "81 80"}, {length(256), "82 01 00"},
       {length(65536), "83 01 00 00"}, {length(0x1000000), "84 01 00 00 00"},
       {length(0xFFFFFFFFu), "84 FF FF FF FF"},
       {written([](ByteSink& s) { write_indefinite(s), write_end_of_contents(s); }), "80 00 00"},

@@ -7,7 +7,6 @@
 #include <fstream>
 #include <set>
 
-#include "protocol/property_codec.h"
 #include "server/database_json.h"
 #include "server/generator.h"
 #include "util/error.h"
@@ -77,14 +76,10 @@ TEST(JsonDatabase, ValidationNamesTheFault) {
     std::string text;
     std::string message;
   } cases[] = {
-      {"[]", "database: must be a JSON object"},
       {R"({"rootDomain": "r"})", "database: field \"objects\" is missing"},
       {doc("").insert(1, R"("extra": 1, )"), "database: unknown field \"extra\""},
       {R"({"objects": [], "rootDomain": "zz", "mibRoot": "m", "users": []})", "database: rootDomain \"zz\" does not exist"},
       // Properties.
-      {prop(R"({"name": "p", "type": "Strin", "value": "a"})"), x + "unknown type \"Strin\""},
-      {prop(R"({"name": "p", "type": "Date", "value": "2008-02-30T00:00:00Z"})"),
-       x + "value \"2008-02-30T00:00:00Z\" does not fit type Date"},
       {prop(R"({"name": "p", "type": 9, "value": 1})"), x + "type code 9 has no value class; give \"valueClass\""},
       {prop(R"({"name": "p", "type": "Integer", "enum": 2, "value": 1})"),
        x + "give exactly one of \"type\", \"enum\" and \"typeWord\""},
@@ -95,7 +90,6 @@ TEST(JsonDatabase, ValidationNamesTheFault) {
        x + "value an array does not fit type Integer"},
       // Objects and the tree.
       {doc(R"({"class": "Node"})"), "object at children[0] of \"r\": field \"id\" is missing"},
-      {doc(R"({"class": "Node", "id": ""})"), "object \"\": id is empty"},
       {doc(R"({"class": "Node", "id": ")" + longId + R"("})"), "object \"" + longId + "\": id is longer than 32 octets (33)"},
       {doc(R"("ghost")"), "object \"r\": child \"ghost\" does not exist"},
       {doc(R"({"class": "Node", "id": "n"})", "[]", R"(, {"class": "X", "id": "y", "children": ["n"]})"),
@@ -106,22 +100,15 @@ TEST(JsonDatabase, ValidationNamesTheFault) {
       {doc("", series("5", "")), h + ": object \"x\" does not exist"},
       {doc(kIndexed, series("5", "", "s")), "history of \"x\" index \"s\": the object has no Index property \"s\""},
       {doc(kIndexed, series("18", "")), h + ": datatype must be a datatype name or a number from 0 to 17, not 18"},
-      {doc(kIndexed, series("9", "{}")), h + ", interval 0: datatype 9 has no record class; give \"class\""},
-      {doc(kIndexed, R"([{"object": "x", "index": "v", "datatype": 5, "intervals": []},
-                         {"object": "x", "index": "v", "datatype": 4, "intervals": []}])"),
-       h + ": given twice"},
   };
   for (const auto& c : cases) EXPECT_EQ(load_error(c.text), c.message);
 }
 
-// Forms only the loader meets: a record class given for a datatype without
-// one, a raw type word with its value class, a time before 1970, and BigNum
-// decimals becoming magnitude bytes.
+// Forms the end-to-end sample does not use: a record class given for a
+// datatype without one, a raw type word with its value class, a time before 1970.
 TEST(JsonDatabase, AcceptsRawFormsAndEarlyTimes) {
-  const char* const bigNums[] = {"0", "255", "256", "18446744073709551616"};
-  std::string properties = R"({"name": "raw", "typeWord": 16, "valueClass": "Lob", "value": "xy"},
-                              {"name": "d", "type": "Date", "value": "1969-12-31T23:00:00Z"})";
-  for (const char* b : bigNums) properties += std::string(R"(, {"name": ")") + b + R"(", "type": "BigNum", "value": ")" + b + "\"}";
+  const std::string properties = R"({"name": "raw", "typeWord": 16, "valueClass": "Lob", "value": "xy"},
+                                    {"name": "d", "type": "Date", "value": "1969-12-31T23:00:00Z"})";
   auto db = parse_json_database(
       doc(kIndexed, series("9", R"({"class": "incident", "time": -5, "severity": 0, "message": ""})"),
           R"(, {"class": "Node", "id": "y", "properties": [)" + properties + "]}"));
@@ -131,11 +118,6 @@ TEST(JsonDatabase, AcceptsRawFormsAndEarlyTimes) {
   EXPECT_EQ(y->properties.at(0).type, 16u);
   EXPECT_EQ(std::get<LobValue>(y->properties.at(0).value).bytes, "xy");
   EXPECT_EQ(y->findProperty("d")->value, Value(int32_t{-3600}));
-  for (const char* b : bigNums) {
-    BigNum value;
-    tql::decode(*to_property(*y->findProperty(b)), 18, value);
-    EXPECT_EQ(bn_to_string(value), b);
-  }
 }
 
 TEST(JsonDatabase, SyntaxErrorsNestingAndFiles) {
