@@ -181,22 +181,6 @@ TEST(ServerArgs, RefusesWithAReason) {
       {{"--db", "a", "--verbose", "1"}, "unknown option --verbose"},
   };
   for (const auto& k : cases) EXPECT_EQ(parse(k.args).error, k.error);
-}
-
-TEST(ServerArgs, EveryOptionArrivesInTheOptions) {
-  const server::ParsedArgs parsed =
-      parse({"--generate", "2x3x4x5/2", "--port", "65535", "--offer-version", "0x0300", "--auth", "private-key",
-             "--nack", "no", "--legacy-greeting", "--delay-ms", "5", "--chunk", "1", "--filler", "2",
-             "--stray-every", "3", "--reverse-window", "4", "--close-at", "9", "--malformed-at", "8"});
-  ASSERT_EQ(parsed.error, "");
-  const server::ServerOptions& o = parsed.options;
-  const server::FaultOptions& f = o.faults;
-  EXPECT_EQ(o.generateShape + " " + o.handshake.nackReason.value_or("(none)"), "2x3x4x5/2 no");
-  EXPECT_EQ(std::vector<int64_t>({o.port, o.handshake.version, static_cast<int>(o.handshake.auth),
-                                  o.handshake.legacyGreeting, f.delayMs, f.chunkSize, f.filler, f.strayEvery,
-                                  f.reverseWindow, f.closeAtRequest, f.malformedAtRequest}),
-            std::vector<int64_t>({65535, 0x0300, static_cast<int>(server::OfferedAuth::kPrivateKey), 1, 5, 1, 2,
-                                  3, 4, 9, 8}));
   EXPECT_TRUE(parse({"--help"}).help);
 }
 
