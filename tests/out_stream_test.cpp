@@ -5,7 +5,6 @@
 
 #include <fstream>
 #include <map>
-#include <sstream>
 
 #include "support/e2e_process.h"
 #include "util/error.h"
@@ -14,7 +13,6 @@ namespace {
 
 using e2e::read_file;
 using e2e::read_gzip_file;
-using porter::CPPOutStream;
 using porter::GZOutStream;
 
 class GZOutStreamTest : public testing::Test {
@@ -88,14 +86,6 @@ TEST(GZOutStreamFailureTest, OpeningAndClosingFailuresAreReported) {
   out.write("a text that stays in zlib's buffer until the close");
   expect_failure([&] { out.close(); },
                  "Error closing gz-stream: /dev/full: No space left on device");
-}
-
-TEST(CPPOutStreamTest, ForwardsEveryByteToTheStream) {
-  std::ostringstream sink;
-  CPPOutStream(sink).write("a\n").write(std::string("b\0c", 3)).write("");
-  // The stream is not owned: it is still usable after the CPPOutStream is gone.
-  sink << "!";
-  EXPECT_EQ(sink.str(), std::string("a\nb\0c!", 6));
 }
 
 }  // namespace

@@ -54,7 +54,6 @@ const std::string k63(63, 'p');
 const std::string k64(64, 'q');
 
 const PromptCase kPromptCases[] = {
-    {"Typed", true, {"s3cret\n"}, 1, "OK:s3cret\n", "Password: \n"},
     {"CarriageReturnIsLineEnd", true, {"s3cret\r"}, 1, "OK:s3cret\n", "Password: \n"},
     {"CutAtNul", true, {std::string("ab\0cd\n", 6)}, 1, "OK:ab\n", "Password: \n"},
     {"EmptyLine", true, {"\n"}, 1, "OK:\n", "Password: \n"},

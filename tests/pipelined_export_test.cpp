@@ -49,12 +49,7 @@ struct Case {
 
 const Case kCases[] = {
     {"sample", "sample", {}, false, true},
-    {"sample_no_history", "sample", {"-c"}},
-    {"sample_subdomain", "sample", {"-e", "Brambleton campus"}},
-    {"sample_ignore_node", "sample", {"-i", "Node"}},
     {"sample_include_domain_node", "sample", {"-I", "Domain,Node"}},
-    {"sample_include_node", "sample", {"-I", "Node"}},
-    {"sample_include_node_subtree", "sample", {"-I", "Node+"}},
     {"sample_no_mib", "sample", {"-i", "MibObject,MibModule"}},
     {"tricky", "tricky", {}, false, true},
     {"tricky_subtree", "tricky", {"-I", "Domain,Node+"}},
