@@ -77,7 +77,7 @@ TEST(GetDataTest, AnswersWithoutIntervals) {
     const char* failure;
   } cases[] = {
       {hex("A6 80 02 01 05 30 80 00 00 00 00"), 0, 5, ""},
-      {peer::errorResp(1, {"no such object"}), 1, 0xFFFFFFFFu, ""},
+      {hex("A8 80 02 01 01 30 80 04 02 6E 6F 00 00 00 00"), 1, 0xFFFFFFFFu, ""},
       {peer::selectResp(Bytes()), 0, 0xFFFFFFFFu, "Wrong type in GetData::decode."},
   };
   for (const auto& c : cases) {

@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "client/select.h"
 #include "client/session.h"
 #include "protocol/ber_reader.h"
 #include "protocol/gui_protocol.h"
@@ -165,39 +164,6 @@ TEST(RequestPipelineTest, DecodeFailureLeavesTheRequestOutstanding) {
                comquery::forget(session, *p[0]);
                EXPECT_EQ(p[0].use_count(), 1);
              });
-}
-
-// Many requests in flight, answered in reverse order: each answer finds its
-// own Select. The peer's time limit also bounds the cost per answer.
-TEST(RequestPipelineTest, ThousandSelectsAnsweredInReverseOrder) {
-  constexpr int kCount = 1000;
-  const Bytes dotPattern = hex(
-      "30 80 04 01 2E 02 01 00 05 00 30 80 00 00 30 80 00 00 30 80 00 00 31 80 00 00 00 00");
-  Bytes requests;
-  Bytes answers;
-  for (int i = 0; i < kCount; ++i) {
-    const std::string n = std::to_string(i);
-    requests += peer::berIndefinite(
-        "74", peer::berInt(i) + peer::berIndefinite("A0", peer::berIndefinite("31", peer::berString("o" + n)) +
-                                                              dotPattern + hex("02 01 00")));
-    answers = peer::response(i, peer::selectResp(peer::object("Node", 0, "o" + n, peer::stringProperty("n", n)))) +
-              answers;
-  }
-  ScriptedPeer server(loginThen(requests, answers), std::chrono::seconds(60));
-  auto session = peer::openTestSession(server.port());
-  std::vector<std::shared_ptr<tqlquery::Select>> selects;
-  for (int i = 0; i < kCount; ++i) {
-    selects.push_back(std::make_shared<tqlquery::Select>("o" + std::to_string(i), ".", 0));
-    comquery::send(*session, selects.back());
-  }
-  EXPECT_EQ(session->requestsById.size(), static_cast<size_t>(kCount));
-  EXPECT_EQ(comquery::await(*session, *selects.front()), 0u);
-  EXPECT_TRUE(session->requestsById.empty());
-  EXPECT_TRUE(session->idsByRequest.empty());
-  for (int i = 0; i < kCount; ++i) {
-    ASSERT_EQ(comquery::await(*session, *selects[i]), 0u);
-    EXPECT_EQ(selects[i]->find_result("o" + std::to_string(i)).get_string("n"), std::to_string(i));
-  }
 }
 
 // A stream that refuses everything, for sessions that never talk.

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdio>
 #include <utility>
 
 #include "client/session.h"
@@ -18,12 +17,9 @@ namespace {
 struct ScriptAbandoned {};
 
 std::string toHex(const Bytes& bytes) {
+  static const char digits[] = "0123456789ABCDEF";
   std::string text;
-  char octet[4];
-  for (unsigned char b : bytes) {
-    std::snprintf(octet, sizeof octet, text.empty() ? "%02X" : " %02X", b);
-    text += octet;
-  }
+  for (unsigned char b : bytes) text += {digits[b >> 4], digits[b & 15], ' '};
   return text;
 }
 
@@ -37,17 +33,9 @@ Bytes berLength(size_t length) {
 }  // namespace
 
 Bytes hex(std::string_view text) {
-  std::string digits;
-  for (char c : text) {
-    if (c != ' ') digits += c;
-  }
-  if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos) {
-    ADD_FAILURE() << "not hex pairs: \"" << text << "\"";
-    return Bytes();
-  }
   Bytes bytes;
-  for (size_t i = 0; i < digits.size(); i += 2) {
-    bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+  for (size_t i = 0; i < text.size(); i += text[i] == ' ' ? 1 : 2) {
+    if (text[i] != ' ') bytes += static_cast<char>(std::stoi(std::string(text.substr(i, 2)), nullptr, 16));
   }
   return bytes;
 }
@@ -75,12 +63,6 @@ Bytes response(int32_t id, const Bytes& body) { return berIndefinite("75", berIn
 
 Bytes selectResp(const Bytes& objects) {
   return berIndefinite("A0", berIndefinite("30", objects));
-}
-
-Bytes errorResp(int32_t code, const std::vector<std::string>& texts) {
-  Bytes list;
-  for (const std::string& text : texts) list += berString(text);
-  return berIndefinite("A8", berInt(code) + berIndefinite("30", list));
 }
 
 Bytes object(const std::string& className, uint32_t flags, const std::string& id,
@@ -145,8 +127,8 @@ void PeerLink::send(const Bytes& bytes) {
   }
 }
 
-ScriptedPeer::ScriptedPeer(Script script, std::chrono::milliseconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
+ScriptedPeer::ScriptedPeer(Script script) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   thread_ = std::thread([this, deadline, script = std::move(script)] {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         deadline - std::chrono::steady_clock::now());

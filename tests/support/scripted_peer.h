@@ -2,7 +2,7 @@
 // 127.0.0.1 and plays a script of literal octets against the client in a
 // thread of its own.
 //
-// Every wait of the peer is bounded by the limit given at construction. When
+// Every wait of the peer is bounded by a limit of ten seconds. When
 // the limit passes, the peer records a complaint and closes the connection,
 // so a client that waits for an answer fails with a read error instead of
 // hanging. The connection is also closed when the script returns. The
@@ -44,8 +44,6 @@ Bytes berIndefinite(std::string_view identifierHex, const Bytes& content);
 Bytes response(int32_t id, const Bytes& body);
 // A SelectResp body with the concatenated `objects`.
 Bytes selectResp(const Bytes& objects);
-// An ErrorResp body with `code` and `texts`.
-Bytes errorResp(int32_t code, const std::vector<std::string>& texts);
 // An Object with the concatenated `properties` and `children`.
 Bytes object(const std::string& className, uint32_t flags, const std::string& id,
              const Bytes& properties, const Bytes& children = Bytes());
@@ -86,9 +84,8 @@ class ScriptedPeer {
   using Script = std::function<void(PeerLink&)>;
 
   // Starts listening and runs `script` on the first connection, all within
-  // `limit`.
-  explicit ScriptedPeer(Script script,
-                        std::chrono::milliseconds limit = std::chrono::seconds(10));
+  // ten seconds.
+  explicit ScriptedPeer(Script script);
   ScriptedPeer(const ScriptedPeer&) = delete;
   ScriptedPeer& operator=(const ScriptedPeer&) = delete;
   // Waits for the script and reports its complaints as test failures.
