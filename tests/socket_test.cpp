@@ -64,12 +64,8 @@ TEST(SocketTest, DefaultWaitLimitIsTenMinutes) { EXPECT_EQ(socket_timeout(), 600
 // bit 2 (the value the client stream uses) changes nothing. A refusal closes
 // the socket, whether the connect waited in the call or in poll.
 TEST(SocketTest, ConnectAppliesTheOptionBitsAndReportsRefusal) {
-  const struct {
-    unsigned options;
-    bool nonblocking;
-    bool nodelay;
-  } cases[] = {{0, false, false}, {SOCKET_NONBLOCK, true, false}, {SOCKET_NODELAY, false, true},
-               {4, false, false}};
+  const struct { unsigned options; bool nonblocking, nodelay; } cases[] = {
+      {SOCKET_NONBLOCK, true, false}, {SOCKET_NODELAY, false, true}, {4, false, false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.options);
     Connected link(c.options);
@@ -87,25 +83,6 @@ TEST(SocketTest, ConnectAppliesTheOptionBitsAndReportsRefusal) {
   }
 }
 
-TEST(SocketTest, SendAndReceiveOverLoopback) {
-  Connected link(4);
-  ASSERT_EQ(socket_send(&link.client.fd, "", 0), nullptr);
-  ASSERT_EQ(socket_send(&link.client.fd, "hello", 5), nullptr);
-  char got[16] = {};
-  ASSERT_EQ(link.server->read(got, sizeof got), 5u);
-  EXPECT_EQ(std::string(got, 5), "hello");
-
-  // A receive returns what has arrived without waiting to fill the buffer,
-  // and never more than its capacity.
-  link.server->write("abcdef", 6);
-  size_t count = 0;
-  ASSERT_EQ(socket_recv(&link.client.fd, got, 4, &count), nullptr);
-  EXPECT_EQ(std::string(got, count), "abcd");
-  ASSERT_EQ(socket_recv(&link.client.fd, got, sizeof got, &count), nullptr);
-  EXPECT_EQ(std::string(got, count), "ef");
-  EXPECT_EQ(socket_flush(&link.client.fd), nullptr);
-}
-
 // Readable waits up to the given seconds; the end of the stream is readable
 // too, and a receive there gives count 0.
 TEST(SocketTest, ReadableReportsArrivedDataAndEndOfStream) {
@@ -114,15 +91,21 @@ TEST(SocketTest, ReadableReportsArrivedDataAndEndOfStream) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(socket_readable(&link.client.fd, 1));
   EXPECT_GE(std::chrono::steady_clock::now() - start, 900ms);
-  link.server->write("x", 1);
+  ASSERT_EQ(socket_send(&link.client.fd, "", 0), nullptr);
+  link.server->write("xyz", 3);
   EXPECT_TRUE(socket_readable(&link.client.fd, 5));
-  link.server->close();
-  char byte;
+  // A receive gives no more than its capacity, and what has arrived without
+  // waiting to fill the buffer.
+  char got[8];
   size_t count = 0;
-  ASSERT_EQ(socket_recv(&link.client.fd, &byte, 1, &count), nullptr);
-  EXPECT_TRUE(socket_readable(&link.client.fd, 0));
+  ASSERT_EQ(socket_recv(&link.client.fd, got, 1, &count), nullptr);
+  EXPECT_EQ(std::string(got, count), "x");
+  ASSERT_EQ(socket_recv(&link.client.fd, got, sizeof got, &count), nullptr);
+  EXPECT_EQ(std::string(got, count), "yz");
+  link.server->close();
+  EXPECT_TRUE(socket_readable(&link.client.fd, 5));
   count = 99;
-  EXPECT_EQ(socket_recv(&link.client.fd, &byte, 1, &count), nullptr);
+  EXPECT_EQ(socket_recv(&link.client.fd, got, 1, &count), nullptr);
   EXPECT_EQ(count, 0u);
 }
 
@@ -234,7 +217,6 @@ TEST(SocketResolveTest, UnknownNameFailsWithTheSystemText) {
 TEST(SocketTextTest, StrerrorGivesSystemTextOrNumberedFallback) {
   EXPECT_EQ(std::string(socket_strerror(ECONNREFUSED)), "Connection refused");
   EXPECT_EQ(std::string(socket_strerror(99999)), "99999 (FormatMessage: 22)");
-  EXPECT_EQ(std::string(socket_strerror(0xFFFFFFFFu)), "4294967295 (FormatMessage: 22)");
   const char* first = socket_strerror(EPIPE);
   socket_strerror(ECONNRESET);
   EXPECT_EQ(std::string(first), "Connection reset by peer");  // one buffer, overwritten
