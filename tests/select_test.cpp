@@ -19,25 +19,20 @@ using peer::errorText;
 using peer::hex;
 using tqlquery::Select;
 
-// Sends Select("X", ".", `flags`), checking its octets as request id 0, to a
-// server answering with `answer` and hands the session and select to `check`.
-template <class Check>
-void selectWithAnswer(const Bytes& answer, Check check, uint8_t flags = 0) {
-  const Bytes request = hex("74 80 02 01 00 A0 80 31 80 04 01 58 00 00 "
-                            "30 80 04 01 2E 02 01 00 05 00 30 80 00 00 30 80 00 00 30 80 00 00 "
-                            "31 80 00 00 00 00 02 01") +
-                        Bytes(1, static_cast<char>(flags)) + hex("00 00 00 00");
-  peer::ScriptedPeer server(peer::loginThen(request, peer::response(0, answer)));
-  auto session = peer::openTestSession(server.port());
-  auto select = std::make_shared<Select>("X", ".", flags);
-  comquery::send(*session, select);
-  check(*session, select);
+// Select("X", ".", `flags`) as request `id`.
+Bytes selectRequest(char id, char flags) {
+  return hex("74 80 02 01") + Bytes(1, id) +
+         hex("A0 80 31 80 04 01 58 00 00 30 80 04 01 2E 02 01 00 05 00 30 80 00 00 30 80 00 00 "
+             "30 80 00 00 31 80 00 00 00 00 02 01") + Bytes(1, flags) + hex("00 00 00 00");
 }
 
-// "zeta" is sent before "alpha" and "alpha" twice; the child carries a
-// property of its own; a repeated object id keeps the later object.
-TEST(SelectTest, BuildsTheResultSetFromTheAnswer) {
-  const Bytes answer = peer::selectResp(
+// Four selects on one session, answered in order: a result set, "pattern
+// matched nothing", a result set for a select that keeps itself outstanding,
+// and an answer of another type. In the first, "zeta" is sent before "alpha"
+// and "alpha" twice; the child carries a property of its own; a repeated
+// object id keeps the later object.
+TEST(SelectTest, BuildsResultSetsFromTheAnswers) {
+  const Bytes resultSet = peer::selectResp(
       peer::object("Node", 0, "X", peer::stringProperty("v", "earlier")) +
       peer::object("Node", 0, "Y", peer::stringProperty("v", "other")) +
       peer::object("Domain", 5, "X",
@@ -45,64 +40,60 @@ TEST(SelectTest, BuildsTheResultSetFromTheAnswer) {
                        peer::stringProperty("alpha", "second") + peer::nullProperty("gone", 6),
                    peer::object("Node", 1, "C1", peer::stringProperty("siblingName", "n1")) +
                        peer::object("User", 0, "C2", Bytes())));
-  selectWithAnswer(answer, [](Session& session, std::shared_ptr<Select>& select) {
-    EXPECT_EQ(comquery::await(session, *select), 0u);
-    EXPECT_TRUE(session.idsByRequest.empty());  // forgotten by done()
-    EXPECT_EQ(select->find_result("Y").get_string("v"), "other");
-    const tqlquery::ResultObject& object = select->find_result("X");
-    EXPECT_EQ(object.className(), "Domain");
-    EXPECT_EQ(object.flags(), 5u);
-    std::vector<std::string> names;
-    for (const auto& entry : object.properties()) names.push_back(entry.first);
-    EXPECT_EQ(names, (std::vector<std::string>{"alpha", "gone", "zeta"}));
-    EXPECT_EQ(object.get_string("alpha"), "first");
-    EXPECT_EQ(object.get_string("zeta"), "last");
-    EXPECT_TRUE(object.is_null("gone"));
-    EXPECT_FALSE(object.is_null("alpha"));
-    EXPECT_THROW(object.get_string("gone"), errors::tql);
-    EXPECT_EQ(errorText<errors::objecterror>([&] { object.get_string("name"); }),
-              "Property \"name\" not found in X");
-    EXPECT_EQ(errorText<errors::objecterror>([&] { object.is_null("name"); }),
-              "Property \"name\" not found in X");
-    ASSERT_EQ(object.children().size(), 2u);
-    EXPECT_EQ(object.children()[0]->className(), "Node");
-    EXPECT_EQ(object.children()[0]->flags(), 1u);
-    EXPECT_EQ(object.children()[0]->get_string("siblingName"), "n1");
-    EXPECT_EQ(object.children()[1]->id(), "C2");
-    EXPECT_EQ(select->find_result_opt("C1"), nullptr);  // children only through their parents
-  });
-}
+  peer::ScriptedPeer server(peer::loginThen(
+      selectRequest(0, 0) + selectRequest(1, 0) + selectRequest(2, 1) + selectRequest(3, 0),
+      peer::response(0, resultSet) +
+          peer::response(1, hex("A8 80 02 01 02 30 80 04 07 6E 6F 74 68 69 6E 67 00 00 00 00")) +
+          peer::response(2, peer::selectResp(peer::object("Node", 0, "X", Bytes()))) +
+          peer::response(3, hex("A5 80 00 00"))));
+  auto session = peer::openTestSession(server.port());
+  std::vector<std::shared_ptr<Select>> selects;
+  for (uint32_t flags : {0, 0, 1, 0}) {
+    selects.push_back(std::make_shared<Select>("X", ".", flags));
+    comquery::send(*session, selects.back());
+  }
 
-TEST(SelectTest, PatternMatchedNothingLeavesAnEmptyResultSet) {
-  const Bytes answer = hex("A8 80 02 01 02 30 80 04 07 6E 6F 74 68 69 6E 67 00 00 00 00");
-  selectWithAnswer(answer, [](Session& session, std::shared_ptr<Select>& select) {
-    EXPECT_EQ(comquery::await(session, *select), 2u);
-    EXPECT_EQ(select->state, comquery::Request::kAnswered);
-    EXPECT_TRUE(session.idsByRequest.empty());
-    EXPECT_EQ(select->find_result_opt("X"), nullptr);
-    EXPECT_EQ(errorText<errors::selecterror>([&] { select->find_result("X"); }),
-              "Id (X) not found in result set for query \".\"");
-  });
-}
+  EXPECT_EQ(comquery::await(*session, *selects[0]), 0u);
+  EXPECT_EQ(session->idsByRequest.count(selects[0].get()), 0u);  // forgotten by done()
+  EXPECT_EQ(selects[0]->find_result("Y").get_string("v"), "other");
+  const tqlquery::ResultObject& object = selects[0]->find_result("X");
+  EXPECT_EQ(object.className(), "Domain");
+  EXPECT_EQ(object.flags(), 5u);
+  std::vector<std::string> names;
+  for (const auto& entry : object.properties()) names.push_back(entry.first);
+  EXPECT_EQ(names, (std::vector<std::string>{"alpha", "gone", "zeta"}));
+  EXPECT_EQ(object.get_string("alpha"), "first");
+  EXPECT_EQ(object.get_string("zeta"), "last");
+  EXPECT_TRUE(object.is_null("gone"));
+  EXPECT_FALSE(object.is_null("alpha"));
+  EXPECT_THROW(object.get_string("gone"), errors::tql);
+  EXPECT_EQ(errorText<errors::objecterror>([&] { object.get_string("name"); }),
+            "Property \"name\" not found in X");
+  EXPECT_EQ(errorText<errors::objecterror>([&] { object.is_null("name"); }),
+            "Property \"name\" not found in X");
+  ASSERT_EQ(object.children().size(), 2u);
+  EXPECT_EQ(object.children()[0]->className(), "Node");
+  EXPECT_EQ(object.children()[0]->flags(), 1u);
+  EXPECT_EQ(object.children()[0]->get_string("siblingName"), "n1");
+  EXPECT_EQ(object.children()[1]->id(), "C2");
+  EXPECT_EQ(selects[0]->find_result_opt("C1"), nullptr);  // children only through their parents
 
-TEST(SelectTest, AnswerOfAnotherTypeIsRejected) {
-  selectWithAnswer(hex("A5 80 00 00"), [](Session& session, std::shared_ptr<Select>& select) {
-    EXPECT_EQ(errorText<errors::bererror>([&] { comquery::await(session, *select); }),
-              "Wrong type in Select::decode.");
-    EXPECT_EQ(select->state, comquery::Request::kAnswered);
-    EXPECT_EQ(session.idsByRequest.count(select.get()), 1u);
-  });
-}
+  EXPECT_EQ(comquery::await(*session, *selects[1]), 2u);
+  EXPECT_EQ(session->idsByRequest.count(selects[1].get()), 0u);
+  EXPECT_EQ(selects[1]->find_result_opt("X"), nullptr);
+  EXPECT_EQ(errorText<errors::selecterror>([&] { selects[1]->find_result("X"); }),
+            "Id (X) not found in result set for query \".\"");
 
-TEST(SelectTest, KeepOutstandingFlagSkipsTheForget) {
-  const Bytes answer = peer::selectResp(peer::object("Node", 0, "X", Bytes()));
-  selectWithAnswer(answer, [](Session& session, std::shared_ptr<Select>& select) {
-    EXPECT_EQ(comquery::processResponse(session), select);
-    EXPECT_EQ(session.idsByRequest.count(select.get()), 1u);
-    EXPECT_NE(select->find_result_opt("X"), nullptr);
-    comquery::forget(session, *select);
-    EXPECT_EQ(select.use_count(), 1);
-  }, 1);
+  EXPECT_EQ(comquery::await(*session, *selects[2]), 0u);
+  EXPECT_EQ(session->idsByRequest.count(selects[2].get()), 1u);
+  EXPECT_NE(selects[2]->find_result_opt("X"), nullptr);
+  comquery::forget(*session, *selects[2]);
+
+  EXPECT_EQ(errorText<errors::bererror>([&] { comquery::await(*session, *selects[3]); }),
+            "Wrong type in Select::decode.");
+  EXPECT_EQ(selects[3]->state, comquery::Request::kAnswered);
+  EXPECT_EQ(session->idsByRequest.count(selects[3].get()), 1u);
+  EXPECT_EQ(session->idsByRequest.size(), 1u);
 }
 
 TEST(SelectTest, TextsBeforeTheAnswer) {
