@@ -1,7 +1,6 @@
 // The socket streams, connectTcp and ConnectionFactory against our loopback
 // listener: what the client sees of a server that answers, closes or is gone.
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -12,6 +11,7 @@
 #include "net/listener.h"
 #include "net/osal_socket.h"
 #include "net/socket.h"
+#include "support/scripted_peer.h"
 #include "util/error.h"
 
 namespace {
@@ -21,16 +21,6 @@ using old_protocol::BasicIo;
 using old_protocol::Listener;
 using old_protocol::OsalSocket;
 using old_protocol::SocketStream;
-
-// The text of the ESystemError that `action` raises, or "(no exception)".
-std::string system_error_of(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const error::ESystemError& e) {
-    return e.text();
-  }
-  return "(no exception)";
-}
 
 std::string read_exactly(BasicIo& stream, size_t length) {
   std::string got;
@@ -74,9 +64,9 @@ TEST(SocketStreamTest, WriteToClosedPeerFailsWithoutEndingTheProcess) {
   Listener listener;
   OsalSocket client("127.0.0.1", listener.port());
   listener.accept(5000)->close();
-  std::string text = "(no exception)";
-  for (int attempt = 0; attempt < 100 && text == "(no exception)"; ++attempt) {
-    text = system_error_of([&] { client.write("data", 4); });
+  std::string text = "(no error)";
+  for (int attempt = 0; attempt < 100 && text == "(no error)"; ++attempt) {
+    text = peer::errorText<error::ESystemError>([&] { client.write("data", 4); });
     std::this_thread::sleep_for(10ms);
   }
   EXPECT_EQ(text.rfind("Error writing to socket: Bad error without sleep happened in socket_send(): ", 0), 0u)
@@ -87,7 +77,7 @@ TEST(SocketStreamTest, WriteToClosedPeerFailsWithoutEndingTheProcess) {
 // the caller with the socket layer's text alone.
 TEST(SocketStreamTest, FailedLookupCarriesTheSocketTextAlone) {
   socket_set_lookup([](const char*) { return SocketLookupResult{false, "Host not found", {}}; });
-  const std::string unresolved = system_error_of([] { OsalSocket("nowhere", 1); });
+  const std::string unresolved = peer::errorText<error::ESystemError>([] { OsalSocket("nowhere", 1); });
   socket_set_lookup(nullptr);
   EXPECT_EQ(unresolved, "Error resolving \"nowhere\": Host not found");
 }
@@ -98,9 +88,9 @@ TEST(SocketStreamTest, ClosedStreamReportsBadDescriptor) {
   client.close();
   client.close();  // a second close does nothing
   char byte;
-  EXPECT_EQ(system_error_of([&] { client.read(&byte, 1); }),
+  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { client.read(&byte, 1); }),
             "Error reading from socket: Bad error happened without sleep in socket_recv(): Bad file descriptor (9)");
-  EXPECT_EQ(system_error_of([&] { client.write("x", 1); }),
+  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { client.write("x", 1); }),
             "Error writing to socket: Bad error without sleep happened in socket_send(): Bad file descriptor (9)");
   EXPECT_FALSE(client.readable());
 }
@@ -120,7 +110,7 @@ TEST(ConnectTcpTest, OutputWaitsInTheBufferUntilFlush) {
   EXPECT_EQ(read_exactly(*client, 6), "answer");
   server->close();
   char got[64];
-  EXPECT_EQ(system_error_of([&] { client->read(got, sizeof got); }),
+  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { client->read(got, sizeof got); }),
             "Error reading: OsalSocket::read end of stream");
 }
 
