@@ -179,8 +179,9 @@ class WipeTest : public testing::Test {
 };
 
 // Every capacity limb is wiped, also those beyond the size; a shared array is
-// freed once, by its last holder; growth wipes the array it replaces.
-TEST_F(WipeTest, ReleasedArraysAreWipedOnce) {
+// freed once, by its last holder; growth wipes the array it replaces; so
+// does every step of a computation.
+TEST_F(WipeTest, ReleasedArraysAreWiped) {
   {
     BigNum v = from_bytes(Bytes(12, 0xEE));
     bn_set_data(v, Bytes{0xDD}.data(), 1);  // limbs 1 and 2 beyond size still hold bytes
@@ -196,10 +197,8 @@ TEST_F(WipeTest, ReleasedArraysAreWipedOnce) {
   BigNumTestPeer::grow(*b, 4);
   EXPECT_EQ(freed_, (Freed{{1, true}}));
   EXPECT_EQ(b->limb(0), 0xABCDu);
-}
-
-TEST_F(WipeTest, EveryArrayOfAComputationIsWiped) {
-  {
+  freed_.clear();
+  {  // every array of a computation
     BigNum v = from_decimal("98765432109876543210987654321098765432109876543210");
     EXPECT_EQ(bn_to_string(v * v + v),
               "97546105798506325258725803993760097546164761469294388050602551287913466377076667"

@@ -97,21 +97,14 @@ TEST(RequestPipelineTest, IdsCountFromZeroInSendOrderAndEnvelopeIsLiteral) {
 
 TEST(RequestPipelineTest, SessionsWithOneSessionIdShareTheCounter) {
   const uint32_t shared = peer::freshSessionId();
-  ScriptedPeer first(loginThen(probeRequest(0, 1) + probeRequest(1, 2),
-                               forgetAnswer(0) + forgetAnswer(1), shared));
-  ScriptedPeer second(loginThen(hex("74 80 02 01 02 A5 80 02 01 03 00 00 00 00"),
-                                forgetAnswer(2), shared));
+  ScriptedPeer first(loginThen(probeRequest(0, 1), forgetAnswer(0), shared));
+  ScriptedPeer second(loginThen(hex("74 80 02 01 01 A5 80 02 01 02 00 00 00 00"), forgetAnswer(1), shared));
   auto one = peer::openTestSession(first.port());
   auto two = peer::openTestSession(second.port());
-  auto a = std::make_shared<Probe>(1);
-  auto b = std::make_shared<Probe>(2);
-  auto c = std::make_shared<Probe>(3);
-  comquery::send(*one, a);
-  comquery::send(*one, b);
-  comquery::send(*two, c);
-  EXPECT_EQ(comquery::await(*one, *a), 0u);
-  EXPECT_EQ(comquery::await(*one, *b), 0u);
-  EXPECT_EQ(comquery::await(*two, *c), 0u);
+  for (auto [session, probe] : {std::pair{one.get(), std::make_shared<Probe>(1)}, std::pair{two.get(), std::make_shared<Probe>(2)}}) {
+    comquery::send(*session, probe);
+    EXPECT_EQ(comquery::await(*session, *probe), 0u);
+  }
 }
 
 // Answers in either order reach their own requests; awaiting one dispatches
