@@ -1,3 +1,4 @@
+#include "support/error_text.h"
 #include "porter/background_gz_stream.h"
 
 #include <gtest/gtest.h>
@@ -16,16 +17,6 @@ using e2e::read_file;
 using e2e::read_gzip_file;
 using porter::BackgroundGZOutStream;
 constexpr size_t kBlock = BackgroundGZOutStream::kBlockSize;
-
-// The text of the error::EFatal `action` throws, or "no exception".
-std::string failure_of(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const error::EFatal& e) {
-    return e.text();
-  }
-  return "no exception";
-}
 
 class BackgroundGZOutStreamTest : public testing::Test {
  protected:
@@ -72,21 +63,21 @@ TEST_F(BackgroundGZOutStreamTest, AZeroByteFailsLikeTheSynchronousStream) {
   {
     BackgroundGZOutStream out(path_);
     out.write("before ");
-    EXPECT_EQ(failure_of([&] { out.write(std::string("ab\0cd", 5)); }), "Error reading gz-stream: ");
+    EXPECT_EQ(peer::errorText<error::EFatal>([&] { out.write(std::string("ab\0cd", 5)); }), "Error reading gz-stream: ");
   }
   EXPECT_EQ(read_gzip_file(path_), "before ab");
 }
 
 TEST_F(BackgroundGZOutStreamTest, AnUnopenablePathFailsAtOnce) {
   const std::string name = path_ + "/x.gz";
-  EXPECT_EQ(failure_of([&] { BackgroundGZOutStream out(name); }),
+  EXPECT_EQ(peer::errorText<error::EFatal>([&] { BackgroundGZOutStream out(name); }),
             "Couldn't open for writing gz-stream: " + name);
 }
 
 TEST(BackgroundGZOutStreamFailureTest, TheCompressorsFailureReachesTheWriterAndStays) {
   if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
   BackgroundGZOutStream out("/dev/full", 0);
-  const std::string failure = failure_of([&] {
+  const std::string failure = peer::errorText<error::EFatal>([&] {
     for (int i = 0; i < 64; ++i) out.write(std::string(kBlock, 'q'));
     out.finish();
   });

@@ -1,3 +1,4 @@
+#include "support/error_text.h"
 #include "net/timed_connection.h"
 
 #include <gtest/gtest.h>
@@ -14,15 +15,6 @@
 
 namespace {
 
-std::string failure_of(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const error::ESystemError& e) {
-    return e.text();
-  }
-  return "(no failure)";
-}
-
 // A listener whose connections complete in the kernel but are never accepted:
 // the connect succeeds and nothing is ever answered or read.
 TEST(TimedConnectionTest, AServerThatNeverAnswersOrReadsEndsAReadOrAWriteAfterTheLimit) {
@@ -32,12 +24,12 @@ TEST(TimedConnectionTest, AServerThatNeverAnswersOrReadsEndsAReadOrAWriteAfterTh
   reader->write("hello", 5);
   reader->flush();
   char buffer[16];
-  EXPECT_EQ(failure_of([&] { reader->read(buffer, sizeof buffer); }),
+  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { reader->read(buffer, sizeof buffer); }),
             "No answer from server 127.0.0.1:" + port + " within 1 second");
 
   std::unique_ptr<old_protocol::BasicIo> writer = connectTcpWithin("127.0.0.1", silent.port(), 1);
   const std::string block(1 << 20, 'x');  // 256 of these: more than the buffers of both ends
-  EXPECT_EQ(failure_of([&] {
+  EXPECT_EQ(peer::errorText<error::ESystemError>([&] {
               for (int i = 0; i < 256; ++i) writer->write(block.data(), block.size());
             }),
             "Server 127.0.0.1:" + port + " took no data within 1 second");
@@ -50,13 +42,13 @@ TEST(TimedConnectionTest, AClosedPeerIsTheEndOfTheStream) {
   ASSERT_NE(peer, nullptr);
   peer->close();
   char buffer[8];
-  EXPECT_EQ(failure_of([&] { client->read(buffer, sizeof buffer); }),
+  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { client->read(buffer, sizeof buffer); }),
             "Error reading: OsalSocket::read end of stream");
 }
 
 TEST(TimedConnectionTest, ConnectFailuresKeepTheSocketLayersTexts) {
   const uint16_t closedPort = old_protocol::Listener().port();
-  EXPECT_EQ(failure_of([&] { connectTcpWithin("127.0.0.1", closedPort, 1); }).rfind(
+  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { connectTcpWithin("127.0.0.1", closedPort, 1); }).rfind(
                 "Error connecting: Connection refused (", 0),
             0u);
 }

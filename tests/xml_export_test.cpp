@@ -2,6 +2,7 @@
 // record classes the server never sends, and the writer's failure texts. The
 // rendering of every property type, history datatype, header and indentation
 // is pinned by the hand-written documents of e2e_test.
+#include "support/error_text.h"
 #include "porter/xml_export.h"
 
 #include <gtest/gtest.h>
@@ -45,16 +46,6 @@ Make encoded(uint32_t type, T value, std::string name = "p") {
     tql::encode(*p, name, type, value);
     return p;
   };
-}
-
-// The text of the error::Exception `action` throws, or "no exception".
-std::string failure_of(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const error::Exception& e) {
-    return e.text();
-  }
-  return "no exception";
 }
 
 class XMLExportTest : public testing::Test {
@@ -110,7 +101,7 @@ TEST(XMLPropertyTest, UnrenderablePropertiesFailWithTheirMessage) {
     SCOPED_TRACE(message);
     XMLExport e(ElementKind::Property);
     PropertyPtr p = make();
-    EXPECT_EQ(failure_of([&] { e.addProperty(*p); }), message);
+    EXPECT_EQ(peer::errorText<error::Exception>([&] { e.addProperty(*p); }), message);
     EXPECT_TRUE(e.attributes.empty());
   }
 }
@@ -131,15 +122,15 @@ TEST_F(XMLExportTest, KindsWithoutDocumentUseKeepTheirNamesAndAttributeOrder) {
 
 TEST_F(XMLExportTest, MisusedElementsFailWithoutWriting) {
   auto container = prototype_.create(ElementKind::Meta);
-  EXPECT_EQ(failure_of([&] { container->writeLeaf(stream_); }),
+  EXPECT_EQ(peer::errorText<error::Exception>([&] { container->writeLeaf(stream_); }),
             "Cannot stream a container portnode. got 2");
   auto unknownAttribute = prototype_.create(ElementKind::Object);
   unknownAttribute->attributes[20] = "x";
-  EXPECT_EQ(failure_of([&] { unknownAttribute->open(stream_); }),
+  EXPECT_EQ(peer::errorText<error::Exception>([&] { unknownAttribute->open(stream_); }),
             "Got unknown attrib type in attrib2str: 20");
   EXPECT_EQ(XMLExport::depth(), 0);
   XMLExport::Rows noRows;
-  EXPECT_EQ(failure_of([&] { prototype_.writeData(stream_, 7, noRows); }),
+  EXPECT_EQ(peer::errorText<error::Exception>([&] { prototype_.writeData(stream_, 7, noRows); }),
             "Got unknown datatype for rows [7]");
   EXPECT_EQ(doc_.str(), "");
 }

@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/error_text.h"
 #include "net/listener.h"
 
 class Session;
@@ -119,17 +120,6 @@ ScriptedPeer::Script loginThen(const Bytes& requests, const Bytes& answers,
 // Opens a session to the peer on 127.0.0.1 as user "admin" of domain "lab"
 // with password "secret" and client name "Exporter".
 std::unique_ptr<Session> openTestSession(uint16_t port);
-
-// The text of the E that `action` raises; "(no error)" when it returns.
-template <class E, class Action>
-std::string errorText(Action action) {
-  try {
-    action();
-  } catch (const E& e) {
-    return e.text();
-  }
-  return "(no error)";
-}
 
 }  // namespace peer
 
