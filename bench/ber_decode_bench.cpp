@@ -23,7 +23,7 @@ namespace {
 
 constexpr size_t kChunk = 65536;
 
-class ByteSink : public protocol::BasicIo {
+class ByteSink : public net::ByteOutput {
  public:
   void write(const void* data, size_t length) override {
     const auto* bytes = static_cast<const uint8_t*>(data);
@@ -34,7 +34,7 @@ class ByteSink : public protocol::BasicIo {
 };
 
 // Serves `data` (which must outlive the stream) in chunks of kChunk octets.
-class MemoryStream : public old_protocol::BasicIo {
+class MemoryStream : public net::BasicIo {
  public:
   explicit MemoryStream(const std::vector<uint8_t>& data) : data_(data) {}
   uint64_t read(void* buffer, uint64_t capacity) override {
@@ -54,7 +54,7 @@ class MemoryStream : public old_protocol::BasicIo {
 
 void add(protocol::Object& object, auto&&... args) {
   auto property = std::make_unique<protocol::Property>();
-  tql::encode(*property, args...);
+  protocol::encode_property(*property, args...);
   object.properties.push_back(std::move(property));
 }
 
@@ -92,7 +92,7 @@ void BM_DecodeSelectResp(benchmark::State& state) {
   for (auto _ : state) {
     auto owned = std::make_unique<MemoryStream>(bytes);
     MemoryStream* stream = owned.get();
-    old_protocol::BerReader reader(protocol::guiProtocol(), std::move(owned));
+    protocol::BerReader reader(protocol::guiProtocol(), std::move(owned));
     while (stream->readable()) reader.readSome(false);
     std::unique_ptr<protocol::BerConstructed> message = reader.takeMessage();
     auto* response = dynamic_cast<protocol::Response*>(message.get());

@@ -46,7 +46,7 @@ void export_to(const std::string& fileName, bool gzip, std::ostream& document,
   environment.extra.pipeline = pipeline;
   environment.standardOutput = &document;
   environment.errorStream = &err;
-  const porter::XMLExport prototype(ElementKind::Object, err, epoch);
+  const porter::XMLExport prototype(porter::ElementKind::Object, err, epoch);
   porter::export_database("127.0.0.1", bench_server().port(), "admin", "secret", ".", ".",
                           fileName, prototype, porter::ClassFilter{}, true, gzip, environment);
 }

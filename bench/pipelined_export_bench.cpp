@@ -45,7 +45,7 @@ void BM_Export(benchmark::State& state) {
   size_t bytes = 0;
   for (auto _ : state) {
     std::ostringstream document, errors;
-    const porter::XMLExport prototype(ElementKind::Object, errors, fixed_clock);
+    const porter::XMLExport prototype(porter::ElementKind::Object, errors, fixed_clock);
     stats = porter::PipelineStats();
     porter::ExportEnvironment environment;
     environment.standardOutput = &document;

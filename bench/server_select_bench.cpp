@@ -61,7 +61,7 @@ void BM_AnswerSelectInProcess(benchmark::State& state) {
 }
 BENCHMARK(BM_AnswerSelectInProcess);
 
-void read_exactly(old_protocol::BasicIo& io, size_t count, std::vector<char>& buffer) {
+void read_exactly(net::BasicIo& io, size_t count, std::vector<char>& buffer) {
   if (buffer.size() < 65536) buffer.resize(65536);
   while (count > 0) count -= io.read(buffer.data(), std::min(count, buffer.size()));
 }
@@ -69,12 +69,12 @@ void read_exactly(old_protocol::BasicIo& io, size_t count, std::vector<char>& bu
 // A logged-in socket without a decoding reader: answers are taken as raw
 // octets of the size the server's own encoding has, so that nothing but the
 // server and the loopback is measured.
-std::unique_ptr<old_protocol::OsalSocket> raw_login(uint16_t port) {
-  auto socket = std::make_unique<old_protocol::OsalSocket>("127.0.0.1", port);
+std::unique_ptr<net::OsalSocket> raw_login(uint16_t port) {
+  auto socket = std::make_unique<net::OsalSocket>("127.0.0.1", port);
   // The handshake's answers are decoded; nothing else arrives before the
   // first request, so the reader reads nothing that belongs to later answers.
-  old_protocol::BerReader reader(protocol::guiProtocol(),
-                                 std::make_unique<server::BorrowedStream>(*socket));
+  protocol::BerReader reader(protocol::guiProtocol(),
+                             std::make_unique<server::BorrowedStream>(*socket));
   auto wait = [&reader] {
     std::unique_ptr<protocol::BerConstructed> m = reader.takeMessage();
     while (!m) {
@@ -127,13 +127,13 @@ BENCHMARK(BM_SelectOverLoopbackRaw)->Arg(1)->Arg(16)->UseRealTime();
 void BM_SelectOverLoopbackViaClient(benchmark::State& state) {
   server::Server s(database(), server::ServerOptions());
   s.start();
-  auto session = openSession(ConnectionFactory(), "127.0.0.1", s.port(), "Exporter", "admin",
-                             "secret", ".");
+  auto session = client::openSession(net::ConnectionFactory(), "127.0.0.1", s.port(), "Exporter",
+                                     "admin", "secret", ".");
   const std::string root = session->rootDomainId;
   for (auto _ : state) {
-    auto select = std::make_shared<tqlquery::Select>(root, ".! > .", 0);
-    comquery::send(*session, select);
-    comquery::await(*session, *select);
+    auto select = std::make_shared<client::Select>(root, ".! > .", 0);
+    client::send(*session, select);
+    client::await(*session, *select);
     benchmark::DoNotOptimize(select->find_result_opt(root));
   }
   state.SetItemsProcessed(state.iterations());

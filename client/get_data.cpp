@@ -6,7 +6,7 @@
 #include "protocol/messages.h"
 #include "util/error.h"
 
-namespace dataquery {
+namespace client {
 
 GetData::GetData(std::string objectId, std::string indexName, int32_t p1, int32_t p2,
                  int32_t p3, int32_t p4, bool flag)
@@ -41,12 +41,12 @@ void GetData::decode(protocol::BerConstructed* body) {
     error = static_cast<uint32_t>(refusal->code);
     onError(refusal->code, refusal->texts);
   } else {
-    throw errors::bererror("Wrong type in GetData::decode.");
+    throw util::EBerError("Wrong type in GetData::decode.");
   }
 }
 
-void GetData::done(Session& session) { comquery::forget(session, *this); }
+void GetData::done(Session& session) { client::forget(session, *this); }
 
 void GetData::onError(int32_t, const std::vector<std::string>&) {}
 
-}  // namespace dataquery
+}  // namespace client

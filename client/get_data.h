@@ -14,9 +14,9 @@ namespace protocol {
 class DataInterval;
 }
 
-namespace dataquery {
+namespace client {
 
-class GetData : public comquery::Request {
+class GetData : public client::Request {
  public:
   // The meaning of the four parameters and the flag is the server's; the
   // third must lie between 0 and 2000 to be sendable.
@@ -28,7 +28,7 @@ class GetData : public comquery::Request {
   // GetDataResp: sets `dataType` and moves its intervals into `intervals`
   // (the response's list is left empty). ErrorResp: stores its code in
   // `error`, `dataType` and `intervals` unchanged. Any other body raises
-  // errors::bererror "Wrong type in GetData::decode.".
+  // util::EBerError "Wrong type in GetData::decode.".
   void decode(protocol::BerConstructed* body) override;
   // Always forgets the request.
   void done(Session& session) override;
@@ -48,6 +48,6 @@ class GetData : public comquery::Request {
   bool flag_;
 };
 
-}  // namespace dataquery
+}  // namespace client
 
 #endif  // TALVIX_CLIENT_GET_DATA_H_

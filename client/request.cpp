@@ -9,18 +9,18 @@
 #include "util/bignum.h"
 #include "util/error.h"
 
-namespace comquery {
+namespace client {
 
 namespace {
 
 // The next request id of every session id the process has seen. Sessions
 // that share a session id share the count.
-std::map<BigNum, uint32_t>& requestIdCounters() {
-  static std::map<BigNum, uint32_t> counters;
+std::map<util::BigNum, uint32_t>& requestIdCounters() {
+  static std::map<util::BigNum, uint32_t> counters;
   return counters;
 }
 
-int32_t takeRequestId(const BigNum& sessionId) {
+int32_t takeRequestId(const util::BigNum& sessionId) {
   uint32_t& next = requestIdCounters()[sessionId];
   return static_cast<int32_t>(next++);
 }
@@ -44,7 +44,7 @@ void send(Session& session, const std::shared_ptr<Request>& request) {
 }
 
 std::shared_ptr<Request> processResponse(Session& session) {
-  old_protocol::BerReader& reader = session.reader();
+  protocol::BerReader& reader = session.reader();
   std::unique_ptr<protocol::BerConstructed> message = reader.takeMessage();
   while (!message) {
     reader.readSome(false);
@@ -52,7 +52,7 @@ std::shared_ptr<Request> processResponse(Session& session) {
   }
 
   auto* response = dynamic_cast<protocol::Response*>(message.get());
-  if (response == nullptr) throw errors::bererror("Wrong type. Expected Response");
+  if (response == nullptr) throw util::EBerError("Wrong type. Expected Response");
 
   auto found = session.requestsById.find(response->id);
   if (found == session.requestsById.end()) return nullptr;  // already forgotten, or never sent
@@ -75,17 +75,17 @@ uint32_t await(Session& session, Request& request) {
 void forget(Session& session, Request& request) {
   auto byRequest = session.idsByRequest.find(&request);
   if (byRequest == session.idsByRequest.end()) {
-    assert_failed("forget called with unknown request");
+    util::assert_failed("forget called with unknown request");
   }
   auto byId = session.requestsById.find(byRequest->second);
   if (byId == session.requestsById.end()) {
-    assert_failed("forget called with unknown request.");
+    util::assert_failed("forget called with unknown request.");
   }
   session.idsByRequest.erase(byRequest);
   // Last: this may drop the final reference and destroy the request.
   session.requestsById.erase(byId);
 }
 
-std::string serverErrorText(uint32_t code) { return server_error_text(code); }
+std::string serverErrorText(uint32_t code) { return util::server_error_text(code); }
 
-}  // namespace comquery
+}  // namespace client

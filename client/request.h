@@ -1,6 +1,6 @@
 // Requests to the server and the pipeline of a Session that carries them.
 //
-// Every question to the server is an object derived from comquery::Request.
+// Every question to the server is an object derived from client::Request.
 // send() gives it the next id of its session, wraps its body in a
 // protocol::Request message and writes it; processResponse() reads one
 // protocol::Response, matches it to the outstanding request by id and lets
@@ -21,13 +21,13 @@
 #include <memory>
 #include <string>
 
-class Session;
-
 namespace protocol {
 class BerConstructed;
 }
 
-namespace comquery {
+namespace client {
+
+class Session;
 
 class Request {
  public:
@@ -47,7 +47,7 @@ class Request {
   virtual std::unique_ptr<protocol::BerConstructed> makeBody() = 0;
   // Takes the body of the answering protocol::Response (null when the
   // response carried none) and stores the outcome. May move content out of
-  // `body`. Raises errors::bererror for a body of a type it does not expect.
+  // `body`. Raises util::EBerError for a body of a type it does not expect.
   virtual void decode(protocol::BerConstructed* body) = 0;
   // Called right after a successful decode().
   virtual void done(Session& session) = 0;
@@ -82,7 +82,7 @@ void forget(Session& session, Request& request);
 
 // Reads one message, waiting as long as it takes, and dispatches it. Returns
 // the request it answered, or nullptr when its id is not outstanding (the
-// answer is dropped). Raises errors::bererror "Wrong type. Expected Response"
+// answer is dropped). Raises util::EBerError "Wrong type. Expected Response"
 // for any other message; errors of the request's decode() pass out, leaving
 // the request outstanding with `state` kAnswered and done() not called.
 std::shared_ptr<Request> processResponse(Session& session);
@@ -90,6 +90,6 @@ std::shared_ptr<Request> processResponse(Session& session);
 // The text of a server error code; "Unknown error" for unknown codes.
 std::string serverErrorText(uint32_t code);
 
-}  // namespace comquery
+}  // namespace client
 
 #endif  // TALVIX_CLIENT_REQUEST_H_

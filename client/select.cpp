@@ -8,7 +8,7 @@
 #include "tql/parser.h"
 #include "util/error.h"
 
-namespace tqlquery {
+namespace client {
 
 ResultObject::ResultObject(protocol::Object& object)
     : className_(object.className), flags_(object.flags), id_(object.id) {
@@ -33,7 +33,7 @@ bool ResultObject::has_property(const std::string& name) const {
 const protocol::Property& ResultObject::property(const std::string& name) const {
   auto found = properties_.find(name);
   if (found == properties_.end()) {
-    throw errors::objecterror("Property \"" + name + "\" not found in " + id_);
+    throw util::EObjectError("Property \"" + name + "\" not found in " + id_);
   }
   return *found->second;
 }
@@ -46,7 +46,7 @@ bool ResultObject::is_null(const std::string& name) const {
 
 std::string ResultObject::get_string(const std::string& name) const {
   std::string text;
-  tql::decode(property(name), 6, text);
+  protocol::decode_property(property(name), 6, text);
   return text;
 }
 
@@ -88,36 +88,36 @@ void Select::decode(protocol::BerConstructed* body) {
     error = static_cast<uint32_t>(refusal->code);
     onError(refusal->code, refusal->texts);
   } else {
-    throw errors::bererror("Wrong type in Select::decode.");
+    throw util::EBerError("Wrong type in Select::decode.");
   }
 }
 
 void Select::done(Session& session) {
-  if ((flags_ & kKeepOutstanding) == 0) comquery::forget(session, *this);
+  if ((flags_ & kKeepOutstanding) == 0) client::forget(session, *this);
 }
 
 void Select::onError(int32_t, const std::vector<std::string>&) {}
 
 const ResultObject& Select::find_result(const std::string& id) const {
   if (state != kAnswered) {
-    throw errors::selecterror("find_result() invoked before await() for query \"" +
-                              patternText_ + "\"");
+    throw util::ESelectError("find_result() invoked before await() for query \"" + patternText_ +
+                             "\"");
   }
   auto found = results_.find(id);
   if (found == results_.end()) {
-    throw errors::selecterror("Id (" + id + ") not found in result set for query \"" +
-                              patternText_ + "\"");
+    throw util::ESelectError("Id (" + id + ") not found in result set for query \"" + patternText_ +
+                             "\"");
   }
   return *found->second;
 }
 
 const ResultObject* Select::find_result_opt(const std::string& id) const {
   if (state != kAnswered) {
-    throw errors::selecterror("find_result_opt() invoked before await() for query \"" +
-                              patternText_ + "\"");
+    throw util::ESelectError("find_result_opt() invoked before await() for query \"" +
+                             patternText_ + "\"");
   }
   auto found = results_.find(id);
   return found == results_.end() ? nullptr : found->second.get();
 }
 
-}  // namespace tqlquery
+}  // namespace client

@@ -2,10 +2,10 @@
 // object, kept as a result set of ResultObjects keyed by object id.
 //
 // Typical use:
-//   auto select = std::make_shared<tqlquery::Select>(id, ".! > .", 0);
-//   comquery::send(session, select);
-//   comquery::await(session, *select);
-//   const tqlquery::ResultObject* object = select->find_result_opt(id);
+//   auto select = std::make_shared<client::Select>(id, ".! > .", 0);
+//   client::send(session, select);
+//   client::await(session, *select);
+//   const client::ResultObject* object = select->find_result_opt(id);
 #ifndef TALVIX_CLIENT_SELECT_H_
 #define TALVIX_CLIENT_SELECT_H_
 
@@ -23,7 +23,7 @@ class PathPattern;
 class Property;
 }  // namespace protocol
 
-namespace tqlquery {
+namespace client {
 
 // One selected object with its properties and child objects.
 class ResultObject {
@@ -47,13 +47,13 @@ class ResultObject {
   const std::vector<std::unique_ptr<ResultObject>>& children() const { return children_; }
 
   bool has_property(const std::string& name) const;
-  // The named property; raises errors::objecterror
+  // The named property; raises util::EObjectError
   // "Property \"<name>\" not found in <id>" when there is none.
   const protocol::Property& property(const std::string& name) const;
   // Whether the named property holds the null value; raises as property().
   bool is_null(const std::string& name) const;
   // The named property as text (wanted type String); raises as property(),
-  // and errors::tql for a property of another type or a null value.
+  // and util::ETqlError for a property of another type or a null value.
   std::string get_string(const std::string& name) const;
 
  private:
@@ -64,7 +64,7 @@ class ResultObject {
   std::vector<std::unique_ptr<ResultObject>> children_;
 };
 
-class Select : public virtual comquery::Request {
+class Select : public virtual client::Request {
  public:
   // Flag bit: stay outstanding after an answer instead of forgetting.
   static constexpr uint32_t kKeepOutstanding = 1;
@@ -80,7 +80,7 @@ class Select : public virtual comquery::Request {
   std::unique_ptr<protocol::BerConstructed> makeBody() override;
   // SelectResp: replaces the result set (a repeated id keeps the later
   // object). ErrorResp: stores its code in `error`, results unchanged. Any
-  // other body raises errors::bererror "Wrong type in Select::decode.".
+  // other body raises util::EBerError "Wrong type in Select::decode.".
   void decode(protocol::BerConstructed* body) override;
   // Forgets the request unless kKeepOutstanding is set.
   void done(Session& session) override;
@@ -88,7 +88,7 @@ class Select : public virtual comquery::Request {
   virtual void onSuccess() {}
   virtual void onError(int32_t code, const std::vector<std::string>& texts);
 
-  // The top-level object with that id. Raises errors::selecterror before the
+  // The top-level object with that id. Raises util::ESelectError before the
   // answer has arrived and when the id is not in the result set. The object
   // stays valid until the Select is destroyed or decodes another answer.
   const ResultObject& find_result(const std::string& id) const;
@@ -105,6 +105,6 @@ class Select : public virtual comquery::Request {
   std::string patternText_;
 };
 
-}  // namespace tqlquery
+}  // namespace client
 
 #endif  // TALVIX_CLIENT_SELECT_H_

@@ -8,7 +8,9 @@
 #include "protocol/messages.h"
 #include "util/error.h"
 
-Session::Session(std::unique_ptr<old_protocol::BerReader> reader, BigNum sessionId,
+namespace client {
+
+Session::Session(std::unique_ptr<protocol::BerReader> reader, util::BigNum sessionId,
                  std::string rootDomainId, std::string mibRootId)
     : sessionId(std::move(sessionId)),
       rootDomainId(std::move(rootDomainId)),
@@ -21,7 +23,7 @@ Session::~Session() = default;
 namespace {
 
 // Waits for the next complete message from the server.
-std::unique_ptr<protocol::BerConstructed> waitForMessage(old_protocol::BerReader& reader) {
+std::unique_ptr<protocol::BerConstructed> waitForMessage(protocol::BerReader& reader) {
   std::unique_ptr<protocol::BerConstructed> message = reader.takeMessage();
   while (!message) {
     reader.readSome(false);
@@ -40,7 +42,7 @@ bool acceptableOffer(const protocol::ServerOffers& offer) {
 }
 
 // Negotiates version and authentication (everything before the login).
-void negotiate(old_protocol::BerReader& reader) {
+void negotiate(protocol::BerReader& reader) {
   protocol::ClientWants wants;
   wants.version = PROTOCOL_VERSION;
   wants.authentication = std::make_unique<protocol::ClientNoAuth>();
@@ -48,12 +50,12 @@ void negotiate(old_protocol::BerReader& reader) {
 
   std::unique_ptr<protocol::BerConstructed> answer = waitForMessage(reader);
   if (auto* nack = dynamic_cast<protocol::NegotiateNack*>(answer.get())) {
-    throw errors::connect_error("Server rejected us: " + nack->reason);
+    throw util::EConnectError("Server rejected us: " + nack->reason);
   }
   auto* offer = dynamic_cast<protocol::ServerOffers*>(answer.get());
-  if (offer == nullptr) throw errors::connect_error("Protocol error: Wrong type");
+  if (offer == nullptr) throw util::EConnectError("Protocol error: Wrong type");
   if (!acceptableOffer(*offer)) {
-    throw errors::connect_error("Server does not support our version of the protocol");
+    throw util::EConnectError("Server does not support our version of the protocol");
   }
 
   reader.send(protocol::NegotiateAck());
@@ -61,12 +63,12 @@ void negotiate(old_protocol::BerReader& reader) {
 
 }  // namespace
 
-std::unique_ptr<Session> openSession(const ConnectionFactory& factory, const std::string& host,
+std::unique_ptr<Session> openSession(const net::ConnectionFactory& factory, const std::string& host,
                                      uint32_t port, const std::string& clientName,
                                      const std::string& user, const std::string& password,
                                      const std::string& loginDomain) {
-  auto reader = std::make_unique<old_protocol::BerReader>(protocol::guiProtocol(),
-                                                          factory.connect(host, port));
+  auto reader =
+      std::make_unique<protocol::BerReader>(protocol::guiProtocol(), factory.connect(host, port));
   negotiate(*reader);
 
   // A refused login may show as anything from a closed connection to a reply
@@ -81,10 +83,12 @@ std::unique_ptr<Session> openSession(const ConnectionFactory& factory, const std
 
     std::unique_ptr<protocol::BerConstructed> answer = waitForMessage(*reader);
     auto* accepted = dynamic_cast<protocol::NewSessionResp*>(answer.get());
-    if (accepted == nullptr) throw errors::connect_error("Protocol error: Wrong type");
+    if (accepted == nullptr) throw util::EConnectError("Protocol error: Wrong type");
     return std::make_unique<Session>(std::move(reader), accepted->sessionId,
                                      accepted->rootDomainId, accepted->mibRootId);
-  } catch (const error::Exception&) {
-    throw errors::connect_error("Wrong username / password");
+  } catch (const util::Exception&) {
+    throw util::EConnectError("Wrong username / password");
   }
 }
+
+}  // namespace client

@@ -16,14 +16,16 @@
 #include "net/connection.h"
 #include "util/bignum.h"
 
-namespace old_protocol {
+namespace net {
 class BasicIo;
-class BerReader;
-}  // namespace old_protocol
-
-namespace comquery {
-class Request;
 }
+namespace protocol {
+class BerReader;
+}
+
+namespace client {
+
+class Request;
 
 // The version the client asks for: major 2 in the high octet, minor 3.
 constexpr int32_t PROTOCOL_VERSION = 515;
@@ -31,42 +33,44 @@ constexpr int32_t PROTOCOL_VERSION = 515;
 class Session {
  public:
   // Takes over `reader`, which owns the connection.
-  Session(std::unique_ptr<old_protocol::BerReader> reader, BigNum sessionId,
+  Session(std::unique_ptr<protocol::BerReader> reader, util::BigNum sessionId,
           std::string rootDomainId, std::string mibRootId);
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
   ~Session();
 
   // The reader decodes everything the server sends and writes our messages.
-  old_protocol::BerReader& reader() { return *reader_; }
+  protocol::BerReader& reader() { return *reader_; }
   // The connection below the reader; owned by the reader.
-  old_protocol::BasicIo& connection() { return *connection_; }
+  net::BasicIo& connection() { return *connection_; }
 
-  const BigNum sessionId;
+  const util::BigNum sessionId;
   const std::string rootDomainId;  // start of the domain lookups
   const std::string mibRootId;     // start object of the MIB query
 
-  // The outstanding requests, kept by comquery::send and comquery::forget
+  // The outstanding requests, kept by client::send and client::forget
   // only: both tables hold exactly the same requests.
-  std::map<int32_t, std::shared_ptr<comquery::Request>> requestsById;
-  std::unordered_map<const comquery::Request*, int32_t> idsByRequest;
+  std::map<int32_t, std::shared_ptr<client::Request>> requestsById;
+  std::unordered_map<const client::Request*, int32_t> idsByRequest;
 
  private:
-  std::unique_ptr<old_protocol::BerReader> reader_;
-  old_protocol::BasicIo* connection_;
+  std::unique_ptr<protocol::BerReader> reader_;
+  net::BasicIo* connection_;
 };
 
 // Connects through `factory` to host:port and logs in as `user` of
 // `loginDomain`. The caller owns the returned session.
 //
-// Refusals raise errors::connect_error: "Server rejected us: " + the server's
+// Refusals raise util::EConnectError: "Server rejected us: " + the server's
 // reason, "Protocol error: Wrong type", "Server does not support our version
 // of the protocol", and "Wrong username / password" for any failure from
 // sending the login to receiving its answer. Transport and decoding errors
-// before the login pass out unchanged (error::ESystemError, protocol::EBer).
-std::unique_ptr<Session> openSession(const ConnectionFactory& factory, const std::string& host,
+// before the login pass out unchanged (util::ESystemError, protocol::EBer).
+std::unique_ptr<Session> openSession(const net::ConnectionFactory& factory, const std::string& host,
                                      uint32_t port, const std::string& clientName,
                                      const std::string& user, const std::string& password,
                                      const std::string& loginDomain);
+
+}  // namespace client
 
 #endif  // TALVIX_CLIENT_SESSION_H_

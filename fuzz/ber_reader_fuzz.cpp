@@ -1,7 +1,7 @@
 // Feeds arbitrary bytes through the BER reader as a server would send them.
 // The first input octet chooses the setting: its low six bits the chunk
 // size the fake connection delivers, bit 6 the protocol, bit 7 the early
-// end. Every decoding failure must surface as an error::Exception, never as
+// end. Every decoding failure must surface as an util::Exception, never as
 // a crash, hang or runaway allocation.
 //
 // Two protocols take turns: the client's own message classes, and "open"
@@ -90,7 +90,7 @@ class OpenSequence : public BerConstructed {
   uint32_t u32_ = 0;
   int64_t i64_ = 0;
   uint64_t u64_ = 0;
-  BigNum big_;
+  util::BigNum big_;
   bool flag_ = false;
   double real_ = 0;
   int32_t enum_ = 0;
@@ -107,13 +107,13 @@ class OpenProtocol : public BerProtocol {
 
 // Serves the input in chunks of a fixed size, then reports the end of the
 // stream as the socket stream does.
-class ChunkStream : public old_protocol::BasicIo {
+class ChunkStream : public net::BasicIo {
  public:
   ChunkStream(const uint8_t* data, size_t size, size_t chunk)
       : data_(data), size_(size), chunk_(chunk) {}
   uint64_t read(void* buffer, uint64_t capacity) override {
     if (capacity == 0) return 0;
-    if (pos_ == size_) throw error::ESystemError("Error reading: end of stream");
+    if (pos_ == size_) throw util::ESystemError("Error reading: end of stream");
     const size_t count = std::min<size_t>({chunk_, size_ - pos_, static_cast<size_t>(capacity)});
     std::memcpy(buffer, data_ + pos_, count);
     pos_ += count;
@@ -139,7 +139,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const size_t chunk = (data[0] & 0x3F) == 0 ? 65536 : (data[0] & 0x3F);
   auto owned = std::make_unique<ChunkStream>(data + 1, size - 1, chunk);
   ChunkStream* stream = owned.get();
-  old_protocol::BerReader reader(protocol, std::move(owned));
+  protocol::BerReader reader(protocol, std::move(owned));
   try {
     while (stream->readable()) {
       reader.readSome((data[0] & 0x80) != 0);
@@ -148,7 +148,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         reader.send(*message);
       }
     }
-  } catch (const error::Exception&) {
+  } catch (const util::Exception&) {
     // A refused input: what the session would report to the user.
   }
   return 0;

@@ -1,5 +1,5 @@
 // Feeds arbitrary text to the TQL pattern parser. Every malformed pattern
-// must surface as an error::Exception carrying the pattern as context, never
+// must surface as an util::Exception carrying the pattern as context, never
 // as a crash, hang or runaway allocation.
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   try {
     tql::parse(text);
-  } catch (const error::Exception& e) {
+  } catch (const util::Exception& e) {
     const std::string context = ": parsing " + text;
     if (e.detail.size() < context.size() ||
         e.detail.compare(e.detail.size() - context.size(), context.size(), context) != 0) {

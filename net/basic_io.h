@@ -1,30 +1,26 @@
 // The byte-stream interfaces that messages are written to and read from.
 //
-// protocol::BasicIo is an output stream; old_protocol::BasicIo adds reading.
-// Every failure is raised as an exception of the error:: family (normally
-// error::ESystemError); a stream never reports failure by a return value.
+// net::ByteOutput is an output stream; net::BasicIo adds reading.
+// Every failure is raised as an exception of the util:: family (normally
+// util::ESystemError); a stream never reports failure by a return value.
 #ifndef TALVIX_NET_BASIC_IO_H_
 #define TALVIX_NET_BASIC_IO_H_
 
 #include <cstddef>
 #include <cstdint>
 
-namespace protocol {
+namespace net {
 
-class BasicIo {
+class ByteOutput {
  public:
-  virtual ~BasicIo() = default;
+  virtual ~ByteOutput() = default;
   // Hands over all `length` bytes or raises.
   virtual void write(const void* data, size_t length) = 0;
   // Pushes buffered bytes down to the system or raises.
   virtual void flush() = 0;
 };
 
-}  // namespace protocol
-
-namespace old_protocol {
-
-class BasicIo : public protocol::BasicIo {
+class BasicIo : public ByteOutput {
  public:
   // For a non-zero capacity returns at least one byte (at most `capacity`) or
   // raises; the end of the stream is a failure, never a count of 0.
@@ -33,18 +29,6 @@ class BasicIo : public protocol::BasicIo {
   virtual bool readable() = 0;
 };
 
-// A protocol layer stacked on a stream; the BER reader is the implementation.
-// The layer owns the stream below it.
-class GenericLayer {
- public:
-  virtual ~GenericLayer() = default;
-  virtual BasicIo* lower() = 0;
-  virtual void setLower(BasicIo* stream) = 0;  // takes ownership
-  // One read from the stream below and the decoding of all that arrived.
-  virtual bool readSome(bool stopWhenQueued) = 0;
-  virtual bool ready() = 0;
-};
-
-}  // namespace old_protocol
+}  // namespace net
 
 #endif  // TALVIX_NET_BASIC_IO_H_

@@ -6,13 +6,13 @@
 
 #include "util/error.h"
 
-namespace old_protocol {
+namespace net {
 
 BufferIo::BufferIo(std::unique_ptr<BasicIo> lower)
     : lower_(std::move(lower)),
       read_buffer_(std::make_unique<uint8_t[]>(kBufferSize)),
       write_buffer_(std::make_unique<uint8_t[]>(kBufferSize)) {
-  if (!lower_) assert_failed("BufferIo needs a stream below it");
+  if (!lower_) util::assert_failed("BufferIo needs a stream below it");
 }
 
 BufferIo::~BufferIo() = default;
@@ -57,4 +57,4 @@ uint64_t BufferIo::read(void* buffer, uint64_t capacity) {
 
 bool BufferIo::readable() { return true; }
 
-}  // namespace old_protocol
+}  // namespace net

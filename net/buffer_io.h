@@ -11,7 +11,7 @@
 
 #include "net/basic_io.h"
 
-namespace old_protocol {
+namespace net {
 
 class BufferIo : public BasicIo {
  public:
@@ -46,6 +46,6 @@ class BufferIo : public BasicIo {
   uint64_t write_cursor_ = 0;  // bytes in [0, write_cursor_) wait to be sent
 };
 
-}  // namespace old_protocol
+}  // namespace net
 
 #endif  // TALVIX_NET_BUFFER_IO_H_

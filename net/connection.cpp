@@ -6,18 +6,22 @@
 #include "net/osal_socket.h"
 #include "util/error.h"
 
-std::unique_ptr<old_protocol::BasicIo> connectTcp(const std::string& host, uint32_t port) {
-  auto socket = std::make_unique<old_protocol::OsalSocket>(host, static_cast<uint16_t>(port));
-  return std::make_unique<old_protocol::BufferIo>(std::move(socket));
+namespace net {
+
+std::unique_ptr<net::BasicIo> connectTcp(const std::string& host, uint32_t port) {
+  auto socket = std::make_unique<net::OsalSocket>(host, static_cast<uint16_t>(port));
+  return std::make_unique<net::BufferIo>(std::move(socket));
 }
 
 ConnectionFactory::ConnectionFactory() : connector_(connectTcp) {}
 
 ConnectionFactory::ConnectionFactory(Connector connector) : connector_(std::move(connector)) {
-  if (!connector_) assert_failed("ConnectionFactory needs a connector");
+  if (!connector_) util::assert_failed("ConnectionFactory needs a connector");
 }
 
-std::unique_ptr<old_protocol::BasicIo> ConnectionFactory::connect(const std::string& host,
-                                                                  uint32_t port) const {
+std::unique_ptr<net::BasicIo> ConnectionFactory::connect(const std::string& host,
+                                                         uint32_t port) const {
   return connector_(host, port);
 }
+
+}  // namespace net

@@ -12,17 +12,19 @@
 
 #include "net/basic_io.h"
 
+namespace net {
+
 // Connects to `host` at `port` and returns a BufferIo over a new OsalSocket;
 // the caller owns the result. The port is taken as its low 16 bits, as the
-// socket address holds it. Raises error::ESystemError when the host cannot be
+// socket address holds it. Raises util::ESystemError when the host cannot be
 // resolved or reached.
-std::unique_ptr<old_protocol::BasicIo> connectTcp(const std::string& host, uint32_t port);
+std::unique_ptr<net::BasicIo> connectTcp(const std::string& host, uint32_t port);
 
 // Holds the function that opens a new stream connected to a host and port.
 class ConnectionFactory {
  public:
   using Connector =
-      std::function<std::unique_ptr<old_protocol::BasicIo>(const std::string& host, uint32_t port)>;
+      std::function<std::unique_ptr<net::BasicIo>(const std::string& host, uint32_t port)>;
 
   // Connects with connectTcp().
   ConnectionFactory();
@@ -30,11 +32,13 @@ class ConnectionFactory {
   explicit ConnectionFactory(Connector connector);
 
   // A new connected stream, owned by the caller; failures of the connector
-  // (error::ESystemError for connectTcp) pass through.
-  std::unique_ptr<old_protocol::BasicIo> connect(const std::string& host, uint32_t port) const;
+  // (util::ESystemError for connectTcp) pass through.
+  std::unique_ptr<net::BasicIo> connect(const std::string& host, uint32_t port) const;
 
  private:
   Connector connector_;
 };
+
+}  // namespace net
 
 #endif  // TALVIX_NET_CONNECTION_H_

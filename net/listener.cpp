@@ -12,12 +12,13 @@
 
 #include "util/error.h"
 
-namespace old_protocol {
+namespace net {
 
 namespace {
 
 [[noreturn]] void raise_errno(const char* what, int code) {
-  error::throw_system_error(socket_errorf("%s: %s (%d)", what, socket_strerror(static_cast<uint32_t>(code)), code));
+  util::throw_system_error(
+      socket_errorf("%s: %s (%d)", what, socket_strerror(static_cast<uint32_t>(code)), code));
 }
 
 }  // namespace
@@ -72,4 +73,4 @@ std::unique_ptr<SocketStream> Listener::accept(int timeout_ms) {
   }
 }
 
-}  // namespace old_protocol
+}  // namespace net

@@ -12,12 +12,12 @@
 #include "net/osal_socket.h"
 #include "net/socket.h"
 
-namespace old_protocol {
+namespace net {
 
 class Listener {
  public:
   // Listens on 127.0.0.1 at `port` (0: any free port, see port()) with room
-  // for `backlog` connections not yet accepted. Raises error::ESystemError.
+  // for `backlog` connections not yet accepted. Raises util::ESystemError.
   explicit Listener(uint16_t port = 0, int backlog = 16);
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
@@ -29,7 +29,7 @@ class Listener {
 
   // Waits at most `timeout_ms` milliseconds (negative: without limit) for a
   // connection and returns it as a stream the caller owns; nullptr when none
-  // came in time. Raises error::ESystemError when accepting fails.
+  // came in time. Raises util::ESystemError when accepting fails.
   std::unique_ptr<SocketStream> accept(int timeout_ms = -1);
 
  private:
@@ -37,6 +37,6 @@ class Listener {
   uint16_t port_ = 0;
 };
 
-}  // namespace old_protocol
+}  // namespace net
 
 #endif  // TALVIX_NET_LISTENER_H_

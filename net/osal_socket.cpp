@@ -6,7 +6,7 @@
 
 #include "util/error.h"
 
-namespace old_protocol {
+namespace net {
 
 namespace {
 
@@ -15,7 +15,7 @@ namespace {
 constexpr unsigned kConnectOptions = 4;
 
 void raise_if(const char* prefix, const char* text) {
-  if (text != nullptr) error::throw_system_error(std::string(prefix) + text);
+  if (text != nullptr) util::throw_system_error(std::string(prefix) + text);
 }
 
 socket_t connect_to(const std::string& host, uint16_t port) {
@@ -45,7 +45,7 @@ uint64_t SocketStream::read(void* buffer, uint64_t capacity) {
   size_t count = 0;
   const size_t wanted = capacity > SIZE_MAX ? SIZE_MAX : static_cast<size_t>(capacity);
   raise_if("Error reading from socket: ", socket_recv(&sock_, buffer, wanted, &count));
-  if (count == 0) error::throw_system_error("Error reading: OsalSocket::read end of stream");
+  if (count == 0) util::throw_system_error("Error reading: OsalSocket::read end of stream");
   return count;
 }
 
@@ -60,9 +60,9 @@ void SocketStream::close() {
   // release it so the stream never leaks its descriptor.
   if (sock_ != INVALID_SOCKET_HANDLE) ::close(sock_);
   sock_ = INVALID_SOCKET_HANDLE;
-  error::throw_system_error(message);
+  util::throw_system_error(message);
 }
 
 OsalSocket::OsalSocket(const std::string& host, uint16_t port) : SocketStream(connect_to(host, port)) {}
 
-}  // namespace old_protocol
+}  // namespace net

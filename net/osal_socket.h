@@ -1,7 +1,7 @@
 // Byte streams over one connected TCP socket.
 //
 // SocketStream owns a connected socket and turns the socket layer's failure
-// texts into error::ESystemError. OsalSocket is the stream the client opens to
+// texts into util::ESystemError. OsalSocket is the stream the client opens to
 // the server; the loopback listener hands out SocketStreams for the sockets it
 // accepts.
 #ifndef TALVIX_NET_OSAL_SOCKET_H_
@@ -13,7 +13,7 @@
 #include "net/basic_io.h"
 #include "net/socket.h"
 
-namespace old_protocol {
+namespace net {
 
 class SocketStream : public BasicIo {
  public:
@@ -52,12 +52,12 @@ class SocketStream : public BasicIo {
 class OsalSocket : public SocketStream {
  public:
   // Starts the socket subsystem, resolves `host` and connects to it at
-  // `port`. Raises error::ESystemError: "Error initializing socket subsystem: "
+  // `port`. Raises util::ESystemError: "Error initializing socket subsystem: "
   // + text for a start-up failure, the socket layer's text alone for a failed
   // lookup or connect. A constructed OsalSocket is connected.
   OsalSocket(const std::string& host, uint16_t port);
 };
 
-}  // namespace old_protocol
+}  // namespace net
 
 #endif  // TALVIX_NET_OSAL_SOCKET_H_

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <climits>
 
-namespace net_detail {
+namespace net::detail {
 
 int poll_until(int fd, short events, unsigned seconds, short* revents) {
   *revents = 0;
@@ -29,4 +29,4 @@ int poll_until(int fd, short events, unsigned seconds, short* revents) {
   }
 }
 
-}  // namespace net_detail
+}  // namespace net::detail

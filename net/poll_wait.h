@@ -3,7 +3,7 @@
 #ifndef TALVIX_NET_POLL_WAIT_H_
 #define TALVIX_NET_POLL_WAIT_H_
 
-namespace net_detail {
+namespace net::detail {
 
 // Waits at most `seconds` for `events` on `fd` and returns poll()'s result (0
 // when the limit passed, 1 when ready, -1 with errno on failure); *revents
@@ -12,6 +12,6 @@ namespace net_detail {
 // negative fd fails at once with EBADF instead of sitting out the wait.
 int poll_until(int fd, short events, unsigned seconds, short* revents);
 
-}  // namespace net_detail
+}  // namespace net::detail
 
 #endif  // TALVIX_NET_POLL_WAIT_H_

@@ -18,6 +18,8 @@
 #include <cstdio>
 #include <cstring>
 
+namespace net {
+
 namespace {
 
 constexpr size_t kTextSize = 256;
@@ -63,7 +65,7 @@ size_t call_length(size_t length) {
 }
 
 int poll_one(socket_t fd, short events, unsigned seconds, short* revents) {
-  return net_detail::poll_until(fd, events, seconds, revents);
+  return net::detail::poll_until(fd, events, seconds, revents);
 }
 
 bool set_nonblocking(socket_t fd, bool on) {
@@ -255,3 +257,5 @@ SocketLookup socket_set_lookup(SocketLookup lookup) {
   g_lookup = lookup != nullptr ? lookup : system_lookup;
   return previous;
 }
+
+}  // namespace net

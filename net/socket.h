@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+namespace net {
+
 // A socket descriptor. The caller owns it and passes it by address.
 using socket_t = int;
 constexpr socket_t INVALID_SOCKET_HANDLE = -1;
@@ -82,5 +84,7 @@ struct SocketLookupResult {
 using SocketLookup = SocketLookupResult (*)(const char* host);
 // Installs `lookup` (nullptr: the system's lookup) and returns the previous one.
 SocketLookup socket_set_lookup(SocketLookup lookup);
+
+}  // namespace net
 
 #endif  // TALVIX_NET_SOCKET_H_

@@ -17,6 +17,8 @@
 #include "net/socket.h"
 #include "util/error.h"
 
+namespace net {
+
 namespace {
 
 enum class Wait { kReady, kExpired, kFailed };
@@ -24,7 +26,7 @@ enum class Wait { kReady, kExpired, kFailed };
 // Waits at most `seconds` for `events` on `fd`. kFailed leaves errno set.
 Wait wait_for(int fd, short events, unsigned seconds) {
   short revents = 0;
-  const int result = net_detail::poll_until(fd, events, seconds, &revents);
+  const int result = net::detail::poll_until(fd, events, seconds, &revents);
   if (result < 0) return Wait::kFailed;
   return result == 0 ? Wait::kExpired : Wait::kReady;
 }
@@ -38,7 +40,7 @@ std::string within_text(unsigned seconds) {
   return "within " + std::to_string(seconds) + (seconds == 1 ? " second" : " seconds");
 }
 
-[[noreturn]] void raise(const std::string& text) { error::throw_system_error(text); }
+[[noreturn]] void raise(const std::string& text) { util::throw_system_error(text); }
 
 // The "%s (%d)" form of the socket layer for errno `code`.
 std::string code_text(const char* head, int code) {
@@ -93,7 +95,7 @@ socket_t connect_within(const std::string& host, uint32_t port, unsigned seconds
 
 // A socket stream whose reads and writes give up when the server makes no
 // progress for the limit.
-class TimedSocketStream : public old_protocol::SocketStream {
+class TimedSocketStream : public net::SocketStream {
  public:
   TimedSocketStream(const std::string& host, uint32_t port, unsigned seconds)
       : TimedSocketStream(connect_within(host, port, seconds), host, port, seconds) {}
@@ -152,11 +154,11 @@ class TimedSocketStream : public old_protocol::SocketStream {
 
 }  // namespace
 
-std::unique_ptr<old_protocol::BasicIo> connectTcpWithin(const std::string& host, uint32_t port,
-                                                        unsigned seconds) {
-  if (seconds == 0) assert_failed("connectTcpWithin needs a limit of at least one second");
+std::unique_ptr<net::BasicIo> connectTcpWithin(const std::string& host, uint32_t port,
+                                               unsigned seconds) {
+  if (seconds == 0) util::assert_failed("connectTcpWithin needs a limit of at least one second");
   auto socket = std::make_unique<TimedSocketStream>(host, port, seconds);
-  return std::make_unique<old_protocol::BufferIo>(std::move(socket));
+  return std::make_unique<net::BufferIo>(std::move(socket));
 }
 
 ConnectionFactory timedConnectionFactory(unsigned seconds) {
@@ -164,3 +166,5 @@ ConnectionFactory timedConnectionFactory(unsigned seconds) {
     return connectTcpWithin(host, port, seconds);
   });
 }
+
+}  // namespace net

@@ -34,7 +34,7 @@ struct BackgroundGZOutStream::Shared {
       if (!failed) {
         try {
           gz->write(block);
-        } catch (const error::Exception& e) {
+        } catch (const util::Exception& e) {
           std::lock_guard<std::mutex> lock(mutex);
           failure = e.text();
           failed = true;
@@ -58,7 +58,7 @@ struct BackgroundGZOutStream::Shared {
   }
 
   // Raises the compressor's failure; call with `mutex` held or after stop().
-  void raise_failure() const { throw error::EFatal(failure); }
+  void raise_failure() const { throw util::EFatal(failure); }
 
   std::unique_ptr<GZOutStream> gz;
   std::mutex mutex;
@@ -87,7 +87,7 @@ BackgroundGZOutStream::~BackgroundGZOutStream() {
 }
 
 BackgroundGZOutStream& BackgroundGZOutStream::write(const std::string& text) {
-  if (shared_ == nullptr) throw error::EFatal("Error reading gz-stream: ");
+  if (shared_ == nullptr) throw util::EFatal("Error reading gz-stream: ");
   if (shared_->failed) {
     std::lock_guard<std::mutex> lock(shared_->mutex);
     shared_->raise_failure();
@@ -96,7 +96,7 @@ BackgroundGZOutStream& BackgroundGZOutStream::write(const std::string& text) {
   block_.append(text, 0, zero);
   if (block_.size() >= kBlockSize) hand_over();
   // zlib takes a text up to its first zero byte and has no error to tell.
-  if (zero != std::string::npos) throw error::EFatal("Error reading gz-stream: ");
+  if (zero != std::string::npos) throw util::EFatal("Error reading gz-stream: ");
   return *this;
 }
 

@@ -23,7 +23,7 @@ class BackgroundGZOutStream : public OutStream {
   static constexpr size_t kBlocksQueued = 4;        // full blocks waiting, at most
 
   // Opens the file as GZOutStream does (mode "wb" or "wb<level>") and starts
-  // the compressor. Throws error::EFatal "Couldn't open for writing
+  // the compressor. Throws util::EFatal "Couldn't open for writing
   // gz-stream: <fileName>".
   explicit BackgroundGZOutStream(const std::string& fileName, int level = -1);
   // Compresses what was written, completes and closes the file unchecked
@@ -31,7 +31,7 @@ class BackgroundGZOutStream : public OutStream {
   ~BackgroundGZOutStream() override;
 
   // Takes the text up to its first zero byte; a text with a zero byte then
-  // throws error::EFatal "Error reading gz-stream: " as GZOutStream does.
+  // throws util::EFatal "Error reading gz-stream: " as GZOutStream does.
   // Also throws "Error reading gz-stream: <zlib's text>" for an earlier
   // failure of the compressor. May wait while kBlocksQueued blocks are queued.
   BackgroundGZOutStream& write(const std::string& text) override;

@@ -41,7 +41,7 @@ DocumentOutput::DocumentOutput(const std::string& fileName, bool gzip,
     pattern.push_back('\0');
     tempFd_ = ::mkstemp(pattern.data());
     if (tempFd_ < 0) {
-      throw error::EFatal("Error opening: " + fileName + suffix + ": " + last_error_text());
+      throw util::EFatal("Error opening: " + fileName + suffix + ": " + util::last_error_text());
     }
     tempName_ = pattern.data();
     path = tempName_;
@@ -64,7 +64,7 @@ DocumentOutput::DocumentOutput(const std::string& fileName, bool gzip,
       plain_ = &standardOutput;
     } else {
       file_ = std::make_unique<std::ofstream>(path, std::ios::out | std::ios::trunc);
-      if (!*file_) throw error::EFatal("Error opening: " + path + ": " + last_error_text());
+      if (!*file_) throw util::EFatal("Error opening: " + path + ": " + util::last_error_text());
       plain_ = file_.get();
     }
     stream_ = std::make_unique<CPPOutStream>(*plain_);
@@ -100,18 +100,19 @@ void DocumentOutput::close_atomic() {
       file_->flush();
       if (file_->good()) file_->close();
       if (!file_->good()) {
-        throw error::EFatal("Error writing: " + tempName_ + ": " + last_error_text());
+        throw util::EFatal("Error writing: " + tempName_ + ": " + util::last_error_text());
       }
     }
     if (::fsync(tempFd_) != 0) {
-      throw error::EFatal("Error writing: " + tempName_ + ": " + last_error_text());
+      throw util::EFatal("Error writing: " + tempName_ + ": " + util::last_error_text());
     }
     const int closed = ::close(tempFd_);
     tempFd_ = -1;
-    if (closed != 0) throw error::EFatal("Error writing: " + tempName_ + ": " + last_error_text());
+    if (closed != 0)
+      throw util::EFatal("Error writing: " + tempName_ + ": " + util::last_error_text());
     if (std::rename(tempName_.c_str(), fileName_.c_str()) != 0) {
-      throw error::EFatal("Error renaming " + tempName_ + " to " + fileName_ + ": " +
-                          last_error_text());
+      throw util::EFatal("Error renaming " + tempName_ + " to " + fileName_ + ": " +
+                         util::last_error_text());
     }
   } catch (...) {
     discard();

@@ -33,7 +33,7 @@ class DocumentOutput {
   // Opens the output: a gzip file with `gzip` (the file name is then never
   // empty), standard output when `fileName` is empty, else a plain file that
   // is created or truncated (in place; or the temporary file when atomic).
-  // Throws error::EFatal: "Error opening: <name>: <system text>" for a plain
+  // Throws util::EFatal: "Error opening: <name>: <system text>" for a plain
   // file, "Couldn't open for writing gz-stream: <name>" for a gzip file.
   // `standardOutput` must outlive the object.
   DocumentOutput(const std::string& fileName, bool gzip, std::ostream& standardOutput,
@@ -50,7 +50,7 @@ class DocumentOutput {
 
   // Flushes a plain output, closes the file (a gzip file is completed).
   // Atomic: every step is checked (stream state, flush, gzip close, fsync,
-  // rename) and a failure throws error::EFatal naming the file, after the
+  // rename) and a failure throws util::EFatal naming the file, after the
   // temporary file was removed. In place, only the gzip compressor's write
   // failures are raised (as a write of GZOutStream raises them); the rest is
   // not checked.

@@ -11,16 +11,17 @@
 #include <string>
 #include <vector>
 
-namespace porter {
-class OutStream;
-}
 namespace protocol {
 class DataInterval;
 class Property;
 }  // namespace protocol
-namespace tqlquery {
+namespace client {
 class ResultObject;
 }
+
+namespace porter {
+
+class OutStream;
 
 // The element an exporter writes; the value indexes the element name table.
 enum class ElementKind : int32_t {
@@ -86,18 +87,20 @@ class ExportBase : public virtual PortBase {
   // written, 1 when the property is to be left out.
   virtual int addProperty(const protocol::Property& property) = 0;
   // The start tag; the elements written until close() nest inside it.
-  virtual void open(porter::OutStream& stream) = 0;
+  virtual void open(OutStream& stream) = 0;
   // The end tag matching the last open().
-  virtual void close(porter::OutStream& stream) = 0;
+  virtual void close(OutStream& stream) = 0;
   // The element as an empty element tag.
-  virtual void writeLeaf(porter::OutStream& stream) = 0;
+  virtual void writeLeaf(OutStream& stream) = 0;
   // One element per valid row of a history series of the given datatype.
-  virtual void writeData(porter::OutStream& stream, int32_t datatype, const Rows& rows) = 0;
+  virtual void writeData(OutStream& stream, int32_t datatype, const Rows& rows) = 0;
   // What precedes the export root's element; `object` (the export root, may
   // be null) is for exporters that describe it.
-  virtual void writeHeader(porter::OutStream& stream, const tqlquery::ResultObject* object) = 0;
+  virtual void writeHeader(OutStream& stream, const client::ResultObject* object) = 0;
   // What follows the export root's element.
-  virtual void writeFooter(porter::OutStream& stream, const tqlquery::ResultObject* object) = 0;
+  virtual void writeFooter(OutStream& stream, const client::ResultObject* object) = 0;
 };
+
+}  // namespace porter
 
 #endif  // TALVIX_PORTER_EXPORT_BASE_H_

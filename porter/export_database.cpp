@@ -22,18 +22,18 @@ namespace {
 
 // The id of the export root: the root domain for ".", else the last object of
 // the first-child chain of the dotted path's answer.
-std::string find_export_root(WalkSource& source, const Session& session,
+std::string find_export_root(WalkSource& source, const client::Session& session,
                              const std::string& exportDomain) {
   if (exportDomain == ".") return session.rootDomainId;
   std::vector<std::string> pieces;
-  split(exportDomain, '.', false, pieces);
+  util::split(exportDomain, '.', false, pieces);
   std::string pattern = ".";
   for (const std::string& piece : pieces) pattern += " > Domain { name ~= \"" + piece + "\"}";
 
-  std::shared_ptr<tqlquery::Select> lookup = source.select(session.rootDomainId, pattern);
-  const tqlquery::ResultObject* object = lookup->find_result_opt(session.rootDomainId);
+  std::shared_ptr<client::Select> lookup = source.select(session.rootDomainId, pattern);
+  const client::ResultObject* object = lookup->find_result_opt(session.rootDomainId);
   if (object == nullptr) {
-    throw error::EFatal("Domain \"" + exportDomain + "\" does not exist.");
+    throw util::EFatal("Domain \"" + exportDomain + "\" does not exist.");
   }
   while (!object->children().empty()) object = object->children().front().get();
   return object->id();
@@ -52,9 +52,9 @@ int export_database(const std::string& server, int32_t port, const std::string& 
   state.err = environment.errorStream;
 
   // The session stays open until the process ends; no logout is sent.
-  static std::unique_ptr<Session> session;
-  session = openSession(environment.connector, server, static_cast<uint32_t>(port), "Exporter",
-                        login, password, loginDomain);
+  static std::unique_ptr<client::Session> session;
+  session = client::openSession(environment.connector, server, static_cast<uint32_t>(port),
+                                "Exporter", login, password, loginDomain);
   state.session = session.get();
   // With more than one request in flight the walk's answers are asked for ahead.
   SequentialSource sequential(*session);
@@ -70,9 +70,9 @@ int export_database(const std::string& server, int32_t port, const std::string& 
   state.source = progress.watch(state.source);
 
   const std::string rootId = find_export_root(source, *session, exportDomain);
-  std::shared_ptr<tqlquery::Select> rootSelect = source.select(rootId, ".!");
-  const tqlquery::ResultObject* domain = rootSelect->find_result_opt(rootId);
-  if (domain == nullptr) throw error::EFatal("Domain non existing");
+  std::shared_ptr<client::Select> rootSelect = source.select(rootId, ".!");
+  const client::ResultObject* domain = rootSelect->find_result_opt(rootId);
+  if (domain == nullptr) throw util::EFatal("Domain non existing");
 
   std::unique_ptr<ExportBase> header = prototype.create(ElementKind::Meta);
   DocumentOutput output(outputFileName, gzip, *environment.standardOutput,
@@ -81,8 +81,8 @@ int export_database(const std::string& server, int32_t port, const std::string& 
                                       environment.extra.pipeline > 1});
   OutStream& out = progress.watch(output.stream());
 
-  std::shared_ptr<tqlquery::Select> treeSelect = source.select(domain->id(), ".! > .");
-  const tqlquery::ResultObject& tree = treeSelect->find_result(domain->id());
+  std::shared_ptr<client::Select> treeSelect = source.select(domain->id(), ".! > .");
+  const client::ResultObject& tree = treeSelect->find_result(domain->id());
   header->writeHeader(out, &tree);
 
   add_ignored_classes(state.filter, DEFAULT_IGNORED_CLASSES);

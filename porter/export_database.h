@@ -10,16 +10,16 @@
 #include "porter/class_filter.h"
 #include "porter/extra_settings.h"
 
-class ExportBase;
-
 namespace porter {
+
+class ExportBase;
 
 struct PipelineStats;
 
 // Where an export connects and writes besides the output file; the defaults
 // are the process's own. Everything referenced must outlive the call.
 struct ExportEnvironment {
-  ConnectionFactory connector;       // connectTcp
+  net::ConnectionFactory connector;  // connectTcp
   std::ostream* standardOutput = &std::cout;
   std::ostream* errorStream = &std::cerr;
   bool errorIsTerminal = false;      // errorStream shows on a terminal (progress redraws in place)
@@ -33,8 +33,8 @@ struct ExportEnvironment {
 // with `gzip`) only after that, writes the document through exporters made
 // by `prototype` (element kind Object) and closes the output. Returns 0.
 //
-// Failures are thrown: errors::connect_error for a refused login,
-// error::ESystemError for transport failures, error::EFatal for a missing
+// Failures are thrown: util::EConnectError for a refused login,
+// util::ESystemError for transport failures, util::EFatal for a missing
 // export domain ("Domain \"<path>\" does not exist.", "Domain non
 // existing"), an output that cannot be opened and the walk's own failures,
 // and the errors of the layers below. A failure after the output was opened

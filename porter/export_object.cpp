@@ -33,25 +33,24 @@ bool is_null_value(const protocol::Property& property) {
 
 // The object with the given id from a select of `pattern`, or nullptr; the
 // select is kept in `holder` as long as the object is used.
-const tqlquery::ResultObject* reselect(WalkSource& source, const std::string& id,
-                                       const std::string& pattern,
-                                       std::shared_ptr<tqlquery::Select>& holder) {
+const client::ResultObject* reselect(WalkSource& source, const std::string& id,
+                                     const std::string& pattern,
+                                     std::shared_ptr<client::Select>& holder) {
   holder = source.select(id, pattern);
   return holder->find_result_opt(id);
 }
 
 // Writes the history series of every index property of `object`.
-void export_history(const tqlquery::ResultObject& object,
-                    const std::vector<std::string>& indexNames, OutStream& stream,
-                    const ExportBase& prototype) {
+void export_history(const client::ResultObject& object, const std::vector<std::string>& indexNames,
+                    OutStream& stream, const ExportBase& prototype) {
   ExportState& state = export_state();
   for (const std::string& indexName : indexNames) {
     state.events->history_started(object.id());
-    std::shared_ptr<dataquery::GetData> data = state.source->history(object.id(), indexName);
+    std::shared_ptr<client::GetData> data = state.source->history(object.id(), indexName);
     if (data->error != 0 || data->intervals.empty()) continue;
     std::unique_ptr<ExportBase> wrapper = prototype.create(ElementKind::Object);
     wrapper->setAttribute(Attrib::Type, "Data");
-    wrapper->setAttribute(Attrib::Datatype, datatype_name(data->dataType));
+    wrapper->setAttribute(Attrib::Datatype, util::datatype_name(data->dataType));
     wrapper->setAttribute(Attrib::Id, indexName);
     wrapper->open(stream);
     prototype.create(ElementKind::Object)
@@ -88,16 +87,16 @@ bool is_written_property(const protocol::Property& property) {
   return true;
 }
 
-std::vector<const tqlquery::ResultObject*> walk_order(const tqlquery::ResultObject& object) {
-  std::vector<const tqlquery::ResultObject*> rest;
+std::vector<const client::ResultObject*> walk_order(const client::ResultObject& object) {
+  std::vector<const client::ResultObject*> rest;
   for (const auto& child : object.children()) {
     if ((child->flags() & kSkipChild) == 0) rest.push_back(child.get());
   }
-  std::vector<const tqlquery::ResultObject*> order;
+  std::vector<const client::ResultObject*> order;
   order.reserve(rest.size());
   for (const char* className : CLASS_ORDER) {
     auto it = rest.begin();
-    for (const tqlquery::ResultObject* child : rest) {
+    for (const client::ResultObject* child : rest) {
       if (child->className() == className) {
         order.push_back(child);
       } else {
@@ -110,7 +109,7 @@ std::vector<const tqlquery::ResultObject*> walk_order(const tqlquery::ResultObje
   return order;
 }
 
-void export_object(const tqlquery::ResultObject& object, OutStream& stream,
+void export_object(const client::ResultObject& object, OutStream& stream,
                    const ExportBase& prototype, std::set<std::string>& visited, bool isRootExport,
                    bool inSubtree) {
   ExportState& state = export_state();
@@ -119,11 +118,11 @@ void export_object(const tqlquery::ResultObject& object, OutStream& stream,
       inSubtree || state.filter.includedWithSubtree.count(object.className()) != 0;
 
   const std::string id = object.id();
-  std::shared_ptr<tqlquery::Select> select;
-  const tqlquery::ResultObject* found = reselect(*state.source, id, ".! > .", select);
+  std::shared_ptr<client::Select> select;
+  const client::ResultObject* found = reselect(*state.source, id, ".! > .", select);
   if (found == nullptr) found = reselect(*state.source, id, ".!", select);
-  if (found == nullptr) throw error::EFatal("Couldn't get object " + id + " from database");
-  const tqlquery::ResultObject& r = *found;
+  if (found == nullptr) throw util::EFatal("Couldn't get object " + id + " from database");
+  const client::ResultObject& r = *found;
 
   // MIB modules and objects are written only through the MIB selection.
   if (is_mib_class(r.className())) {
@@ -137,7 +136,7 @@ void export_object(const tqlquery::ResultObject& object, OutStream& stream,
              r.has_property("siblingName")) {
     return;
   } else {
-    throw error::EFatal("Couldn't get siblingName for " + id + " of class " + r.className());
+    throw util::EFatal("Couldn't get siblingName for " + id + " of class " + r.className());
   }
 
   const bool isDomain = r.className() == "Domain";
@@ -167,8 +166,8 @@ void export_object(const tqlquery::ResultObject& object, OutStream& stream,
   std::set<std::string> childVisited;
   if (isRootExport) {
     const std::string& mibRootId = state.session->mibRootId;
-    std::shared_ptr<tqlquery::Select> mibSelect;
-    const tqlquery::ResultObject* mibRoot =
+    std::shared_ptr<client::Select> mibSelect;
+    const client::ResultObject* mibRoot =
         reselect(*state.source, mibRootId, ".! > (MibModule | MibObject)", mibSelect);
     if (mibRoot != nullptr) {
       for (const auto& child : mibRoot->children()) {
@@ -177,7 +176,7 @@ void export_object(const tqlquery::ResultObject& object, OutStream& stream,
     }
   }
 
-  for (const tqlquery::ResultObject* child : walk_order(r)) {
+  for (const client::ResultObject* child : walk_order(r)) {
     export_object(*child, stream, prototype, childVisited, false, childrenInSubtree);
   }
 

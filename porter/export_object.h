@@ -16,16 +16,16 @@
 
 #include "porter/class_filter.h"
 
-class ExportBase;
 namespace protocol {
 class Property;
 }
-namespace tqlquery {
+namespace client {
 class ResultObject;
 }
 
 namespace porter {
 
+class ExportBase;
 
 class OutStream;
 
@@ -39,7 +39,7 @@ inline constexpr const char* CLASS_ORDER[] = {"User",      "AlertGroup", "MibMod
 // `visited` holds the siblingNames already exported under the same parent.
 // Reads export_state() for the source, filter, history flag and error
 // stream. Failures are thrown and leave what was written in the stream.
-void export_object(const tqlquery::ResultObject& object, OutStream& stream,
+void export_object(const client::ResultObject& object, OutStream& stream,
                    const ExportBase& prototype, std::set<std::string>& visited, bool isRootExport,
                    bool inSubtree);
 
@@ -57,7 +57,7 @@ bool is_index_property(const protocol::Property& property);
 
 // The children of `object` that the walk visits, in visiting order: children
 // with flag bit 0 set are left out; CLASS_ORDER classes come first.
-std::vector<const tqlquery::ResultObject*> walk_order(const tqlquery::ResultObject& object);
+std::vector<const client::ResultObject*> walk_order(const client::ResultObject& object);
 
 }  // namespace porter
 

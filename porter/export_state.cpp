@@ -20,20 +20,20 @@ constexpr int32_t kLast = 0;
 
 }  // namespace
 
-std::shared_ptr<tqlquery::Select> SequentialSource::select(const std::string& startId,
-                                                           const std::string& pattern) {
-  auto request = std::make_shared<tqlquery::Select>(startId, pattern, 0);
-  comquery::send(session_, request);
-  comquery::await(session_, *request);
+std::shared_ptr<client::Select> SequentialSource::select(const std::string& startId,
+                                                         const std::string& pattern) {
+  auto request = std::make_shared<client::Select>(startId, pattern, 0);
+  client::send(session_, request);
+  client::await(session_, *request);
   return request;
 }
 
-std::shared_ptr<dataquery::GetData> SequentialSource::history(const std::string& objectId,
-                                                              const std::string& indexName) {
+std::shared_ptr<client::GetData> SequentialSource::history(const std::string& objectId,
+                                                           const std::string& indexName) {
   auto request =
-      std::make_shared<dataquery::GetData>(objectId, indexName, kFrom, kTo, kStep, kLast, true);
-  comquery::send(session_, request);
-  comquery::await(session_, *request);
+      std::make_shared<client::GetData>(objectId, indexName, kFrom, kTo, kStep, kLast, true);
+  client::send(session_, request);
+  client::await(session_, *request);
   return request;
 }
 

@@ -14,11 +14,11 @@
 
 #include "porter/class_filter.h"
 
-class Session;
-namespace tqlquery {
+namespace client {
 class Select;
-}
-namespace dataquery {
+class Session;
+}  // namespace client
+namespace client {
 class GetData;
 }
 
@@ -38,25 +38,25 @@ class WalkSource {
  public:
   virtual ~WalkSource() = default;
   // A select of `pattern` from `startId`.
-  virtual std::shared_ptr<tqlquery::Select> select(const std::string& startId,
-                                                   const std::string& pattern) = 0;
+  virtual std::shared_ptr<client::Select> select(const std::string& startId,
+                                                 const std::string& pattern) = 0;
   // The stored history of one index property of one object.
-  virtual std::shared_ptr<dataquery::GetData> history(const std::string& objectId,
-                                                      const std::string& indexName) = 0;
+  virtual std::shared_ptr<client::GetData> history(const std::string& objectId,
+                                                   const std::string& indexName) = 0;
 };
 
 // Sends every request and awaits it before the next one is made.
 class SequentialSource : public WalkSource {
  public:
   // `session` must outlive the source.
-  explicit SequentialSource(Session& session) : session_(session) {}
-  std::shared_ptr<tqlquery::Select> select(const std::string& startId,
-                                           const std::string& pattern) override;
-  std::shared_ptr<dataquery::GetData> history(const std::string& objectId,
-                                              const std::string& indexName) override;
+  explicit SequentialSource(client::Session& session) : session_(session) {}
+  std::shared_ptr<client::Select> select(const std::string& startId,
+                                         const std::string& pattern) override;
+  std::shared_ptr<client::GetData> history(const std::string& objectId,
+                                           const std::string& indexName) override;
 
  private:
-  Session& session_;
+  client::Session& session_;
 };
 
 // What the walk reports as it goes, in walk order. The default (progress_marks())
@@ -79,7 +79,7 @@ class WalkEvents {
 WalkEvents& progress_marks();
 
 struct ExportState {
-  Session* session = nullptr;     // the logged-in session of the run
+  client::Session* session = nullptr;  // the logged-in session of the run
   WalkSource* source = nullptr;   // how the walk reaches the session
   ClassFilter filter;             // included, ignored, includedWithSubtree
   bool history = true;            // false with -c

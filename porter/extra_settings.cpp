@@ -73,7 +73,7 @@ const Setting kSettings[] = {
 
 std::string apply_extra_settings(const std::string& text, ExtraSettings& settings) {
   std::vector<std::string> pieces;
-  split(text, ',', false, pieces);
+  util::split(text, ',', false, pieces);
   for (const std::string& piece : pieces) {
     const size_t equals = piece.find('=');
     const std::string name = piece.substr(0, equals);
@@ -82,7 +82,7 @@ std::string apply_extra_settings(const std::string& text, ExtraSettings& setting
       if (name != setting.name) continue;
       if (equals == std::string::npos && name != "help") break;  // a bare word: ignored
       if (!setting.apply(value, settings)) {
-        return "bad value " + quote_escape(value) + " for -o " + name + ": expected " +
+        return "bad value " + util::quote_escape(value) + " for -o " + name + ": expected " +
                setting.expected;
       }
       break;

@@ -20,11 +20,12 @@ int main(int argc, char** argv) {
       [](const porter::RunSettings& s) {
         // Notices reach the error stream the export has installed (the progress
         // display keeps them apart from its own line).
-        const porter::XMLExport prototype(ElementKind::Object, porter::export_notices());
+        const porter::XMLExport prototype(porter::ElementKind::Object, porter::export_notices());
         porter::ExportEnvironment environment;
         environment.extra = s.extra;
         environment.errorIsTerminal = isatty(STDERR_FILENO) == 1;
-        if (s.extra.timeout > 0) environment.connector = timedConnectionFactory(s.extra.timeout);
+        if (s.extra.timeout > 0)
+          environment.connector = net::timedConnectionFactory(s.extra.timeout);
         porter::export_database(s.server, s.port, s.login, s.password, s.loginDomain,
                                 s.exportDomain, s.outputFileName, prototype, s.classFilter,
                                 s.history, s.gzip, environment);

@@ -26,7 +26,7 @@ std::string gz_mode(int level) {
 GZOutStream::GZOutStream(const std::string& fileName, int level)
     : fileName_(fileName), file_(gzopen(fileName.c_str(), gz_mode(level).c_str())) {
   if (file_ == nullptr) {
-    throw error::EFatal("Couldn't open for writing gz-stream: " + fileName);
+    throw util::EFatal("Couldn't open for writing gz-stream: " + fileName);
   }
 }
 
@@ -49,7 +49,7 @@ void GZOutStream::close() {
   } else {
     reason = "zlib error " + std::to_string(result);
   }
-  throw error::EFatal("Error closing gz-stream: " + fileName_ + ": " + reason);
+  throw util::EFatal("Error closing gz-stream: " + fileName_ + ": " + reason);
 }
 
 GZOutStream& GZOutStream::write(const std::string& text) {
@@ -59,7 +59,7 @@ GZOutStream& GZOutStream::write(const std::string& text) {
   if (static_cast<uint32_t>(put) != static_cast<uint32_t>(text.size())) {
     int code = Z_OK;
     const char* message = gzerror(file_, &code);
-    throw error::EFatal(std::string("Error reading gz-stream: ") + (message ? message : ""));
+    throw util::EFatal(std::string("Error reading gz-stream: ") + (message ? message : ""));
   }
   return *this;
 }

@@ -18,7 +18,7 @@ class OutStream {
   virtual ~OutStream() = default;
 
   // Appends `text` to the document; returns this stream so that writes can
-  // be chained. Implementations throw error::EFatal when they notice a
+  // be chained. Implementations throw util::EFatal when they notice a
   // failure.
   virtual OutStream& write(const std::string& text) = 0;
 };
@@ -42,18 +42,18 @@ class CPPOutStream : public OutStream {
 class GZOutStream : public OutStream {
  public:
   // Opens with zlib's mode "wb" (default level) or, for a `level` from 0 to
-  // 9, "wb<level>". Throws error::EFatal "Couldn't open for writing
+  // 9, "wb<level>". Throws util::EFatal "Couldn't open for writing
   // gz-stream: <fileName>" when the file cannot be opened.
   explicit GZOutStream(const std::string& fileName, int level = -1);
   // Closes the file unless close() did; the result is not checked.
   ~GZOutStream() override;
 
-  // Completes and closes the file; throws error::EFatal "Error closing
+  // Completes and closes the file; throws util::EFatal "Error closing
   // gz-stream: <fileName>: <zlib's text>" when zlib reports a failure. The
   // stream is closed afterwards either way and must not be written to.
   void close();
 
-  // Throws error::EFatal "Error reading gz-stream: <zlib's text>" when fewer
+  // Throws util::EFatal "Error reading gz-stream: <zlib's text>" when fewer
   // bytes than the text has were taken; a zero byte in the text ends what
   // zlib takes, so such a text always fails.
   GZOutStream& write(const std::string& text) override;

@@ -79,7 +79,7 @@ struct Visit {
   // Set once the object's own select answer is final; `answer` holds it
   // until the visit is decided (null when the object could not be found).
   bool final = false;
-  std::shared_ptr<tqlquery::Select> answer;
+  std::shared_ptr<client::Select> answer;
 };
 
 enum class Kind { kReselect, kFallback, kMib, kHistory };
@@ -93,7 +93,7 @@ struct Slot {
   std::shared_ptr<Visit> visit;         // the object asking (for the MIB selection: its parent)
   std::shared_ptr<SiblingGroup> group;  // kMib: the group its children join
   bool childrenInSubtree = false;       // kMib
-  std::shared_ptr<comquery::Request> request;  // once sent
+  std::shared_ptr<client::Request> request;  // once sent
   bool answered = false;
   std::exception_ptr failure;  // the request's own failure, raised when it is taken
 };
@@ -106,10 +106,10 @@ struct SlotOrder {
 
 class PipelinedSource::Planner {
  public:
-  Planner(Session& session, uint32_t depth, PipelineStats* stats)
+  Planner(client::Session& session, uint32_t depth, PipelineStats* stats)
       : session_(session), depth_(std::max<uint32_t>(depth, 1)), stats_(stats ? stats : &own_) {}
 
-  void start(const tqlquery::ResultObject& root, bool isRootExport) {
+  void start(const client::ResultObject& root, bool isRootExport) {
     const ExportState& state = export_state();
     filter_ = state.filter;
     history_ = state.history;
@@ -121,8 +121,8 @@ class PipelinedSource::Planner {
     fill();
   }
 
-  std::shared_ptr<comquery::Request> take(Kind kind, const std::string& startId,
-                                          const std::string& argument) {
+  std::shared_ptr<client::Request> take(Kind kind, const std::string& startId,
+                                        const std::string& argument) {
     if (planning_ && !matches_head(kind, startId, argument)) abandon();
     if (!planning_) return sequential(kind, startId, argument);
 
@@ -163,23 +163,22 @@ class PipelinedSource::Planner {
     held_ = 0;
   }
 
-  std::shared_ptr<comquery::Request> sequential(Kind kind, const std::string& startId,
-                                                const std::string& argument) {
-    std::shared_ptr<comquery::Request> request = make_request(kind, startId, argument);
-    comquery::send(session_, request);
+  std::shared_ptr<client::Request> sequential(Kind kind, const std::string& startId,
+                                              const std::string& argument) {
+    std::shared_ptr<client::Request> request = make_request(kind, startId, argument);
+    client::send(session_, request);
     ++stats_->sent;
-    comquery::await(session_, *request);
+    client::await(session_, *request);
     ++stats_->taken;
     return request;
   }
 
-  static std::shared_ptr<comquery::Request> make_request(Kind kind, const std::string& startId,
-                                                         const std::string& argument) {
+  static std::shared_ptr<client::Request> make_request(Kind kind, const std::string& startId,
+                                                       const std::string& argument) {
     if (kind == Kind::kHistory) {
-      return std::make_shared<dataquery::GetData>(startId, argument, kFrom, kTo, kStep, kLast,
-                                                  true);
+      return std::make_shared<client::GetData>(startId, argument, kFrom, kTo, kStep, kLast, true);
     }
-    return std::make_shared<tqlquery::Select>(startId, argument, 0);
+    return std::make_shared<client::Select>(startId, argument, 0);
   }
 
   Slot& add_slot(Kind kind, Key key, std::string startId, std::string argument,
@@ -216,10 +215,10 @@ class PipelinedSource::Planner {
   // Sends `slot`; false when writing failed. Such a failure is not raised:
   // the connection is broken, and reading reports it.
   bool send(Slot& slot) {
-    std::shared_ptr<comquery::Request> request = make_request(slot.kind, slot.startId, slot.argument);
+    std::shared_ptr<client::Request> request = make_request(slot.kind, slot.startId, slot.argument);
     try {
-      comquery::send(session_, request);
-    } catch (const error::ESystemError&) {
+      client::send(session_, request);
+    } catch (const util::ESystemError&) {
       sendFailed_ = true;
       return false;
     }
@@ -256,20 +255,20 @@ class PipelinedSource::Planner {
 
   // Reads and dispatches one answer and plans what it shows.
   void pump() {
-    std::shared_ptr<comquery::Request> answered;
+    std::shared_ptr<client::Request> answered;
     try {
-      answered = comquery::processResponse(session_);
-    } catch (const error::Exception&) {
+      answered = client::processResponse(session_);
+    } catch (const util::Exception&) {
       // A request that could not decode its answer is answered but still
       // outstanding; its failure belongs to the moment the walk takes it.
       // Anything else (transport, a message that is no Response) is raised.
       Slot* culprit = nullptr;
       for (const auto& [request, slot] : outstandingSlots_) {
-        if (request->state == comquery::Request::kAnswered) culprit = slot;
+        if (request->state == client::Request::kAnswered) culprit = slot;
       }
       if (culprit == nullptr) throw;
       culprit->failure = std::current_exception();
-      comquery::forget(session_, *culprit->request);
+      client::forget(session_, *culprit->request);
       mark_answered(*culprit);
       return;
     }
@@ -296,7 +295,7 @@ class PipelinedSource::Planner {
       case Kind::kReselect:
       case Kind::kFallback: {
         Visit& visit = *slot.visit;
-        auto select = std::dynamic_pointer_cast<tqlquery::Select>(slot.request);
+        auto select = std::dynamic_pointer_cast<client::Select>(slot.request);
         if (select->find_result_opt(visit.id) != nullptr) {
           visit.answer = select;
         } else if (slot.kind == Kind::kReselect) {
@@ -310,9 +309,9 @@ class PipelinedSource::Planner {
       }
       case Kind::kMib: {
         SiblingGroup& group = *slot.group;
-        auto select = std::dynamic_pointer_cast<tqlquery::Select>(slot.request);
+        auto select = std::dynamic_pointer_cast<client::Select>(slot.request);
         std::vector<std::shared_ptr<Visit>> members;
-        if (const tqlquery::ResultObject* mibRoot = select->find_result_opt(mibRootId_)) {
+        if (const client::ResultObject* mibRoot = select->find_result_opt(mibRootId_)) {
           uint32_t index = 0;
           for (const auto& child : mibRoot->children()) {
             const uint32_t k = index++;
@@ -352,8 +351,8 @@ class PipelinedSource::Planner {
   // The walk's decisions for one object whose answer is final; plans its
   // subtree when it will be written. False when the walk fails at it.
   bool decide(const std::shared_ptr<Visit>& visit, SiblingGroup& group) {
-    std::shared_ptr<tqlquery::Select> select = std::move(visit->answer);
-    const tqlquery::ResultObject* r = select ? select->find_result_opt(visit->id) : nullptr;
+    std::shared_ptr<client::Select> select = std::move(visit->answer);
+    const client::ResultObject* r = select ? select->find_result_opt(visit->id) : nullptr;
     if (r == nullptr) return false;  // "Couldn't get object"
 
     bool isRootExport = visit->isRootExport;
@@ -371,7 +370,7 @@ class PipelinedSource::Planner {
         return false;  // "Couldn't get siblingName"
       }
       if (r->className() == "Domain") r->get_string("treeLabel");
-    } catch (const error::Exception&) {
+    } catch (const util::Exception&) {
       return false;  // the walk raises the same when it reads the answer
     }
     expand(visit, *r, isRootExport);
@@ -380,7 +379,7 @@ class PipelinedSource::Planner {
 
   // The requests of an object that will be written: its history series, the
   // MIB selection, and the re-selects of the children it will visit.
-  void expand(const std::shared_ptr<Visit>& owner, const tqlquery::ResultObject& r,
+  void expand(const std::shared_ptr<Visit>& owner, const client::ResultObject& r,
               bool isRootExport) {
     const Visit& visit = *owner;
     const bool childrenInSubtree =
@@ -403,7 +402,7 @@ class PipelinedSource::Planner {
       children->awaitingMib = true;
     }
     uint32_t index = 0;
-    for (const tqlquery::ResultObject* child : walk_order(r)) {
+    for (const client::ResultObject* child : walk_order(r)) {
       const uint32_t k = index++;
       if (!passes_class_filter(filter_, child->className(), false, childrenInSubtree)) continue;
       add_visit(child->id(), child->className(), false, childrenInSubtree,
@@ -411,7 +410,7 @@ class PipelinedSource::Planner {
     }
   }
 
-  Session& session_;
+  client::Session& session_;
   const uint32_t depth_;
   PipelineStats own_;
   PipelineStats* stats_;
@@ -430,29 +429,29 @@ class PipelinedSource::Planner {
   // Those of them not sent yet, earliest first.
   std::set<Slot*, SlotOrder> unsent_;
   // Those sent and not answered, by request.
-  std::unordered_map<const comquery::Request*, Slot*> outstandingSlots_;
+  std::unordered_map<const client::Request*, Slot*> outstandingSlots_;
   uint32_t outstanding_ = 0;
   uint32_t held_ = 0;  // answered, not yet taken
 };
 
-PipelinedSource::PipelinedSource(Session& session, uint32_t depth, PipelineStats* stats)
+PipelinedSource::PipelinedSource(client::Session& session, uint32_t depth, PipelineStats* stats)
     : planner_(std::make_unique<Planner>(session, depth, stats)) {}
 
 PipelinedSource::~PipelinedSource() = default;
 
-std::shared_ptr<tqlquery::Select> PipelinedSource::select(const std::string& startId,
-                                                          const std::string& pattern) {
+std::shared_ptr<client::Select> PipelinedSource::select(const std::string& startId,
+                                                        const std::string& pattern) {
   const Kind kind = pattern == kAlone ? Kind::kFallback : Kind::kReselect;
-  return std::dynamic_pointer_cast<tqlquery::Select>(planner_->take(kind, startId, pattern));
+  return std::dynamic_pointer_cast<client::Select>(planner_->take(kind, startId, pattern));
 }
 
-std::shared_ptr<dataquery::GetData> PipelinedSource::history(const std::string& objectId,
-                                                             const std::string& indexName) {
-  return std::dynamic_pointer_cast<dataquery::GetData>(
+std::shared_ptr<client::GetData> PipelinedSource::history(const std::string& objectId,
+                                                          const std::string& indexName) {
+  return std::dynamic_pointer_cast<client::GetData>(
       planner_->take(Kind::kHistory, objectId, indexName));
 }
 
-void PipelinedSource::walk_starts(const tqlquery::ResultObject& root, bool isRootExport) {
+void PipelinedSource::walk_starts(const client::ResultObject& root, bool isRootExport) {
   planner_->start(root, isRootExport);
 }
 

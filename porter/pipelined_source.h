@@ -46,10 +46,10 @@
 
 #include "porter/export_state.h"
 
-class Session;
-namespace tqlquery {
+namespace client {
 class ResultObject;
-}
+class Session;
+}  // namespace client
 
 namespace porter {
 
@@ -68,7 +68,7 @@ class PipelinedSource : public WalkSource {
   // Keeps at most `depth` (1..4096) requests outstanding on `session`, which
   // must outlive the source. `stats`, when given, is updated as the source
   // works and must outlive it.
-  PipelinedSource(Session& session, uint32_t depth, PipelineStats* stats = nullptr);
+  PipelinedSource(client::Session& session, uint32_t depth, PipelineStats* stats = nullptr);
   PipelinedSource(const PipelinedSource&) = delete;
   PipelinedSource& operator=(const PipelinedSource&) = delete;
   // Requests still outstanding stay in the session's tables; their answers
@@ -80,16 +80,16 @@ class PipelinedSource : public WalkSource {
   // abandons the plan (see above). Transport failures are raised where they
   // are met; a request's own failure (its answer cannot be decoded) is raised
   // when that request is asked for.
-  std::shared_ptr<tqlquery::Select> select(const std::string& startId,
-                                           const std::string& pattern) override;
-  std::shared_ptr<dataquery::GetData> history(const std::string& objectId,
-                                              const std::string& indexName) override;
+  std::shared_ptr<client::Select> select(const std::string& startId,
+                                         const std::string& pattern) override;
+  std::shared_ptr<client::GetData> history(const std::string& objectId,
+                                           const std::string& indexName) override;
 
   // Starts planning for export_object(root, ..., isRootExport, false) with
   // the filter, history flag and session of export_state(), read now: call
   // it right before the walk, once export_state() holds what the walk will
   // read. `root` is only read during the call. Sends the first requests.
-  void walk_starts(const tqlquery::ResultObject& root, bool isRootExport);
+  void walk_starts(const client::ResultObject& root, bool isRootExport);
 
  private:
   class Planner;

@@ -166,15 +166,15 @@ class ProgressScope::CountingSource : public WalkSource {
  public:
   CountingSource(WalkSource& inner, ProgressDisplay& display) : inner_(inner), display_(display) {}
 
-  std::shared_ptr<tqlquery::Select> select(const std::string& startId,
-                                           const std::string& pattern) override {
-    std::shared_ptr<tqlquery::Select> answer = inner_.select(startId, pattern);
+  std::shared_ptr<client::Select> select(const std::string& startId,
+                                         const std::string& pattern) override {
+    std::shared_ptr<client::Select> answer = inner_.select(startId, pattern);
     display_.request_answered();
     return answer;
   }
-  std::shared_ptr<dataquery::GetData> history(const std::string& objectId,
-                                              const std::string& indexName) override {
-    std::shared_ptr<dataquery::GetData> answer = inner_.history(objectId, indexName);
+  std::shared_ptr<client::GetData> history(const std::string& objectId,
+                                           const std::string& indexName) override {
+    std::shared_ptr<client::GetData> answer = inner_.history(objectId, indexName);
     display_.request_answered();
     return answer;
   }

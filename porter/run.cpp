@@ -45,7 +45,9 @@ class CommandLine {
           return fail_with_hint();
         case 't': settings_.format = *value; break;
         case 's': settings_.server = *value; break;
-        case 'p': settings_.port = parse_int(*value); break;
+        case 'p':
+          settings_.port = util::parse_int(*value);
+          break;
         case 'd': settings_.loginDomain = *value; break;
         case 'l': settings_.login = *value; break;
         case 'P':
@@ -160,11 +162,11 @@ int run_command_line(int argc, char** argv, const ExportDriver& exportDatabase, 
     if (auto code = commandLine.ask_password(readPassword)) return *code;
     commandLine.run_export(exportDatabase);
     return 0;
-  } catch (const errors::connect_error& e) {
+  } catch (const util::EConnectError& e) {
     err << "Failed connecting to server " << commandLine.settings().server << line_end;
     err << e.text() << line_end;
     return 1;
-  } catch (const error::Exception& e) {
+  } catch (const util::Exception& e) {
     err << "Error" << line_end;
     err << e.text() << line_end;
     return 1;

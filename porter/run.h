@@ -25,7 +25,7 @@
 namespace porter {
 
 // Runs one export with the validated settings; reports every failure by
-// throwing (errors::connect_error for a refused login, other error::Exception
+// throwing (util::EConnectError for a refused login, other util::Exception
 // classes for the rest). The settings stay valid for the whole call.
 using ExportDriver = std::function<void(const RunSettings&)>;
 
@@ -38,7 +38,7 @@ using PasswordReader = std::function<const char*(char* buffer, size_t size, cons
 // -P was given, and calls `exportDatabase` at most once. Every message and
 // progress line goes to `err`; nothing is written to standard output here.
 // Returns the process exit code: 0 after a finished export or -h, 1 after any
-// failure. Exceptions of the error::Exception family are reported and give
+// failure. Exceptions of the util::Exception family are reported and give
 // 1; others (out of memory, ...) pass through to the caller.
 int run_command_line(int argc, char** argv, const ExportDriver& exportDatabase, std::ostream& err,
                      const PasswordReader& readPassword = read_console_password);

@@ -32,7 +32,7 @@ constexpr std::string_view kAttribNames[] = {
 std::string_view element_name(ElementKind kind) {
   const auto index = static_cast<uint32_t>(kind);
   if (index >= std::size(kElementNames)) {
-    assert_failed("Unknown element kind " + int_to_string(static_cast<int32_t>(kind)));
+    util::assert_failed("Unknown element kind " + util::int_to_string(static_cast<int32_t>(kind)));
   }
   return kElementNames[index];
 }
@@ -42,7 +42,7 @@ void append_indent(std::string& out) {
 }
 
 // Times in the document are always written in UTC.
-std::string utc_time(int64_t time) { return iso_time2str(time, TimeZone(0)); }
+std::string utc_time(int64_t time) { return util::iso_time2str(time, util::TimeZone(0)); }
 
 bool is_plain(unsigned char c) {
   return c == ' ' || (c >= 33 && c <= 126 && c != '"' && c != '<' && c != '>' && c != '&');
@@ -56,7 +56,7 @@ int render_value(const protocol::Property& p, uint32_t code, std::ostream& err, 
   switch (code) {
     case 1: {
       bool v = false;
-      tql::decode(p, code, v);
+      protocol::decode_property(p, code, v);
       type += "Boolean";
       value = v ? "true" : "false";
       return 0;
@@ -64,28 +64,28 @@ int render_value(const protocol::Property& p, uint32_t code, std::ostream& err, 
     case 2:
     case 10: {
       uint32_t v = 0;
-      tql::decode(p, code, v);
+      protocol::decode_property(p, code, v);
       type += code == 2 ? "Unsigned Integer" : "Index";
-      value = uint_to_string(v);
+      value = util::uint_to_string(v);
       return 0;
     }
     case 3: {
       int32_t v = 0;
-      tql::decode(p, code, v);
+      protocol::decode_property(p, code, v);
       type += "Integer";
-      value = int_to_string(v);
+      value = util::int_to_string(v);
       return 0;
     }
     case 4: {
       double v = 0;
-      tql::decode(p, code, v);
+      protocol::decode_property(p, code, v);
       type += "Real";
-      value = real_to_string(v);
+      value = util::real_to_string(v);
       return 0;
     }
     case 5: {
       int64_t v = 0;
-      tql::decode(p, code, v);
+      protocol::decode_property(p, code, v);
       type += "Date";
       if (v < 0) {
         err << "(ignoring date less than zero)";
@@ -97,13 +97,13 @@ int render_value(const protocol::Property& p, uint32_t code, std::ostream& err, 
     case 6:
     case 7:
     case 15:
-      tql::decode(p, code, value);
+      protocol::decode_property(p, code, value);
       type += code == 6 ? "String" : code == 7 ? "Object" : "SnmpOid";
       return 0;
     case 8:
     case 11: {
       std::vector<std::string> v;
-      tql::decode(p, code, v);
+      protocol::decode_property(p, code, v);
       type += code == 8 ? "ObjectSet" : "StringList";
       for (size_t i = 0; i < v.size(); ++i) {
         if (i > 0) value += ',';
@@ -115,38 +115,38 @@ int render_value(const protocol::Property& p, uint32_t code, std::ostream& err, 
       return 1;
     case 12: {
       std::vector<uint8_t> v;
-      tql::decode(p, code, v);
+      protocol::decode_property(p, code, v);
       type += "Blob";
-      base64_encode(v, value);
+      util::base64_encode(v, value);
       return 0;
     }
     case 13: {
       uint32_t v = 0;
-      tql::decode(p, code, v);
+      protocol::decode_property(p, code, v);
       type += "Gid";
-      value = gid_to_string(v);
+      value = util::gid_to_string(v);
       return 0;
     }
     case 14: {
       std::vector<uint32_t> v;
-      tql::decode(p, code, v);
+      protocol::decode_property(p, code, v);
       type += "GidList";
       for (size_t i = 0; i < v.size(); ++i) {
         if (i > 0) value += ',';
-        value += gid_to_string(v[i]);
+        value += util::gid_to_string(v[i]);
       }
       return 0;
     }
     case 18: {
-      BigNum v;
-      tql::decode(p, code, v);
+      util::BigNum v;
+      protocol::decode_property(p, code, v);
       type += "BigNum";
-      value = bn_to_string(v);
+      value = util::bn_to_string(v);
       return 0;
     }
     default:
-      throw error::EFatal("Unknown property " + uint_to_string(p.type) + " : " + type + " = " +
-                          value);
+      throw util::EFatal("Unknown property " + util::uint_to_string(p.type) + " : " + type + " = " +
+                         value);
   }
 }
 
@@ -184,7 +184,7 @@ const protocol::BerConstructed* record_of(const std::unique_ptr<protocol::DataIn
 template <class Record>
 const Record& asserted_record(const std::unique_ptr<protocol::DataInterval>& row) {
   const auto* record = dynamic_cast<const Record*>(record_of(row));
-  if (record == nullptr) assert_failed("Error in data format");
+  if (record == nullptr) util::assert_failed("Error in data format");
   return *record;
 }
 
@@ -198,7 +198,7 @@ MeasureRow read_continuous(const std::unique_ptr<protocol::DataInterval>& row) {
 }
 
 MeasureRow read_sawtooth(const std::unique_ptr<protocol::DataInterval>& row) {
-  return measure_row(*checked_cast<const protocol::DataIntervalSawtooth>(record_of(row)));
+  return measure_row(*util::checked_cast<const protocol::DataIntervalSawtooth>(record_of(row)));
 }
 
 EnumRow read_enum(const std::unique_ptr<protocol::DataInterval>& row) {
@@ -224,12 +224,12 @@ void append_measure_row(const MeasureRow& row, std::string& out) {
   out += "<Data ";
   append_attribute(out, "start", utc_time(row.start));
   append_attribute(out, "end", utc_time(row.end));
-  append_attribute(out, "max", real_to_string(row.max));
-  append_attribute(out, "avg", real_to_string(row.avg));
-  append_attribute(out, "min", real_to_string(row.min));
-  append_attribute(out, "ngood", uint_to_string(row.ngood));
+  append_attribute(out, "max", util::real_to_string(row.max));
+  append_attribute(out, "avg", util::real_to_string(row.avg));
+  append_attribute(out, "min", util::real_to_string(row.min));
+  append_attribute(out, "ngood", util::uint_to_string(row.ngood));
   out += "nbad=\"";
-  out += uint_to_string(row.nbad);
+  out += util::uint_to_string(row.nbad);
   out += "\"/>\n";
 }
 
@@ -239,7 +239,7 @@ void append_mask_list(uint32_t mask, std::string& out) {
   for (int bit = 0; bit < 32; ++bit) {
     if ((mask >> bit) & 1u) {
       if (!first) out += '.';
-      out += int_to_string(bit);
+      out += util::int_to_string(bit);
       first = false;
     }
   }
@@ -252,16 +252,16 @@ void append_enum_row(const EnumRow& row, std::string& out) {
   out += "mask=\"";
   append_mask_list(row.mask, out);
   out += "\" ";
-  append_attribute(out, "ngood", uint_to_string(row.ngood));
+  append_attribute(out, "ngood", util::uint_to_string(row.ngood));
   out += "nbad=\"";
-  out += uint_to_string(row.nbad);
+  out += util::uint_to_string(row.nbad);
   out += "\"/>\n";
 }
 
 void append_incident_row(const IncidentRow& row, std::string& out) {
   out += "<Data ";
   append_attribute(out, "time", utc_time(row.time));
-  append_attribute(out, "severity", int_to_string(row.severity));
+  append_attribute(out, "severity", util::int_to_string(row.severity));
   out += "message=\"";
   XMLExport::escape(*row.message, out);
   out += "\"/>\n";
@@ -286,15 +286,15 @@ int XMLExport::addProperty(const protocol::Property& property) {
   if (word & protocol::kPropComputed) type += "Computed ";
   if (word & protocol::kPropEnumeration) {
     uint32_t v = 0;
-    tql::decode(property, word & protocol::kPropTypeMask, v);
-    value = int_to_string(static_cast<int32_t>(v));
+    protocol::decode_property(property, word & protocol::kPropTypeMask, v);
+    value = util::int_to_string(static_cast<int32_t>(v));
     type += "Enumeration(";
-    type += uint_to_string(word & 0xffffu);
+    type += util::uint_to_string(word & 0xffffu);
     type += ')';
   } else if (render_value(property, word & protocol::kPropTypeMask, *err_, type, value) != 0) {
     return 1;
   }
-  if (property.name.empty()) throw error::EFatal("Property resolved empty name");
+  if (property.name.empty()) throw util::EFatal("Property resolved empty name");
   setAttribute(Attrib::Type, std::move(type));
   setAttribute(Attrib::Name, property.name);
   setAttribute(Attrib::Value, std::move(value));
@@ -334,8 +334,8 @@ void XMLExport::close(OutStream& stream) {
 
 void XMLExport::writeLeaf(OutStream& stream) {
   if (kind != ElementKind::Property) {
-    throw error::EFatal("Cannot stream a container portnode. got " +
-                        int_to_string(static_cast<int32_t>(kind)));
+    throw util::EFatal("Cannot stream a container portnode. got " +
+                       util::int_to_string(static_cast<int32_t>(kind)));
   }
   std::string text;
   startTag(text);
@@ -346,7 +346,7 @@ void XMLExport::writeLeaf(OutStream& stream) {
 void XMLExport::writeData(OutStream& stream, int32_t datatype, const Rows& rows) {
   if (datatype != kSawtooth && datatype != kEnum && datatype != kIncidents &&
       datatype != kContinuous && datatype != kAccumulation) {
-    throw error::EFatal("Got unknown datatype for rows [" + int_to_string(datatype) + "]");
+    throw util::EFatal("Got unknown datatype for rows [" + util::int_to_string(datatype) + "]");
   }
   // One buffer for all rows: after the first row it has the capacity it needs.
   std::string line;
@@ -379,7 +379,7 @@ void XMLExport::writeData(OutStream& stream, int32_t datatype, const Rows& rows)
   }
 }
 
-void XMLExport::writeHeader(OutStream& stream, const tqlquery::ResultObject*) {
+void XMLExport::writeHeader(OutStream& stream, const client::ResultObject*) {
   const int64_t now = clock_();
   stream.write("<?xml version=\"1.0\"?>\n");
   stream.write("<Meta version=\"1.0\" description=\"Talvix exported database\" ");
@@ -387,11 +387,11 @@ void XMLExport::writeHeader(OutStream& stream, const tqlquery::ResultObject*) {
   stream.write("</Meta>");
 }
 
-void XMLExport::writeFooter(OutStream&, const tqlquery::ResultObject*) {}
+void XMLExport::writeFooter(OutStream&, const client::ResultObject*) {}
 
 std::string_view XMLExport::attrib2str(int32_t id) {
   if (id < 0 || static_cast<size_t>(id) >= std::size(kAttribNames)) {
-    throw error::EFatal("Got unknown attrib type in attrib2str: " + int_to_string(id));
+    throw util::EFatal("Got unknown attrib type in attrib2str: " + util::int_to_string(id));
   }
   return kAttribNames[id];
 }
@@ -403,7 +403,7 @@ void XMLExport::escape(std::string_view value, std::string& out) {
     if (is_plain(c)) continue;
     out.append(value, plainStart, i - plainStart);
     out += "&#";
-    out += uint_to_string(c);
+    out += util::uint_to_string(c);
     out += ';';
     plainStart = i + 1;
   }

@@ -37,19 +37,19 @@ class XMLExport : public ExportBase {
 
   // Sets type, name and value from the property's type word, name and value.
   // Returns 1 for type code 9 and for a negative Date (then also notes it on
-  // the error stream), 0 otherwise. Throws error::EFatal for a type code
+  // the error stream), 0 otherwise. Throws util::EFatal for a type code
   // without a rendering ("Unknown property <word> : <type text> = ") and for
-  // an empty name ("Property resolved empty name"); errors::tql when the
+  // an empty name ("Property resolved empty name"); util::ETqlError when the
   // value's class does not fit the type code or the value is null.
   int addProperty(const protocol::Property& property) override;
 
   void open(OutStream& stream) override;
   void close(OutStream& stream) override;
-  // Kind Property only; any other kind throws error::EFatal
+  // Kind Property only; any other kind throws util::EFatal
   // "Cannot stream a container portnode. got <kind>".
   void writeLeaf(OutStream& stream) override;
   // Datatypes 2 sawtooth, 3 enum, 4 incidents, 5 continuous, 6 accumulation.
-  // Any other throws error::EFatal "Got unknown datatype for rows [<n>]"
+  // Any other throws util::EFatal "Got unknown datatype for rows [<n>]"
   // before anything is written. Rows with a negative or reversed interval
   // (incidents: a negative time) are skipped. A row whose interval record is
   // not of the datatype's class ends the process through assert_failed.
@@ -57,11 +57,11 @@ class XMLExport : public ExportBase {
   void writeData(OutStream& stream, int32_t datatype, const Rows& rows) override;
   // The XML declaration and the Meta element with the current time (UTC),
   // without a line end after "</Meta>". `object` is not read.
-  void writeHeader(OutStream& stream, const tqlquery::ResultObject* object) override;
+  void writeHeader(OutStream& stream, const client::ResultObject* object) override;
   // Writes nothing.
-  void writeFooter(OutStream& stream, const tqlquery::ResultObject* object) override;
+  void writeFooter(OutStream& stream, const client::ResultObject* object) override;
 
-  // The name of an attribute id 0..19; any other id throws error::EFatal
+  // The name of an attribute id 0..19; any other id throws util::EFatal
   // "Got unknown attrib type in attrib2str: <id>".
   static std::string_view attrib2str(int32_t id);
 

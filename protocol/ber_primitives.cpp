@@ -15,9 +15,9 @@ namespace {
 
 // Writes tag, length and the (short) content in one piece, so a stream
 // failure never leaves half a header behind a full value.
-void write_short(BasicIo& stream, TagCode tag, const uint8_t* content, size_t length) {
+void write_short(net::ByteOutput& stream, TagCode tag, const uint8_t* content, size_t length) {
   uint8_t octets[6 + 5 + 64];
-  if (length > 64) assert_failed("Short BER value too long");
+  if (length > 64) util::assert_failed("Short BER value too long");
   size_t n = encode_tag(tag, octets);
   n += encode_length(length, octets + n);
   if (length > 0) std::memcpy(octets + n, content, length);
@@ -92,7 +92,7 @@ void BerShortValue::readStart(size_t length) {
 
 void BerShortValue::readData(const uint8_t* bytes, size_t count) {
   if (count > bufferLength_ - receivedLength_) {
-    assert_failed("More content than announced for BerShortValue");
+    util::assert_failed("More content than announced for BerShortValue");
   }
   std::memcpy(buffer_.get() + receivedLength_, bytes, count);
   receivedLength_ += count;
@@ -136,7 +136,7 @@ TagCode BerBoolean::tag(bool) const { return tag_; }
 
 void BerBoolean::readDone() { *target_ = receivedLength() > 0 && received()[0] != 0; }
 
-void BerBoolean::write(BasicIo& stream, bool) const {
+void BerBoolean::write(net::ByteOutput& stream, bool) const {
   const uint8_t content = *target_ ? 0x01 : 0x00;
   write_short(stream, tag_, &content, 1);
 }
@@ -171,8 +171,8 @@ void BerReal::readDone() {
     case 0x00: {
       const std::string text(reinterpret_cast<const char*>(content + 1), n - 1);
       try {
-        *target_ = parse_real(text);
-      } catch (const error::EParseError&) {
+        *target_ = util::parse_real(text);
+      } catch (const util::EParseError&) {
         throw EBer("Parse error in real number");
       }
       return;
@@ -191,7 +191,7 @@ void BerReal::readDone() {
   }
 }
 
-void BerReal::write(BasicIo& stream, bool) const {
+void BerReal::write(net::ByteOutput& stream, bool) const {
   const double value = *target_;
   uint8_t content[60];
   size_t n = 0;
@@ -204,7 +204,7 @@ void BerReal::write(BasicIo& stream, bool) const {
     char text[64];
     const int length = std::snprintf(text, sizeof text, "%e", value);
     if (length < 0 || length >= 59) {
-      assert_failed("String representation of double larger than buffer");
+      util::assert_failed("String representation of double larger than buffer");
     }
     std::memcpy(content + n, text, static_cast<size_t>(length));
     n += static_cast<size_t>(length);
@@ -261,7 +261,7 @@ void BerIntegerTemplate<T>::readDone() {
 }
 
 template <class T>
-void BerIntegerTemplate<T>::write(BasicIo& stream, bool) const {
+void BerIntegerTemplate<T>::write(net::ByteOutput& stream, bool) const {
   const T value = *target_;
   if (value < min_ || value > max_) throw EBer(range_text<T>("write", min_, value, max_));
   uint8_t content[sizeof(T) + 1];
@@ -279,12 +279,14 @@ namespace {
 constexpr size_t kBigNumMaxLength = 1040;
 }  // namespace
 
-BerBigNum::BerBigNum(BigNum& target, TagCode tag)
+BerBigNum::BerBigNum(util::BigNum& target, TagCode tag)
     : BerShortValue(kBigNumMaxLength, false), target_(&target), tag_(tag) {}
 
 BerBigNum::BerBigNum(TagCode tag)
-    : BerShortValue(kBigNumMaxLength, true), owned_(std::make_unique<BigNum>()),
-      target_(owned_.get()), tag_(tag) {}
+    : BerShortValue(kBigNumMaxLength, true),
+      owned_(std::make_unique<util::BigNum>()),
+      target_(owned_.get()),
+      tag_(tag) {}
 
 BerBigNum::~BerBigNum() = default;
 
@@ -297,15 +299,15 @@ std::unique_ptr<BerValue> BerBigNum::clone() const {
 TagCode BerBigNum::tag(bool) const { return tag_; }
 
 void BerBigNum::readDone() {
-  BigNum fresh;
-  if (receivedLength() > 0) bn_set_data(fresh, received(), receivedLength());
+  util::BigNum fresh;
+  if (receivedLength() > 0) util::bn_set_data(fresh, received(), receivedLength());
   *target_ = fresh;
 }
 
-void BerBigNum::write(BasicIo& stream, bool) const {
+void BerBigNum::write(net::ByteOutput& stream, bool) const {
   uint8_t content[kBigNumMaxLength];
   size_t length = sizeof content;
-  bn_get_data(*target_, content, length);
+  util::bn_get_data(*target_, content, length);
   write_tag(stream, tag_);
   write_length(stream, length);
   if (length > 0) stream.write(content, length);
@@ -321,7 +323,7 @@ std::unique_ptr<BerValue> BerNull::clone() const { return std::make_unique<BerNu
 
 TagCode BerNull::tag(bool) const { return tag_; }
 
-void BerNull::write(BasicIo& stream, bool) const { write_short(stream, tag_, nullptr, 0); }
+void BerNull::write(net::ByteOutput& stream, bool) const { write_short(stream, tag_, nullptr, 0); }
 
 // ---- BerEnumerated ---------------------------------------------------------
 
@@ -342,7 +344,7 @@ void BerEnumerated::readDone() {
   *target_ = static_cast<int32_t>(accumulated);
 }
 
-void BerEnumerated::write(BasicIo& stream, bool) const {
+void BerEnumerated::write(net::ByteOutput& stream, bool) const {
   const int32_t v = *target_;
   const uint32_t bits = static_cast<uint32_t>(v);
   uint8_t content[4];
@@ -402,7 +404,7 @@ bool BerString::operator>(const BerValue& other) const {
   return o != nullptr && *target_ > *o->target_;
 }
 
-void BerString::write(BasicIo& stream, bool) const {
+void BerString::write(net::ByteOutput& stream, bool) const {
   const size_t length = target_->size();
   if (length > maxLength_) {
     throw EBer("String exceeds allowed length " + std::to_string(length) + " > " +
@@ -440,15 +442,15 @@ bool BerPrimitiveSkipper::operator==(const BerValue& other) const {
 }
 
 bool BerPrimitiveSkipper::operator<(const BerValue&) const {
-  assert_failed("Cannot call operator< for BerPrimitiveSkipper");
+  util::assert_failed("Cannot call operator< for BerPrimitiveSkipper");
 }
 
 bool BerPrimitiveSkipper::operator>(const BerValue&) const {
-  assert_failed("Cannot call operator> for BerPrimitiveSkipper");
+  util::assert_failed("Cannot call operator> for BerPrimitiveSkipper");
 }
 
-void BerPrimitiveSkipper::write(BasicIo&, bool) const {
-  assert_failed("BerPrimitiveSkipper::write invoked");
+void BerPrimitiveSkipper::write(net::ByteOutput&, bool) const {
+  util::assert_failed("BerPrimitiveSkipper::write invoked");
 }
 
 void BerPrimitiveSkipper::readStart(size_t) {}
@@ -466,15 +468,15 @@ bool BerConstructedSkipper::operator==(const BerValue& other) const {
 }
 
 bool BerConstructedSkipper::operator<(const BerValue&) const {
-  assert_failed("Cannot call operator< for BerConstructedSkipper");
+  util::assert_failed("Cannot call operator< for BerConstructedSkipper");
 }
 
 bool BerConstructedSkipper::operator>(const BerValue&) const {
-  assert_failed("Cannot call operator> for BerConstructedSkipper");
+  util::assert_failed("Cannot call operator> for BerConstructedSkipper");
 }
 
-void BerConstructedSkipper::write(BasicIo&, bool) const {
-  assert_failed("BerConstructedSkipper::write invoked");
+void BerConstructedSkipper::write(net::ByteOutput&, bool) const {
+  util::assert_failed("BerConstructedSkipper::write invoked");
 }
 
 ChildSlot BerConstructedSkipper::newChild(uint32_t, TagCode tag, bool) {

@@ -74,7 +74,7 @@ class BerBoolean : public BerShortValue {
   std::unique_ptr<BerValue> clone() const override;
   TagCode tag(bool legacy) const override;
   void readDone() override;
-  void write(BasicIo& stream, bool legacy) const override;
+  void write(net::ByteOutput& stream, bool legacy) const override;
 
  private:
   std::unique_ptr<bool> owned_;
@@ -96,7 +96,7 @@ class BerReal : public BerShortValue {
   std::unique_ptr<BerValue> clone() const override;
   TagCode tag(bool legacy) const override;
   void readDone() override;
-  void write(BasicIo& stream, bool legacy) const override;
+  void write(net::ByteOutput& stream, bool legacy) const override;
 
  private:
   std::unique_ptr<double> owned_;
@@ -123,7 +123,7 @@ class BerIntegerTemplate : public BerShortValue {
   std::unique_ptr<BerValue> clone() const override;
   TagCode tag(bool legacy) const override;
   void readDone() override;
-  void write(BasicIo& stream, bool legacy) const override;
+  void write(net::ByteOutput& stream, bool legacy) const override;
 
  private:
   std::unique_ptr<T> owned_;
@@ -147,21 +147,21 @@ extern template class BerIntegerTemplate<uint64_t>;
 // content octets. Each read builds a fresh BigNum and assigns it.
 class BerBigNum : public BerShortValue {
  public:
-  BerBigNum(BigNum& target, TagCode tag);  // bound
+  BerBigNum(util::BigNum& target, TagCode tag);  // bound
   explicit BerBigNum(TagCode tag);         // owning, 0
   ~BerBigNum() override;
 
-  const BigNum& value() const { return *target_; }
-  void set_value(const BigNum& value) { *target_ = value; }
+  const util::BigNum& value() const { return *target_; }
+  void set_value(const util::BigNum& value) { *target_ = value; }
 
   std::unique_ptr<BerValue> clone() const override;
   TagCode tag(bool legacy) const override;
   void readDone() override;
-  void write(BasicIo& stream, bool legacy) const override;
+  void write(net::ByteOutput& stream, bool legacy) const override;
 
  private:
-  std::unique_ptr<BigNum> owned_;
-  BigNum* target_;
+  std::unique_ptr<util::BigNum> owned_;
+  util::BigNum* target_;
   TagCode tag_;
 };
 
@@ -177,7 +177,7 @@ class BerNull : public BerShortValue {
 
   std::unique_ptr<BerValue> clone() const override;  // a kept null
   TagCode tag(bool legacy) const override;
-  void write(BasicIo& stream, bool legacy) const override;
+  void write(net::ByteOutput& stream, bool legacy) const override;
 
  private:
   TagCode tag_;
@@ -195,7 +195,7 @@ class BerEnumerated : public BerShortValue {
 
   TagCode tag(bool legacy) const override;
   void readDone() override;
-  void write(BasicIo& stream, bool legacy) const override;
+  void write(net::ByteOutput& stream, bool legacy) const override;
 
  protected:
   explicit BerEnumerated(int32_t& target);  // bound
@@ -245,7 +245,7 @@ class BerString : public BerPrimitive {
   bool operator==(const BerValue& other) const override;
   bool operator<(const BerValue& other) const override;
   bool operator>(const BerValue& other) const override;
-  void write(BasicIo& stream, bool legacy) const override;
+  void write(net::ByteOutput& stream, bool legacy) const override;
   void readStart(size_t length) override;
   void readData(const uint8_t* bytes, size_t count) override;
 
@@ -267,7 +267,7 @@ class BerPrimitiveSkipper : public BerPrimitive {
   bool operator==(const BerValue& other) const override;
   bool operator<(const BerValue& other) const override;
   bool operator>(const BerValue& other) const override;
-  void write(BasicIo& stream, bool legacy) const override;
+  void write(net::ByteOutput& stream, bool legacy) const override;
   void readStart(size_t length) override;
   void readData(const uint8_t* bytes, size_t count) override;
 
@@ -287,7 +287,7 @@ class BerConstructedSkipper : public BerConstructed {
   bool operator==(const BerValue& other) const override;
   bool operator<(const BerValue& other) const override;
   bool operator>(const BerValue& other) const override;
-  void write(BasicIo& stream, bool legacy) const override;
+  void write(net::ByteOutput& stream, bool legacy) const override;
   ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) override;
   uint32_t requiredFields() const override { return 0; }
   bool disposeAfterRead() const override { return true; }

@@ -8,7 +8,7 @@
 
 #include "util/error.h"
 
-namespace old_protocol {
+namespace protocol {
 
 using protocol::BerConstructed;
 using protocol::BerPrimitive;
@@ -39,7 +39,7 @@ struct BerReader::Entry {
   size_t length;  // kIndefinite for the indefinite form
 };
 
-BerReader::BerReader(const protocol::BerProtocol& protocol, std::unique_ptr<BasicIo> lower)
+BerReader::BerReader(const protocol::BerProtocol& protocol, std::unique_ptr<net::BasicIo> lower)
     : protocol_(protocol), lower_(std::move(lower)) {}
 
 BerReader::~BerReader() {
@@ -49,8 +49,6 @@ BerReader::~BerReader() {
   primitiveOwned_.reset();
   while (!stack_.empty()) stack_.pop_back();
 }
-
-void BerReader::setLower(BasicIo* stream) { lower_.reset(stream); }
 
 std::unique_ptr<BerConstructed> BerReader::takeMessage() {
   if (queue_.empty()) return nullptr;
@@ -68,7 +66,7 @@ bool BerReader::readSome(bool stopWhenQueued) {
   if (sniffPending_) {
     const uint64_t got = lower_->read(sniff_ + sniffFill_, sizeof sniff_ - sniffFill_);
     if (got == 0) return false;
-    if (got > sizeof sniff_ - sniffFill_) assert_failed("Stream read more than asked for");
+    if (got > sizeof sniff_ - sniffFill_) util::assert_failed("Stream read more than asked for");
     sniffFill_ += static_cast<size_t>(got);
     if (std::memcmp(sniff_, kLegacyMarker, sniffFill_) == 0) {
       if (sniffFill_ < sizeof sniff_) return false;
@@ -82,14 +80,14 @@ bool BerReader::readSome(bool stopWhenQueued) {
   uint64_t got = 0;
   try {
     got = lower_->read(chunk_.get(), kChunkSize);
-  } catch (const error::Exception&) {
+  } catch (const util::Exception&) {
     // A message that arrived before the failure is still delivered; the
     // failure shows again on the next read.
     if (!queue_.empty()) return false;
     throw;
   }
   if (got == 0) return false;
-  if (got > kChunkSize) assert_failed("Stream read more than asked for");
+  if (got > kChunkSize) util::assert_failed("Stream read more than asked for");
   return parse(chunk_.get(), static_cast<size_t>(got), stopWhenQueued);
 }
 
@@ -185,7 +183,7 @@ std::string BerReader::stackPath() const {
   std::string path;
   for (const Entry& entry : stack_) {
     if (!path.empty()) path += ", ";
-    path += readable_type_name(typeid(*entry.value)) + ":" + std::to_string(entry.children);
+    path += util::readable_type_name(typeid(*entry.value)) + ":" + std::to_string(entry.children);
   }
   return path;
 }
@@ -212,16 +210,16 @@ void BerReader::startValue() {
     throw;
   }
 
-  if (value == nullptr) assert_failed("Value neither BerPrimitive nor BerConstructed");
+  if (value == nullptr) util::assert_failed("Value neither BerPrimitive nor BerConstructed");
   const protocol::TagCode own = value->tag(legacy_);
   if (own != tag_) {
     std::string where = " at top level";
     if (!stack_.empty()) {
       const BerConstructed& parent = *stack_.back().value;
-      where = " child of " + readable_type_name(typeid(parent));
+      where = " child of " + util::readable_type_name(typeid(parent));
     }
-    assert_failed("Internal server error, tag mismatch " + std::to_string(tag_) + " != " +
-                  std::to_string(own) + where);
+    util::assert_failed("Internal server error, tag mismatch " + std::to_string(tag_) +
+                        " != " + std::to_string(own) + where);
   }
 
   if (auto* constructed = dynamic_cast<BerConstructed*>(value)) {
@@ -231,7 +229,7 @@ void BerReader::startValue() {
     return;
   }
   auto* primitive = dynamic_cast<BerPrimitive*>(value);
-  if (primitive == nullptr) assert_failed("Value neither BerPrimitive nor BerConstructed");
+  if (primitive == nullptr) util::assert_failed("Value neither BerPrimitive nor BerConstructed");
   if (length_ == kIndefinite) throw EBer("Indefinite length on tag " + std::to_string(tag_));
   primitive->readStart(length_);
   primitive_ = primitive;
@@ -256,8 +254,8 @@ void BerReader::completePrimitive() {
 }
 
 void BerReader::endOfContents() {
-  if (primitive_ != nullptr) assert_failed("Primitive object on top of stack");
-  if (stack_.empty()) assert_failed("Stack empty");
+  if (primitive_ != nullptr) util::assert_failed("Primitive object on top of stack");
+  if (stack_.empty()) util::assert_failed("Stack empty");
   Entry& top = stack_.back();
   if (top.children < top.value->requiredFields()) {
     throw EBer("Got to few fields of constructed value");
@@ -291,4 +289,4 @@ void BerReader::closeCompleted() {
   }
 }
 
-}  // namespace old_protocol
+}  // namespace protocol

@@ -36,20 +36,20 @@
 #include "protocol/ber_protocol.h"
 #include "protocol/ber_value.h"
 
-namespace old_protocol {
+namespace protocol {
 
-class BerReader : public GenericLayer {
+class BerReader {
  public:
   // `protocol` makes the top-level messages and must outlive the reader.
-  BerReader(const protocol::BerProtocol& protocol, std::unique_ptr<BasicIo> lower);
+  BerReader(const protocol::BerProtocol& protocol, std::unique_ptr<net::BasicIo> lower);
   BerReader(const BerReader&) = delete;
   BerReader& operator=(const BerReader&) = delete;
   // Destroys the stream below, the queued messages and whatever is still
   // under construction.
-  ~BerReader() override;
+  ~BerReader();
 
-  BasicIo* lower() override { return lower_.get(); }
-  void setLower(BasicIo* stream) override;  // takes ownership
+  // The stream below; owned by the reader.
+  net::BasicIo* lower() { return lower_.get(); }
   // One read from the stream below, decoded completely. True when the whole
   // chunk was consumed; false when nothing arrived, while the first eight
   // octets are still incomplete, when a stream failure was swallowed because
@@ -57,8 +57,7 @@ class BerReader : public GenericLayer {
   // rest of the chunk is dropped once an end of contents completed a value
   // while a message is queued). Decoding failures throw protocol::EBer; the
   // reader is of no further use then.
-  bool readSome(bool stopWhenQueued) override;
-  bool ready() override { return true; }
+  bool readSome(bool stopWhenQueued);
 
   // The oldest complete message, or null when none is queued; the caller
   // owns it.
@@ -89,7 +88,7 @@ class BerReader : public GenericLayer {
   std::string stackPath() const;
 
   const protocol::BerProtocol& protocol_;
-  std::unique_ptr<BasicIo> lower_;
+  std::unique_ptr<net::BasicIo> lower_;
 
   State state_ = State::kIdentifier;
   std::vector<Entry> stack_;
@@ -109,6 +108,6 @@ class BerReader : public GenericLayer {
   std::unique_ptr<uint8_t[]> chunk_;
 };
 
-}  // namespace old_protocol
+}  // namespace protocol
 
 #endif  // TALVIX_PROTOCOL_BER_READER_H_

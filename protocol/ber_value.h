@@ -21,7 +21,7 @@ namespace protocol {
 using TagCode = uint32_t;
 
 // A decoding failure or a write-side range/length failure.
-class EBer : public error::EParseError {
+class EBer : public util::EParseError {
  public:
   explicit EBer(std::string message) : EParseError(std::move(message)) {}
 };
@@ -40,7 +40,7 @@ class BerValue {
   virtual bool operator<(const BerValue& other) const = 0;
   virtual bool operator>(const BerValue& other) const = 0;
   // Encodes tag, length and content.
-  virtual void write(BasicIo& stream, bool legacy) const = 0;
+  virtual void write(net::ByteOutput& stream, bool legacy) const = 0;
 };
 
 class BerPrimitive : public BerValue {

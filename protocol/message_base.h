@@ -51,7 +51,7 @@ class Message : public BerConstructed {
   // Tag, 80, every field, 00 00. A missing required pointer field or a null
   // list element ends the process through assert_failed; a range or length
   // failure throws EBer (the stream may then hold a partial message).
-  void write(BasicIo& stream, bool legacy) const override;
+  void write(net::ByteOutput& stream, bool legacy) const override;
   // Children beyond the declared fields are skipped; a child whose tag does
   // not fit its field throws EBer.
   ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) override;
@@ -87,7 +87,7 @@ class ListAdapter : public BerConstructed {
   bool operator==(const BerValue& other) const override;
   bool operator<(const BerValue& other) const override;
   bool operator>(const BerValue& other) const override;
-  void write(BasicIo& stream, bool legacy) const override;
+  void write(net::ByteOutput& stream, bool legacy) const override;
   // Appends a new element, then checks the tag against the element type.
   ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) override;
   uint32_t requiredFields() const override { return 0; }
@@ -109,7 +109,7 @@ class ListAdapter : public BerConstructed {
 // is a programming error (assert_failed "Value of null taken").
 template <class T>
 T nullable_value(bool present, T value) {
-  if (!present) assert_failed("Value of null taken");
+  if (!present) util::assert_failed("Value of null taken");
   return value;
 }
 

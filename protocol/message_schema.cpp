@@ -17,8 +17,8 @@ void throw_unexpected_tag(TagCode got, const Site& site) {
 }
 
 void null_during_write(const Site& site) {
-  if (site.field == nullptr) assert_failed("(*it) is NULL during BER write");
-  assert_failed(std::string("this->") + site.field + " is NULL during BER write");
+  if (site.field == nullptr) util::assert_failed("(*it) is NULL during BER write");
+  util::assert_failed(std::string("this->") + site.field + " is NULL during BER write");
 }
 
 std::string sequence_tag_name(const char* className, bool legacy) {
@@ -65,7 +65,7 @@ ChildSlot ChoiceCodec::read(Value& v, TagCode tag, bool legacy, const Site& site
 
 void ChoiceCodec::copy(Value& to, const Value& from) const {
   to.reset();
-  if (from != nullptr) to.reset(checked_cast<BerConstructed>(from->clone().release()));
+  if (from != nullptr) to.reset(util::checked_cast<BerConstructed>(from->clone().release()));
 }
 
 ChildSlot ValueChoiceCodec::read(Value& v, TagCode tag, bool legacy, const Site& site) const {
@@ -85,7 +85,7 @@ ChildSlot ValueChoiceCodec::read(Value& v, TagCode tag, bool legacy, const Site&
 
 void ValueChoiceCodec::copy(Value& to, const Value& from) const {
   to.reset();
-  if (from != nullptr) to.reset(checked_cast<BerPrimitive>(from->clone().release()));
+  if (from != nullptr) to.reset(util::checked_cast<BerPrimitive>(from->clone().release()));
 }
 
 }  // namespace fields

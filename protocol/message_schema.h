@@ -78,7 +78,7 @@ T& writable(const T& value) {
 
 struct StringCodec : PlainCodec<std::string> {
   explicit StringCodec(size_t maxLength) : max(maxLength) {}
-  void write(const std::string& v, BasicIo& io, bool legacy, const Site&) const {
+  void write(const std::string& v, net::ByteOutput& io, bool legacy, const Site&) const {
     BerString(writable(v), max, string_tag(legacy)).write(io, legacy);
   }
   ChildSlot read(std::string& v, TagCode tag, bool legacy, const Site&) const {
@@ -93,7 +93,7 @@ struct StringCodec : PlainCodec<std::string> {
 template <class T>
 struct IntegerCodec : PlainCodec<T> {
   IntegerCodec(T minimum, T maximum) : min(minimum), max(maximum) {}
-  void write(const T& v, BasicIo& io, bool legacy, const Site&) const {
+  void write(const T& v, net::ByteOutput& io, bool legacy, const Site&) const {
     BerIntegerTemplate<T>(writable(v), min, max, BE_INTEGER).write(io, legacy);
   }
   ChildSlot read(T& v, TagCode tag, bool, const Site&) const {
@@ -107,7 +107,7 @@ struct IntegerCodec : PlainCodec<T> {
 // A primitive adapter class P over a member of type T, with one fixed tag.
 template <class T, class P, TagCode kTag>
 struct FixedTagCodec : PlainCodec<T> {
-  void write(const T& v, BasicIo& io, bool legacy, const Site&) const {
+  void write(const T& v, net::ByteOutput& io, bool legacy, const Site&) const {
     P(writable(v), kTag).write(io, legacy);
   }
   ChildSlot read(T& v, TagCode tag, bool, const Site&) const {
@@ -120,12 +120,12 @@ struct FixedTagCodec : PlainCodec<T> {
 };
 using BooleanCodec = FixedTagCodec<bool, BerBoolean, BE_BOOLEAN>;
 using RealCodec = FixedTagCodec<double, BerReal, BE_REAL>;
-using BigNumCodec = FixedTagCodec<BigNum, BerBigNum, BE_INTEGER>;
+using BigNumCodec = FixedTagCodec<util::BigNum, BerBigNum, BE_INTEGER>;
 
 // An enumeration class E over a signed 32-bit member.
 template <class E>
 struct EnumCodec : PlainCodec<int32_t> {
-  void write(const int32_t& v, BasicIo& io, bool legacy, const Site&) const {
+  void write(const int32_t& v, net::ByteOutput& io, bool legacy, const Site&) const {
     E(writable(v)).write(io, legacy);
   }
   ChildSlot read(int32_t& v, TagCode tag, bool, const Site&) const {
@@ -139,7 +139,7 @@ template <class T>
 struct PointerCodec {
   using Value = std::unique_ptr<T>;
   Value fresh() const { return std::make_unique<T>(); }
-  void write(const Value& v, BasicIo& io, bool legacy, const Site& site) const {
+  void write(const Value& v, net::ByteOutput& io, bool legacy, const Site& site) const {
     if (v == nullptr) null_during_write(site);
     v->write(io, legacy);
   }
@@ -157,7 +157,7 @@ struct PointerCodec {
   }
   void copy(Value& to, const Value& from) const {
     to.reset();
-    if (from != nullptr) to.reset(checked_cast<T>(from->clone().release()));
+    if (from != nullptr) to.reset(util::checked_cast<T>(from->clone().release()));
   }
 };
 
@@ -166,7 +166,7 @@ template <class L>
 struct ListCodec {
   using Value = typename L::Items;
   Value fresh() const { return Value(); }
-  void write(const Value& v, BasicIo& io, bool legacy, const Site&) const {
+  void write(const Value& v, net::ByteOutput& io, bool legacy, const Site&) const {
     L(writable(v)).write(io, legacy);
   }
   ChildSlot read(Value& v, TagCode tag, bool legacy, const Site&) const {
@@ -193,7 +193,7 @@ std::unique_ptr<BerConstructed> make_alternative() {
 struct ChoiceCodec {
   using Value = std::unique_ptr<BerConstructed>;
   explicit ChoiceCodec(std::vector<Alternative> alts) : alternatives(std::move(alts)) {}
-  void write(const Value& v, BasicIo& io, bool legacy, const Site& site) const {
+  void write(const Value& v, net::ByteOutput& io, bool legacy, const Site& site) const {
     if (v == nullptr) null_during_write(site);
     v->write(io, legacy);
   }
@@ -208,7 +208,7 @@ struct ChoiceCodec {
 // REAL.
 struct ValueChoiceCodec {
   using Value = std::unique_ptr<BerPrimitive>;
-  void write(const Value& v, BasicIo& io, bool legacy, const Site& site) const {
+  void write(const Value& v, net::ByteOutput& io, bool legacy, const Site& site) const {
     if (v == nullptr) null_during_write(site);
     v->write(io, legacy);
   }
@@ -224,7 +224,7 @@ class FieldOps {
  public:
   explicit FieldOps(const char* name) : name_(name) {}
   virtual ~FieldOps() = default;
-  virtual void write(const M& m, BasicIo& io, bool legacy, const char* owner) const = 0;
+  virtual void write(const M& m, net::ByteOutput& io, bool legacy, const char* owner) const = 0;
   virtual ChildSlot read(M& m, TagCode tag, bool legacy, const char* owner) const = 0;
   virtual bool equal(const M& a, const M& b) const = 0;
   virtual int compare(const M& a, const M& b) const = 0;
@@ -242,7 +242,7 @@ class MemberField final : public FieldOps<M> {
  public:
   MemberField(const char* name, typename C::Value M::*member, C codec)
       : FieldOps<M>(name), member_(member), codec_(std::move(codec)) {}
-  void write(const M& m, BasicIo& io, bool legacy, const char* owner) const override {
+  void write(const M& m, net::ByteOutput& io, bool legacy, const char* owner) const override {
     codec_.write(m.*member_, io, legacy, Site{owner, this->name_});
   }
   ChildSlot read(M& m, TagCode tag, bool legacy, const char* owner) const override {
@@ -265,7 +265,7 @@ class NullableField final : public FieldOps<M> {
  public:
   NullableField(const char* name, bool M::*present, T M::*value)
       : FieldOps<M>(name), present_(present), value_(value) {}
-  void write(const M& m, BasicIo& io, bool legacy, const char*) const override {
+  void write(const M& m, net::ByteOutput& io, bool legacy, const char*) const override {
     if (m.*present_) {
       BerIntegerTemplate<T>(writable(m.*value_), kMin, kMax, BE_INTEGER).write(io, legacy);
     } else {
@@ -344,7 +344,7 @@ Field<M> real(const char* name, double M::*m) {
   return member(name, m, RealCodec());
 }
 template <class M>
-Field<M> bignum(const char* name, BigNum M::*m) {
+Field<M> bignum(const char* name, util::BigNum M::*m) {
   return member(name, m, BigNumCodec());
 }
 template <class E, class M>
@@ -453,7 +453,7 @@ bool Message<Self>::operator>(const BerValue& other) const {
 }
 
 template <class Self>
-void Message<Self>::write(BasicIo& stream, bool legacy) const {
+void Message<Self>::write(net::ByteOutput& stream, bool legacy) const {
   const Schema<Self>& s = schema();
   write_tag(stream, staticTag(legacy));
   write_indefinite(stream);
@@ -513,7 +513,7 @@ bool ListAdapter<Self, Element>::operator>(const BerValue& other) const {
 }
 
 template <class Self, class Element>
-void ListAdapter<Self, Element>::write(BasicIo& stream, bool legacy) const {
+void ListAdapter<Self, Element>::write(net::ByteOutput& stream, bool legacy) const {
   const auto& codec = ListSpec<Self>::codec();
   const fields::Site site{typeName(), nullptr};
   write_tag(stream, staticTag(legacy));

@@ -43,10 +43,10 @@ class ClientPassword : public Message<ClientPassword> {};
 class WantsLinkHandshake : public Message<WantsLinkHandshake> {
  public:
   uint32_t version = 0;
-  BigNum prime;
-  BigNum generator;
-  BigNum publicValue;
-  BigNum nonce;
+  util::BigNum prime;
+  util::BigNum generator;
+  util::BigNum publicValue;
+  util::BigNum nonce;
 };
 
 // Alternatives of ServerOffers::authentication.
@@ -60,10 +60,10 @@ class ServerPassword : public Message<ServerPassword> {};
 class LinkHandshakeInit : public Message<LinkHandshakeInit> {
  public:
   uint32_t version = 0;
-  BigNum prime;
-  BigNum generator;
-  BigNum publicValue;
-  BigNum nonce;
+  util::BigNum prime;
+  util::BigNum generator;
+  util::BigNum publicValue;
+  util::BigNum nonce;
 };
 
 class NegotiateAck : public Message<NegotiateAck> {};
@@ -82,7 +82,7 @@ class NewSession : public Message<NewSession> {
 
 class NewSessionResp : public Message<NewSessionResp> {
  public:
-  BigNum sessionId;
+  util::BigNum sessionId;
   int32_t serverTime = 0;    // the server's clock, seconds since 1970
   std::string rootDomainId;  // at most 32 octets
   std::string text;          // at most 32 octets
@@ -91,36 +91,36 @@ class NewSessionResp : public Message<NewSessionResp> {
 
 class ReopenSession : public Message<ReopenSession> {
  public:
-  BigNum sessionId;
+  util::BigNum sessionId;
 };
 class EndSession : public Message<EndSession> {
  public:
-  BigNum sessionId;
+  util::BigNum sessionId;
 };
 class AuthChallenge : public Message<AuthChallenge> {
  public:
-  BigNum challenge;
+  util::BigNum challenge;
 };
 class AuthResponse : public Message<AuthResponse> {
  public:
-  BigNum response;
+  util::BigNum response;
 };
 class SporadicBignum : public Message<SporadicBignum> {
  public:
-  BigNum value;
+  util::BigNum value;
 };
 class GSLNonce : public Message<GSLNonce> {
  public:
-  BigNum nonce;
+  util::BigNum nonce;
 };
 class GSLSignedNonce : public Message<GSLSignedNonce> {
  public:
-  BigNum signedNonce;
+  util::BigNum signedNonce;
 };
 class DiffieHellmannParameters : public Message<DiffieHellmannParameters> {
  public:
-  BigNum prime;
-  BigNum generator;
+  util::BigNum prime;
+  util::BigNum generator;
 };
 
 class UpgradeReq : public Message<UpgradeReq> {

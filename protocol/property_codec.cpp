@@ -5,7 +5,7 @@
 
 #include "util/error.h"
 
-namespace tql {
+namespace protocol {
 
 using protocol::kPropEnumeration;
 using protocol::kPropTypeMask;
@@ -54,98 +54,100 @@ const V& checked_value(const Property& p, uint32_t wanted, const char* nullMessa
       message += ", wanted " + std::to_string(type_of(wanted)) + " got " +
                  std::to_string(type_of(p.type));
     }
-    throw errors::tql(message, kIllegalType);
+    throw util::ETqlError(message, kIllegalType);
   }
   const V* value = dynamic_cast<const V*>(p.data.get());
-  if (value == nullptr) throw errors::tql(nullMessage + p.name, kIllegalType);
+  if (value == nullptr) throw util::ETqlError(nullMessage + p.name, kIllegalType);
   return *value;
 }
 
 }  // namespace
 
-void encode(Property& p, const std::string& name, uint32_t typeWord) {
+void encode_property(Property& p, const std::string& name, uint32_t typeWord) {
   store(p, name, typeWord, std::make_unique<protocol::NullProp>());
 }
 
-void encode(Property& p, const std::string& name, uint32_t typeWord, bool value) {
-  if (type_of(typeWord) != 1) assert_failed("Type mismatch in tql::encode bool: " + name);
+void encode_property(Property& p, const std::string& name, uint32_t typeWord, bool value) {
+  if (type_of(typeWord) != 1) util::assert_failed("Type mismatch in tql::encode bool: " + name);
   store_value<protocol::BooleanProp>(p, name, typeWord, value);
 }
 
-void encode(Property& p, const std::string& name, uint32_t typeWord, int32_t value) {
+void encode_property(Property& p, const std::string& name, uint32_t typeWord, int32_t value) {
   if (!one_of(type_of(typeWord), {3, 5})) {
-    assert_failed("Type mismatch in tql::encode int: " + name);
+    util::assert_failed("Type mismatch in tql::encode int: " + name);
   }
   store_value<protocol::SignedIntProp>(p, name, typeWord, value);
 }
 
-void encode(Property& p, const std::string& name, uint32_t typeWord, uint32_t value) {
+void encode_property(Property& p, const std::string& name, uint32_t typeWord, uint32_t value) {
   if (!is_unsigned_type(type_of(typeWord))) {
-    assert_failed("Type mismatch in tql::encode unsigned int: " + name);
+    util::assert_failed("Type mismatch in tql::encode unsigned int: " + name);
   }
   store_value<protocol::UnsignedIntProp>(p, name, typeWord, value);
 }
 
-void encode(Property& p, const std::string& name, uint32_t typeWord, const std::string& value) {
+void encode_property(Property& p, const std::string& name, uint32_t typeWord,
+                     const std::string& value) {
   if (!one_of(type_of(typeWord), {6, 7, 15})) {
-    assert_failed("Type mismatch in tql::encode string: " + name);
+    util::assert_failed("Type mismatch in tql::encode string: " + name);
   }
   store_value<protocol::StringProp>(p, name, typeWord, value);
 }
 
-void encode(Property& p, const std::string& name, uint32_t typeWord, const char* value) {
-  encode(p, name, typeWord, std::string(value));
+void encode_property(Property& p, const std::string& name, uint32_t typeWord, const char* value) {
+  encode_property(p, name, typeWord, std::string(value));
 }
 
-void encode(Property& p, const std::string& name, uint32_t typeWord,
-            const std::vector<std::string>& value) {
+void encode_property(Property& p, const std::string& name, uint32_t typeWord,
+                     const std::vector<std::string>& value) {
   if (!one_of(type_of(typeWord), {8, 11})) {
-    assert_failed("Type mismatch in tql::encode list<string>: " + name);
+    util::assert_failed("Type mismatch in tql::encode list<string>: " + name);
   }
   store_value<protocol::StringListProp>(p, name, typeWord, value);
 }
 
-void encode(Property& p, const std::string& name, uint32_t typeWord, const BigNum& value) {
-  if (type_of(typeWord) != 18) assert_failed("Type mismatch in tql::encode bignum: " + name);
+void encode_property(Property& p, const std::string& name, uint32_t typeWord,
+                     const util::BigNum& value) {
+  if (type_of(typeWord) != 18) util::assert_failed("Type mismatch in tql::encode bignum: " + name);
   store_value<protocol::BigNumProp>(p, name, typeWord, value);
 }
 
-void decode(const Property& p, uint32_t wantedType, bool& out) {
-  if (type_of(wantedType) != 1) assert_failed("Type mismatch in tql::decode bool");
+void decode_property(const Property& p, uint32_t wantedType, bool& out) {
+  if (type_of(wantedType) != 1) util::assert_failed("Type mismatch in tql::decode bool");
   out = checked_value<protocol::BooleanProp>(p, wantedType, "Null given for boolean property: ",
                                              false)
             .value;
 }
 
-void decode(const Property& p, uint32_t wantedType, double& out) {
-  if (type_of(wantedType) != 4) assert_failed("Type mismatch in tql::decode real");
+void decode_property(const Property& p, uint32_t wantedType, double& out) {
+  if (type_of(wantedType) != 4) util::assert_failed("Type mismatch in tql::decode real");
   out = checked_value<protocol::RealProp>(p, wantedType, "Null given for real property: ").value;
 }
 
-void decode(const Property& p, uint32_t wantedType, int32_t& out) {
-  if (type_of(wantedType) != 3) assert_failed("Type mismatch in tql::decode int :" + p.name);
+void decode_property(const Property& p, uint32_t wantedType, int32_t& out) {
+  if (type_of(wantedType) != 3) util::assert_failed("Type mismatch in tql::decode int :" + p.name);
   out = checked_value<protocol::SignedIntProp>(p, wantedType, "Null given for integer property: ")
             .value;
 }
 
-void decode(const Property& p, uint32_t wantedType, uint32_t& out) {
+void decode_property(const Property& p, uint32_t wantedType, uint32_t& out) {
   if (!is_unsigned_type(type_of(wantedType))) {
-    assert_failed("Type mismatch in tql::decode uint/enum/index");
+    util::assert_failed("Type mismatch in tql::decode uint/enum/index");
   }
   out = checked_value<protocol::UnsignedIntProp>(p, wantedType,
                                                  "Null given for unsigned property: ")
             .value;
 }
 
-void decode(const Property& p, uint32_t wantedType, std::string& out) {
+void decode_property(const Property& p, uint32_t wantedType, std::string& out) {
   if (!one_of(type_of(wantedType), {6, 7, 15})) {
-    assert_failed("Type mismatch in tql::decode string/object");
+    util::assert_failed("Type mismatch in tql::decode string/object");
   }
   out = checked_value<protocol::StringProp>(p, wantedType, "Null given for string property: ")
             .value;
 }
 
-void decode(const Property& p, uint32_t wantedType, int64_t& out) {
+void decode_property(const Property& p, uint32_t wantedType, int64_t& out) {
   switch (type_of(wantedType)) {
     case 5:
       out = checked_value<protocol::SignedIntProp>(p, wantedType,
@@ -158,25 +160,26 @@ void decode(const Property& p, uint32_t wantedType, int64_t& out) {
                 .value;
       return;
     default:
-      assert_failed("Type mismatch in tql::decode int64 :" + p.name);
+      util::assert_failed("Type mismatch in tql::decode int64 :" + p.name);
   }
 }
 
-void decode(const Property& p, uint32_t wantedType, BigNum& out) {
-  if (type_of(wantedType) != 18) assert_failed("Type mismatch in tql::decode bignum: " + p.name);
+void decode_property(const Property& p, uint32_t wantedType, util::BigNum& out) {
+  if (type_of(wantedType) != 18)
+    util::assert_failed("Type mismatch in tql::decode bignum: " + p.name);
   out = checked_value<protocol::BigNumProp>(p, wantedType, "Null given for bignum property: ")
             .value;
 }
 
-void decode(const Property& p, uint32_t wantedType, std::vector<std::string>& out) {
+void decode_property(const Property& p, uint32_t wantedType, std::vector<std::string>& out) {
   if (!one_of(type_of(wantedType), {8, 11})) {
-    assert_failed("Type mismatch in tql::decode objectset");
+    util::assert_failed("Type mismatch in tql::decode objectset");
   }
   out = checked_value<protocol::StringListProp>(p, wantedType, "Null given for slist property: ")
             .value;
 }
 
-void decode(const Property& p, uint32_t wantedType, std::vector<uint8_t>& out) {
+void decode_property(const Property& p, uint32_t wantedType, std::vector<uint8_t>& out) {
   const std::string* bytes = nullptr;
   switch (type_of(wantedType)) {
     case 12:
@@ -188,16 +191,16 @@ void decode(const Property& p, uint32_t wantedType, std::vector<uint8_t>& out) {
                    .value;
       break;
     default:
-      assert_failed("Type mismatch in tql::decode vector<uint8_t>");
+      util::assert_failed("Type mismatch in tql::decode vector<uint8_t>");
   }
   out.assign(bytes->begin(), bytes->end());
 }
 
-void decode(const Property& p, uint32_t wantedType, std::vector<uint32_t>& out) {
-  if (type_of(wantedType) != 14) assert_failed("Type mismatch in tql::decode list<uint32_t>");
+void decode_property(const Property& p, uint32_t wantedType, std::vector<uint32_t>& out) {
+  if (type_of(wantedType) != 14) util::assert_failed("Type mismatch in tql::decode list<uint32_t>");
   out = checked_value<protocol::UnsignedIntListProp>(p, wantedType,
                                                      "Null given for unsigned int list property: ")
             .value;
 }
 
-}  // namespace tql
+}  // namespace protocol

@@ -79,7 +79,7 @@ class UnsignedInt64Prop : public Message<UnsignedInt64Prop> {
 };
 class BigNumProp : public Message<BigNumProp> {
  public:
-  BigNum value;
+  util::BigNum value;
 };
 class LobProp : public Message<LobProp> {
  public:

@@ -32,7 +32,7 @@ size_t encode_length(size_t length, uint8_t* out) {
     out[0] = static_cast<uint8_t>(length);
     return 1;
   }
-  if (length > 0xFFFFFFFFu) assert_failed("Length too large for BER encoding");
+  if (length > 0xFFFFFFFFu) util::assert_failed("Length too large for BER encoding");
   size_t octets = 1;
   while (octets < 4 && (length >> (8 * octets)) != 0) ++octets;
   out[0] = static_cast<uint8_t>(0x80 + octets);
@@ -42,22 +42,22 @@ size_t encode_length(size_t length, uint8_t* out) {
   return octets + 1;
 }
 
-void write_tag(BasicIo& stream, TagCode tag) {
+void write_tag(net::ByteOutput& stream, TagCode tag) {
   uint8_t octets[6];
   stream.write(octets, encode_tag(tag, octets));
 }
 
-void write_length(BasicIo& stream, size_t length) {
+void write_length(net::ByteOutput& stream, size_t length) {
   uint8_t octets[5];
   stream.write(octets, encode_length(length, octets));
 }
 
-void write_indefinite(BasicIo& stream) {
+void write_indefinite(net::ByteOutput& stream) {
   static const uint8_t kIndefinite = 0x80;
   stream.write(&kIndefinite, 1);
 }
 
-void write_end_of_contents(BasicIo& stream) {
+void write_end_of_contents(net::ByteOutput& stream) {
   static const uint8_t kEnd[2] = {0, 0};
   stream.write(kEnd, 2);
 }

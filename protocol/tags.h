@@ -59,13 +59,13 @@ constexpr TagCode set_tag(bool legacy) { return legacy ? BE_SET_LEGACY : BE_SET_
 constexpr TagCode choice_tag(uint32_t n, bool legacy) { return n * 8 + (legacy ? 3 : 5); }
 
 // Identifier octets of `tag`: one octet below 248, else the long form.
-void write_tag(BasicIo& stream, TagCode tag);
+void write_tag(net::ByteOutput& stream, TagCode tag);
 // A definite length: one octet below 128, else 80+n and n big-endian octets.
-void write_length(BasicIo& stream, size_t length);
+void write_length(net::ByteOutput& stream, size_t length);
 // The indefinite-length opener, the single octet 80.
-void write_indefinite(BasicIo& stream);
+void write_indefinite(net::ByteOutput& stream);
 // The end-of-contents closer, the two octets 00 00.
-void write_end_of_contents(BasicIo& stream);
+void write_end_of_contents(net::ByteOutput& stream);
 
 // Appends the identifier octets of `tag` to `out` (room for at least 6
 // octets) and returns how many were written. Shared by the writers that

@@ -10,7 +10,7 @@
 
 namespace server {
 
-class ByteSink : public protocol::BasicIo {
+class ByteSink : public net::ByteOutput {
  public:
   void write(const void* data, size_t length) override {
     bytes.append(static_cast<const char*>(data), length);

@@ -94,7 +94,7 @@ Operand from_constant(const protocol::Property& p) {
   if (auto* v = dynamic_cast<const protocol::BigNumProp*>(d)) {
     std::string bytes(4 * v->value.size() + 4, '\0');
     size_t length = bytes.size();
-    bn_get_data(v->value, reinterpret_cast<uint8_t*>(bytes.data()), length);
+    util::bn_get_data(v->value, reinterpret_cast<uint8_t*>(bytes.data()), length);
     bytes.resize(length);
     return number(magnitude(bytes));
   }

@@ -18,7 +18,7 @@ namespace {
 constexpr auto kWindowGrace = std::chrono::milliseconds(20);
 
 // Whether `stream` becomes readable within `limit`.
-bool readable_within(old_protocol::BasicIo& stream, std::chrono::milliseconds limit) {
+bool readable_within(net::BasicIo& stream, std::chrono::milliseconds limit) {
   const auto end = Clock::now() + limit;
   for (;;) {
     if (stream.readable()) return true;
@@ -29,7 +29,7 @@ bool readable_within(old_protocol::BasicIo& stream, std::chrono::milliseconds li
 
 }  // namespace
 
-Connection::Connection(std::unique_ptr<old_protocol::SocketStream> socket,
+Connection::Connection(std::unique_ptr<net::SocketStream> socket,
                        std::shared_ptr<ServerShared> shared)
     : shared_(std::move(shared)), socket_(std::move(socket)) {}
 
@@ -38,7 +38,7 @@ Connection::~Connection() = default;
 void Connection::run() {
   try {
     serve();
-  } catch (const error::Exception&) {
+  } catch (const util::Exception&) {
     // The client closed, broke off or sent something undecodable.
   } catch (const std::exception&) {
     // Out of memory or the like: this connection ends, the server goes on.
@@ -60,13 +60,13 @@ void Connection::closeSocket() {
   if (!socket_) return;
   try {
     socket_->close();
-  } catch (const error::Exception&) {
+  } catch (const util::Exception&) {
     // Released either way.
   }
 }
 
 void Connection::serve() {
-  old_protocol::SocketStream& socket = *socket_;
+  net::SocketStream& socket = *socket_;
   const ServerOptions& options = shared_->options;
   const FaultOptions& faults = options.faults;
   auto send = [&](const std::string& bytes) { write_in_chunks(socket, bytes, faults.chunkSize); };
@@ -74,7 +74,7 @@ void Connection::serve() {
   HandshakeResult login =
       run_handshake(socket, send, *shared_->db, options.handshake, shared_->sessionIds);
   if (!login.reader) return;
-  old_protocol::BerReader& reader = *login.reader;
+  protocol::BerReader& reader = *login.reader;
 
   ReplyWriter writer(socket, faults, login.legacy);
   // Makes the writer reachable for abort() while it lives.
@@ -94,7 +94,7 @@ void Connection::serve() {
       if (writer.windowPending() && !readable_within(socket, kWindowGrace)) writer.flushWindow();
       try {
         reader.readSome(false);
-      } catch (const error::Exception&) {
+      } catch (const util::Exception&) {
         break;  // the answers already queued still go out
       }
       continue;

@@ -26,8 +26,7 @@ struct ServerShared {
 
 class Connection {
  public:
-  Connection(std::unique_ptr<old_protocol::SocketStream> socket,
-             std::shared_ptr<ServerShared> shared);
+  Connection(std::unique_ptr<net::SocketStream> socket, std::shared_ptr<ServerShared> shared);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
   ~Connection();
@@ -46,7 +45,7 @@ class Connection {
 
   std::shared_ptr<ServerShared> shared_;
   std::mutex mutex_;  // guards socket_ and writer_ against abort() from another thread
-  std::unique_ptr<old_protocol::SocketStream> socket_;
+  std::unique_ptr<net::SocketStream> socket_;
   ReplyWriter* writer_ = nullptr;  // while requests are served
   std::atomic<bool> aborted_{false};
 };

@@ -44,7 +44,8 @@ std::unique_ptr<protocol::BerConstructed> make_value_object(const Value& value) 
           // copy-on-write without locking, so none may be shared across
           // the threads that serve connections.
           auto p = std::make_unique<protocol::BigNumProp>();
-          bn_set_data(p->value, reinterpret_cast<const uint8_t*>(v.bytes.data()), v.bytes.size());
+          util::bn_set_data(p->value, reinterpret_cast<const uint8_t*>(v.bytes.data()),
+                            v.bytes.size());
           return p;
         } else {
           static_assert(std::is_same_v<T, LobValue>);

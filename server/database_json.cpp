@@ -225,7 +225,7 @@ std::unique_ptr<Database> parse_json_database(const std::string& text) {
   try {
     doc = Json::parse(text);
   } catch (const Json::exception& e) {
-    throw error::EFatal(std::string("Database is not valid JSON: ") + e.what());
+    throw util::EFatal(std::string("Database is not valid JSON: ") + e.what());
   }
   return Loader().load(doc);
 }
@@ -233,14 +233,15 @@ std::unique_ptr<Database> parse_json_database(const std::string& text) {
 std::unique_ptr<Database> load_json_database(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) {
-    throw error::EFatal("Cannot read database file " + in_quotes(path) + ": " + last_error_text());
+    throw util::EFatal("Cannot read database file " + in_quotes(path) + ": " +
+                       util::last_error_text());
   }
   std::ostringstream text;
   text << in.rdbuf();
   try {
     return parse_json_database(text.str());
-  } catch (error::EFatal& e) {
-    throw error::EFatal(path + ": " + e.text());
+  } catch (util::EFatal& e) {
+    throw util::EFatal(path + ": " + e.text());
   }
 }
 

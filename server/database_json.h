@@ -2,7 +2,7 @@
 //
 // The whole document is validated while it is loaded: every id, type,
 // value, child reference and history series is checked, and the first fault
-// found throws error::EFatal with a message that names the object (or the
+// found throws util::EFatal with a message that names the object (or the
 // history series) and the field at fault. A database that loaded holds
 // every object in memory and answers lookups from hash maps; it never
 // changes afterwards.
@@ -20,7 +20,7 @@ namespace server {
 std::unique_ptr<Database> parse_json_database(const std::string& text);
 
 // Reads the file at `path` and parses it as parse_json_database() does. A
-// file that cannot be read throws error::EFatal "Cannot read database file
+// file that cannot be read throws util::EFatal "Cannot read database file
 // \"<path>\": <system text>"; faults in its content throw the loader's
 // message prefixed with the path and ": ".
 std::unique_ptr<Database> load_json_database(const std::string& path);

@@ -245,15 +245,15 @@ class GeneratedDatabase : public Database {
 
 void check_range(const char* field, uint64_t value, uint64_t min, uint64_t max) {
   if (value < min || value > max) {
-    throw error::EFatal("Database shape: " + std::string(field) + " " + std::to_string(value) +
-                        " is outside " + std::to_string(min) + ".." + std::to_string(max));
+    throw util::EFatal("Database shape: " + std::string(field) + " " + std::to_string(value) +
+                       " is outside " + std::to_string(min) + ".." + std::to_string(max));
   }
 }
 
 uint64_t checked_product(uint64_t a, uint64_t b) {
   uint64_t r;
   if (__builtin_mul_overflow(a, b, &r) || r > kMaxObjects) {
-    throw error::EFatal("Database shape: more than 2^48 objects");
+    throw util::EFatal("Database shape: more than 2^48 objects");
   }
   return r;
 }
@@ -270,13 +270,13 @@ GeneratedCounts generated_counts(const GeneratorShape& shape) {
   uint64_t levelSize = 1;
   for (uint32_t l = 0; l <= shape.depth; ++l) {
     c.domains += levelSize;
-    if (c.domains > kMaxDomains) throw error::EFatal("Database shape: more than 2^31 domains");
+    if (c.domains > kMaxDomains) throw util::EFatal("Database shape: more than 2^31 domains");
     levelSize *= shape.fanout;  // at most 2^31 * 1000 before the check above fails
   }
   c.nodes = checked_product(c.domains, shape.nodesPerDomain);
   c.checks = checked_product(c.nodes, shape.checksPerNode);
   c.objects = c.domains + c.nodes + c.checks + kFixedObjects;
-  if (c.objects > kMaxObjects) throw error::EFatal("Database shape: more than 2^48 objects");
+  if (c.objects > kMaxObjects) throw util::EFatal("Database shape: more than 2^48 objects");
   c.historyRows = c.checks * shape.rowsPerCheck;  // below 2^48 * 2^17
   return c;
 }
@@ -291,7 +291,7 @@ GeneratorShape parse_generator_shape(const std::string& text) {
   size_t pos = 0;
   uint64_t values[5] = {0, 0, 0, 0, 1};
   auto bad = [&](const std::string& why) {
-    return error::EFatal("Bad database shape \"" + text + "\": " + why);
+    return util::EFatal("Bad database shape \"" + text + "\": " + why);
   };
   for (int n = 0; n < 5; ++n) {
     if (n == 4 && pos == s.size() && s.back() != '/') break;

@@ -43,7 +43,7 @@ struct GeneratedCounts {
   uint64_t historyRows = 0;
 };
 
-// The counts of a valid shape. Throws error::EFatal naming the field for a
+// The counts of a valid shape. Throws util::EFatal naming the field for a
 // value outside its range, or when the domain tree would have more than
 // 2^31 domains or the database more than 2^48 objects.
 GeneratedCounts generated_counts(const GeneratorShape& shape);
@@ -52,7 +52,7 @@ GeneratedCounts generated_counts(const GeneratorShape& shape);
 std::unique_ptr<Database> make_generated_database(const GeneratorShape& shape);
 
 // Reads a shape written "FANOUTxNODESxCHECKSxROWS/DEPTH" (e.g. "3x10x5x20/2";
-// "/DEPTH" may be left out for depth 1). Throws error::EFatal "Bad database
+// "/DEPTH" may be left out for depth 1). Throws util::EFatal "Bad database
 // shape \"<text>\": ..." when the text does not have that form; the values
 // are not range-checked here.
 GeneratorShape parse_generator_shape(const std::string& text);

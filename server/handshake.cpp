@@ -13,7 +13,7 @@ const char kServerText[] = "talvix-server";
 
 namespace {
 
-std::unique_ptr<protocol::BerConstructed> wait_for_message(old_protocol::BerReader& reader) {
+std::unique_ptr<protocol::BerConstructed> wait_for_message(protocol::BerReader& reader) {
   std::unique_ptr<protocol::BerConstructed> message = reader.takeMessage();
   while (!message) {
     reader.readSome(false);
@@ -23,7 +23,7 @@ std::unique_ptr<protocol::BerConstructed> wait_for_message(old_protocol::BerRead
 }
 
 template <class T>
-std::unique_ptr<T> expect(old_protocol::BerReader& reader) {
+std::unique_ptr<T> expect(protocol::BerReader& reader) {
   std::unique_ptr<protocol::BerConstructed> message = wait_for_message(reader);
   if (dynamic_cast<T*>(message.get()) == nullptr) return nullptr;
   return std::unique_ptr<T>(static_cast<T*>(message.release()));
@@ -48,7 +48,7 @@ std::string legacy_greeting() {
   return encode(greeting, true);
 }
 
-HandshakeResult run_handshake(old_protocol::BasicIo& socket,
+HandshakeResult run_handshake(net::BasicIo& socket,
                               const std::function<void(const std::string&)>& send,
                               const Database& db, const HandshakeOptions& options,
                               std::atomic<uint32_t>& sessionIds) {
@@ -57,8 +57,8 @@ HandshakeResult run_handshake(old_protocol::BasicIo& socket,
   if (options.legacyGreeting) send(legacy_greeting());
 
   // The client's first message is in the current encoding whatever we greet with.
-  auto reader = std::make_unique<old_protocol::BerReader>(protocol::guiProtocol(),
-                                                          std::make_unique<BorrowedStream>(socket));
+  auto reader = std::make_unique<protocol::BerReader>(protocol::guiProtocol(),
+                                                      std::make_unique<BorrowedStream>(socket));
   if (!expect<protocol::ClientWants>(*reader)) return result;
 
   if (options.nackReason) {
@@ -71,7 +71,7 @@ HandshakeResult run_handshake(old_protocol::BasicIo& socket,
     // A fresh reader that decides for the legacy encoding on the greeting's
     // own octets, which it decodes (and we drop) before the client's next
     // message. Octets that arrived together with ClientWants are lost.
-    reader = std::make_unique<old_protocol::BerReader>(
+    reader = std::make_unique<protocol::BerReader>(
         protocol::guiProtocol(), std::make_unique<PrefixedStream>(legacy_greeting(), socket));
     wait_for_message(*reader);
   }
@@ -88,7 +88,7 @@ HandshakeResult run_handshake(old_protocol::BasicIo& socket,
   }
 
   protocol::NewSessionResp accepted;
-  accepted.sessionId = BigNum(sessionIds.fetch_add(1) + 1);
+  accepted.sessionId = util::BigNum(sessionIds.fetch_add(1) + 1);
   accepted.serverTime = static_cast<int32_t>(std::time(nullptr));
   accepted.rootDomainId = db.rootDomainId();
   accepted.text = kServerText;

@@ -34,15 +34,15 @@ std::string legacy_greeting();
 struct HandshakeResult {
   // The reader that decodes the client's requests from here on, or null when
   // the handshake ended without a login.
-  std::unique_ptr<old_protocol::BerReader> reader;
+  std::unique_ptr<protocol::BerReader> reader;
   bool legacy = false;  // the encoding every later reply must use
 };
 
 // Runs the handshake over `socket`, which the caller keeps owning; every
 // reply goes out through `send` as complete encoded octets. `sessionIds`
 // hands out session ids. Transport and decoding failures of the client's
-// messages pass out as exceptions of the error:: family.
-HandshakeResult run_handshake(old_protocol::BasicIo& socket,
+// messages pass out as exceptions of the util:: family.
+HandshakeResult run_handshake(net::BasicIo& socket,
                               const std::function<void(const std::string&)>& send,
                               const Database& db, const HandshakeOptions& options,
                               std::atomic<uint32_t>& sessionIds);

@@ -378,7 +378,7 @@ int record_class_of(int32_t dataType) {
 }  // namespace
 
 void fail(const std::string& where, const std::string& what) {
-  throw error::EFatal(where + ": " + what);
+  throw util::EFatal(where + ": " + what);
 }
 
 std::string shown(const Json& j) {

@@ -2,7 +2,7 @@
 // reader of one JSON object's fields, and the readers of property type
 // words, property values and history rows. Used by database_json.cpp only.
 //
-// Every reader throws error::EFatal with "<where>: <what>", where `where`
+// Every reader throws util::EFatal with "<where>: <what>", where `where`
 // names the object, property or history row being read.
 #ifndef TALVIX_SERVER_JSON_VALUES_H_
 #define TALVIX_SERVER_JSON_VALUES_H_
@@ -49,7 +49,7 @@ class Fields {
   std::set<std::string> read_;
 };
 
-// Throws error::EFatal "<where>: <what>".
+// Throws util::EFatal "<where>: <what>".
 [[noreturn]] void fail(const std::string& where, const std::string& what);
 
 // A value shortened for messages: the JSON text, cut at 40 characters.

@@ -11,22 +11,22 @@
 namespace server {
 
 // Forwards everything to a stream it does not own, which must outlive it.
-class BorrowedStream : public old_protocol::BasicIo {
+class BorrowedStream : public net::BasicIo {
  public:
-  explicit BorrowedStream(old_protocol::BasicIo& target) : target_(target) {}
+  explicit BorrowedStream(net::BasicIo& target) : target_(target) {}
   void write(const void* data, size_t length) override { target_.write(data, length); }
   void flush() override { target_.flush(); }
   uint64_t read(void* buffer, uint64_t capacity) override { return target_.read(buffer, capacity); }
   bool readable() override { return target_.readable(); }
 
  private:
-  old_protocol::BasicIo& target_;
+  net::BasicIo& target_;
 };
 
 // Serves `prefix` first and then reads from the borrowed target.
 class PrefixedStream : public BorrowedStream {
  public:
-  PrefixedStream(std::string prefix, old_protocol::BasicIo& target)
+  PrefixedStream(std::string prefix, net::BasicIo& target)
       : BorrowedStream(target), prefix_(std::move(prefix)) {}
   uint64_t read(void* buffer, uint64_t capacity) override;
   bool readable() override { return cursor_ < prefix_.size() || BorrowedStream::readable(); }

@@ -54,7 +54,7 @@ int main(int argc, char** argv) {
     std::fflush(stdout);
     while (g_stop == 0) std::this_thread::sleep_for(std::chrono::milliseconds(50));
     s.stop();
-  } catch (const error::Exception& e) {
+  } catch (const util::Exception& e) {
     std::fprintf(stderr, "talvix-server: %s\n", e.text().c_str());
     return 1;
   }

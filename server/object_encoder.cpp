@@ -32,7 +32,7 @@ std::string encode_head(const StoredObject& object, PropertyChoice choice, bool 
   std::string bytes = encode(message, legacy);
   if (bytes.size() < kEmptyTail ||
       bytes.compare(bytes.size() - 4, 4, std::string(4, '\0')) != 0) {
-    assert_failed("Object encoding does not end as expected");
+    util::assert_failed("Object encoding does not end as expected");
   }
   bytes.resize(bytes.size() - kEmptyTail);
   return bytes;

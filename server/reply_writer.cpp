@@ -10,7 +10,7 @@ namespace server {
 
 std::string malformed_reply() { return std::string("\x75\x80\x02\x85\x01\x01\x01\x01\x01", 9); }
 
-void write_in_chunks(protocol::BasicIo& stream, const std::string& bytes, uint32_t chunkSize) {
+void write_in_chunks(net::ByteOutput& stream, const std::string& bytes, uint32_t chunkSize) {
   if (chunkSize == 0 || bytes.size() <= chunkSize) {
     stream.write(bytes.data(), bytes.size());
     stream.flush();
@@ -22,7 +22,7 @@ void write_in_chunks(protocol::BasicIo& stream, const std::string& bytes, uint32
   }
 }
 
-ReplyWriter::ReplyWriter(protocol::BasicIo& stream, const FaultOptions& faults, bool legacy)
+ReplyWriter::ReplyWriter(net::ByteOutput& stream, const FaultOptions& faults, bool legacy)
     : stream_(stream), faults_(faults), legacy_(legacy), thread_([this] { run(); }) {}
 
 ReplyWriter::~ReplyWriter() { finish(); }
@@ -96,7 +96,7 @@ void ReplyWriter::run() {
     bool ok = true;
     try {
       write_in_chunks(stream_, bytes, faults_.chunkSize);
-    } catch (const error::Exception&) {
+    } catch (const util::Exception&) {
       ok = false;  // the client went away; what is left is dropped
     }
     lock.lock();

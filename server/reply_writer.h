@@ -30,7 +30,7 @@ using Clock = std::chrono::steady_clock;
 
 // Writes `bytes` to `stream` in pieces of `chunkSize` octets (0: at once),
 // flushing after each. Failures of the stream pass out.
-void write_in_chunks(protocol::BasicIo& stream, const std::string& bytes, uint32_t chunkSize);
+void write_in_chunks(net::ByteOutput& stream, const std::string& bytes, uint32_t chunkSize);
 
 // The octets sent instead of the answer to a request picked for
 // malformation: a Response whose id announces five length octets, which no
@@ -41,7 +41,7 @@ class ReplyWriter {
  public:
   // Writes to `stream` (not owned; must outlive the writer) in the given
   // encoding. Starts the writer thread.
-  ReplyWriter(protocol::BasicIo& stream, const FaultOptions& faults, bool legacy);
+  ReplyWriter(net::ByteOutput& stream, const FaultOptions& faults, bool legacy);
   ReplyWriter(const ReplyWriter&) = delete;
   ReplyWriter& operator=(const ReplyWriter&) = delete;
   // finish().
@@ -71,7 +71,7 @@ class ReplyWriter {
   // one is due, the answer itself.
   void append(std::string& bytes, const Item& item);
 
-  protocol::BasicIo& stream_;
+  net::ByteOutput& stream_;
   const FaultOptions faults_;
   const bool legacy_;
 

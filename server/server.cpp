@@ -41,10 +41,10 @@ void Server::stop() {
 
 void Server::acceptLoop() {
   while (!stopping_) {
-    std::unique_ptr<old_protocol::SocketStream> socket;
+    std::unique_ptr<net::SocketStream> socket;
     try {
       socket = listener_.accept(50);
-    } catch (const error::Exception& e) {
+    } catch (const util::Exception& e) {
       // Out of descriptors or the like: try again a little later.
       std::fprintf(stderr, "talvix-server: %s\n", e.text().c_str());
       std::this_thread::sleep_for(std::chrono::milliseconds(50));

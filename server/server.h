@@ -28,7 +28,7 @@ struct ServerShared;
 class Server {
  public:
   // Listens on 127.0.0.1 at options.port (0: a free port). The database is
-  // shared with the connections. Throws error::ESystemError when the port
+  // shared with the connections. Throws util::ESystemError when the port
   // cannot be listened on.
   Server(std::shared_ptr<const Database> db, const ServerOptions& options);
   Server(const Server&) = delete;
@@ -52,7 +52,7 @@ class Server {
   void acceptLoop();
   void reap(bool all);
 
-  old_protocol::Listener listener_;
+  net::Listener listener_;
   std::shared_ptr<ServerShared> shared_;
   std::atomic<bool> stopping_{false};
   std::atomic<uint64_t> accepted_{0};

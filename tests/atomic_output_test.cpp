@@ -78,7 +78,7 @@ TEST_P(AtomicOutputTest, AFailedRenameIsReportedAndCleanedUp) {
   try {
     out.close();
     FAIL() << "the rename over a folder succeeded";
-  } catch (const error::EFatal& e) {
+  } catch (const util::EFatal& e) {
     EXPECT_EQ(e.text().rfind("Error renaming " + target_ + ".tmp-", 0), 0u) << e.text();
     EXPECT_NE(e.text().find(" to " + target_ + ": "), std::string::npos) << e.text();
   }
@@ -133,7 +133,7 @@ TEST(AtomicOutputPlainTest, StandardOutputIgnoresTheSettingAndAMissingFolderFail
   try {
     DocumentOutput output(target, false, standardOutput, OutputOptions{true, -1});
     FAIL() << "opened " << target;
-  } catch (const error::EFatal& e) {
+  } catch (const util::EFatal& e) {
     EXPECT_EQ(e.text().rfind("Error opening: " + target + ".tmp-XXXXXX: ", 0), 0u) << e.text();
   }
 }

@@ -63,29 +63,30 @@ TEST_F(BackgroundGZOutStreamTest, AZeroByteFailsLikeTheSynchronousStream) {
   {
     BackgroundGZOutStream out(path_);
     out.write("before ");
-    EXPECT_EQ(peer::errorText<error::EFatal>([&] { out.write(std::string("ab\0cd", 5)); }), "Error reading gz-stream: ");
+    EXPECT_EQ(peer::errorText<util::EFatal>([&] { out.write(std::string("ab\0cd", 5)); }),
+              "Error reading gz-stream: ");
   }
   EXPECT_EQ(read_gzip_file(path_), "before ab");
 }
 
 TEST_F(BackgroundGZOutStreamTest, AnUnopenablePathFailsAtOnce) {
   const std::string name = path_ + "/x.gz";
-  EXPECT_EQ(peer::errorText<error::EFatal>([&] { BackgroundGZOutStream out(name); }),
+  EXPECT_EQ(peer::errorText<util::EFatal>([&] { BackgroundGZOutStream out(name); }),
             "Couldn't open for writing gz-stream: " + name);
 }
 
 TEST(BackgroundGZOutStreamFailureTest, TheCompressorsFailureReachesTheWriterAndStays) {
   if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
   BackgroundGZOutStream out("/dev/full", 0);
-  const std::string failure = peer::errorText<error::EFatal>([&] {
+  const std::string failure = peer::errorText<util::EFatal>([&] {
     for (int i = 0; i < 64; ++i) out.write(std::string(kBlock, 'q'));
     out.finish();
   });
   EXPECT_EQ(failure.rfind("Error reading gz-stream: ", 0), 0u) << failure;
   EXPECT_NE(failure.find("No space left on device"), std::string::npos) << failure;
-  EXPECT_THROW(out.write("more"), error::EFatal);
-  EXPECT_THROW(out.close(), error::EFatal);
-  EXPECT_THROW(out.write("after close"), error::EFatal);
+  EXPECT_THROW(out.write("more"), util::EFatal);
+  EXPECT_THROW(out.close(), util::EFatal);
+  EXPECT_THROW(out.write("after close"), util::EFatal);
 }
 
 }  // namespace

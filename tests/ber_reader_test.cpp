@@ -15,7 +15,7 @@
 #include "support/ber_streams.h"
 #include "support/message_io.h"
 
-namespace old_protocol {
+namespace protocol {
 namespace {
 
 using testing_support::Bytes;
@@ -167,7 +167,7 @@ TEST(BerReaderTest, StopWhenQueuedDropsTheRestOfTheChunk) {
 std::string read_failure(BerReader& reader) {
   try {
     reader.readSome(false);
-  } catch (const error::ESystemError& e) {
+  } catch (const util::ESystemError& e) {
     return e.text();
   }
   return "no failure";
@@ -212,4 +212,4 @@ TEST(BerReaderTest, SendWritesInTheConnectionsEncodingAndFlushes) {
 }
 
 }  // namespace
-}  // namespace old_protocol
+}  // namespace protocol

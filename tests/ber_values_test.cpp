@@ -62,8 +62,8 @@ void decode(BerPrimitive& value, const std::string& content) {
 
 template <class T>
 std::string show(const T& v) {
-  if constexpr (std::is_same_v<T, BigNum>) {
-    return bn_to_string(v);
+  if constexpr (std::is_same_v<T, util::BigNum>) {
+    return util::bn_to_string(v);
   } else {
     std::ostringstream out;
     out << std::boolalpha << v;
@@ -76,7 +76,7 @@ std::string show(const T& v) {
 template <class V, class T, class... Args>
 std::string read(const std::string& content, Args... args) {
   T target{};
-  if constexpr (std::is_arithmetic_v<T> || std::is_same_v<T, BigNum>) target = T(5);
+  if constexpr (std::is_arithmetic_v<T> || std::is_same_v<T, util::BigNum>) target = T(5);
   V value(target, args...);
   const std::string error = ber_error([&] { decode(value, content); });
   return error == "no EBer" ? show(target) : error;
@@ -128,23 +128,29 @@ TEST(BerPrimitiveTest, Encodings) {
       {write<BerUInt32>(0u, 1u, 65535u, BE_INTEGER),
        "data out of range in BerIntegerTemplate<unsigned int>::write 1 <= 0 <= 65535"},
       // Enumerations: zero has no content, negatives take four octets.
-      {write<Severity>(0), "0A 00"}, {write<Severity>(128), "0A 02 00 80"},
+      {write<Severity>(0), "0A 00"},
+      {write<Severity>(128), "0A 02 00 80"},
       {write<Severity>(0x8000), "0A 03 00 80 00"},
       {write<Severity>(INT32_MAX), "0A 04 7F FF FF FF"},
       {write<Severity>(-128), "0A 04 FF FF FF 80"},
       // Reals: zero empty, special values one octet, others as text.
-      {real(0.0), "09 00"}, {real(-0.0), "09 00"}, {real(std::nan("")), "09 01 60"},
-      {real(kInf), "09 01 40"}, {real(-kInf), "09 01 41"},
+      {real(0.0), "09 00"},
+      {real(-0.0), "09 00"},
+      {real(std::nan("")), "09 01 60"},
+      {real(kInf), "09 01 40"},
+      {real(-kInf), "09 01 41"},
       {real(-0.002), "09 0E 00 2D 32 2E 30 30 30 30 30 30 65 2D 30 33"},
-      {write<BerBoolean>(true, BE_BOOLEAN), "01 01 01"}, {encode(BerNull(BE_NULL, true)), "05 00"},
+      {write<BerBoolean>(true, BE_BOOLEAN), "01 01 01"},
+      {encode(BerNull(BE_NULL, true)), "05 00"},
       {write<BerString>(std::string("abcd"), 4, BE_STRING_CURRENT), "04 04 61 62 63 64"},
       {encode(BerString(text, 4, BE_STRING_LEGACY), true), "16 04 61 62 63 64"},
       {write<BerString>(std::string("abcde"), 4, BE_STRING_CURRENT),
        "String exceeds allowed length 5 > 4"},
       {encode(large).substr(0, 14), "04 82 01 2C 78"},
       // Big numbers: the magnitude without leading zeros.
-      {write<BerBigNum>(BigNum(), BE_INTEGER), "02 00"},
-      {write<BerBigNum>(BigNum(0xFFFFFFFF) + BigNum(1), BE_INTEGER), "02 05 01 00 00 00 00"},
+      {write<BerBigNum>(util::BigNum(), BE_INTEGER), "02 00"},
+      {write<BerBigNum>(util::BigNum(0xFFFFFFFF) + util::BigNum(1), BE_INTEGER),
+       "02 05 01 00 00 00 00"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.got, c.want);
 }
@@ -154,7 +160,7 @@ TEST(BerPrimitiveTest, Encodings) {
 TEST(BerPrimitiveTest, Decoding) {
   auto real = [](const std::string& hex) { return read<BerReal, double>(hex, BE_REAL); };
   auto boolean = [](const std::string& hex) { return read<BerBoolean, bool>(hex, BE_BOOLEAN); };
-  auto big = [](const std::string& hex) { return read<BerBigNum, BigNum>(hex, BE_INTEGER); };
+  auto big = [](const std::string& hex) { return read<BerBigNum, util::BigNum>(hex, BE_INTEGER); };
   const struct {
     std::string got;
     const char* want;
@@ -201,7 +207,7 @@ TEST(BerPrimitiveTest, LongestAcceptedValuesGoOutAgainUnchanged) {
   decode(reader, encode(real).substr(6));
   EXPECT_EQ(back, -6.25e-300);
 
-  BigNum field;
+  util::BigNum field;
   BerBigNum value(field, BE_INTEGER);
   EXPECT_EQ(ber_error([&] { value.readStart(1041); }),
             "Data value exceeds maximum allowed length 1041 > 1040");

@@ -13,7 +13,7 @@
 
 namespace {
 
-using old_protocol::BufferIo;
+using net::BufferIo;
 
 // What the stream below saw; shared so that it outlives the stream.
 struct Log {
@@ -24,7 +24,7 @@ struct Log {
   std::deque<std::string> reads;  // each read delivers the next piece (cut to the capacity)
 };
 
-class ScriptedStream : public old_protocol::BasicIo {
+class ScriptedStream : public net::BasicIo {
  public:
   explicit ScriptedStream(std::shared_ptr<Log> log) : log_(std::move(log)) {}
   void write(const void* data, size_t length) override {
@@ -34,7 +34,8 @@ class ScriptedStream : public old_protocol::BasicIo {
   void flush() override { ++log_->flushes; }
   uint64_t read(void* buffer, uint64_t capacity) override {
     log_->read_capacities.push_back(capacity);
-    if (log_->reads.empty()) error::throw_system_error("Error reading: OsalSocket::read end of stream");
+    if (log_->reads.empty())
+      util::throw_system_error("Error reading: OsalSocket::read end of stream");
     std::string& piece = log_->reads.front();
     const size_t count = piece.copy(static_cast<char*>(buffer), capacity);
     piece.erase(0, count);
@@ -121,7 +122,7 @@ TEST_F(BufferIoTest, FailureBelowPassesThroughAndZeroCapacityReadsNothing) {
   char got[4];
   EXPECT_EQ(io->read(got, 0), 0u);
   EXPECT_TRUE(log->read_capacities.empty());
-  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { io->read(got, sizeof got); }),
+  EXPECT_EQ(peer::errorText<util::ESystemError>([&] { io->read(got, sizeof got); }),
             "Error reading: OsalSocket::read end of stream");
   EXPECT_TRUE(io->readable());  // whatever the stream below says
 }

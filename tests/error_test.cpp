@@ -7,16 +7,16 @@ namespace {
 // A handler appends context to the object it caught and rethrows it; copies
 // keep the context.
 TEST(ExceptionTest, TextIsMessageAndAddedContext) {
-  EXPECT_EQ(error::EFatal("boom").text(), "boom");
+  EXPECT_EQ(util::EFatal("boom").text(), "boom");
   try {
     try {
-      throw error::ESystemError("Unexpected end");
-    } catch (error::Exception& e) {
+      throw util::ESystemError("Unexpected end");
+    } catch (util::Exception& e) {
       e.detail += ": parsing .! > .";
       throw;
     }
-  } catch (error::ESystemError& e) {
-    const error::ESystemError copy(e);
+  } catch (util::ESystemError& e) {
+    const util::ESystemError copy(e);
     EXPECT_EQ(copy.text(), "Unexpected end: parsing .! > .");
     EXPECT_EQ(copy.message(), "Unexpected end");
   }
@@ -30,13 +30,13 @@ TEST(ErrorTextTest, ServerAndSystemTexts) {
       {7, "Requested update of noexistant property"}, {12, "The pattern is not implemented"},
       {13, "Unknown error"}, {14, "Backend error"}, {15, "Access denied"}, {16, "Unknown error"},
       {0xFFFFFFFFu, "Unknown error"}};
-  for (const auto& [code, text] : server) EXPECT_EQ(server_error_text(code), text) << code;
-  EXPECT_EQ(errors::tql("", 9).message(), "Property updated with illegal type");
-  EXPECT_EQ(errors::tql("mine", 9).message(), "mine");
-  EXPECT_EQ(errors::tql("", -1).message(), "Unknown error");
-  EXPECT_EQ(system_error_text(2), "No such file or directory");
+  for (const auto& [code, text] : server) EXPECT_EQ(util::server_error_text(code), text) << code;
+  EXPECT_EQ(util::ETqlError("", 9).message(), "Property updated with illegal type");
+  EXPECT_EQ(util::ETqlError("mine", 9).message(), "mine");
+  EXPECT_EQ(util::ETqlError("", -1).message(), "Unknown error");
+  EXPECT_EQ(util::system_error_text(2), "No such file or directory");
   errno = 13;
-  EXPECT_EQ(last_error_text(), "Permission denied");
+  EXPECT_EQ(util::last_error_text(), "Permission denied");
 }
 
 class Base {
@@ -50,20 +50,20 @@ TEST(CheckedCastDeathTest, WrongTypeOrNullNamesBothTypes) {
   Derived d;
   Other o;
   Base* b = &d;
-  EXPECT_EQ(checked_cast<Derived>(b), &d);
+  EXPECT_EQ(util::checked_cast<Derived>(b), &d);
   b = &o;
-  EXPECT_DEATH(checked_cast<Derived>(b),
+  EXPECT_DEATH(util::checked_cast<Derived>(b),
                "^Assertion failed: checked_cast failed, \\(anonymous namespace\\)::Other should "
                "have been \\(anonymous namespace\\)::Derived\\*\n");
   b = nullptr;
-  EXPECT_DEATH(checked_cast<Derived>(b), "\\(null\\) should have been ");
+  EXPECT_DEATH(util::checked_cast<Derived>(b), "\\(null\\) should have been ");
 }
 
 TEST(AssertFailedDeathTest, PrintsOneLineAndAbortsWithoutUnwinding) {
   EXPECT_DEATH(
       {
         try {
-          assert_failed("Bad reallocation in BigNum");
+          util::assert_failed("Bad reallocation in BigNum");
         } catch (...) {
           fprintf(stderr, "handler ran\n");
         }

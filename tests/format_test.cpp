@@ -13,18 +13,26 @@ namespace {
 const double kInf = std::numeric_limits<double>::infinity();
 
 TEST(FormatTest, NumberTexts) {
-  const struct { std::string actual; const char* expected; } cases[] = {
-      {uint_to_string(7, true), "07"}, {uint_to_string(4294967295u), "4294967295"},
-      {int_to_string(-7, true), "-7"},  // the sign counts towards the two digits
-      {int_to_string(INT32_MIN), "-2147483648"},
-      {size_to_string(18446744073709551615ull), "18446744073709551615"},
-      {hex_string(0xAB, 4), "00ab"}, {hex_string(0x12345, 2), "12345"}, {hex_string(0, -1), "0"},
-      {gid_to_string(0xFF00A001u), "ff:00:a0:01"}, {real_to_string(-2.25), "-2.250000"},
-      {real_to_string(std::nan("")), "nan"}, {real_to_string(kInf), "inf"}, {real_to_string(-kInf), "-inf"},
-      {real_to_string(1.5, 10), "  1.500000"}, {real_to_string(1.25, -1, 1), "1.2"},
-      {real_to_string(3.0, 0, 0), "3"},
+  const struct { std::string actual; const char* expected;
+  } cases[] = {
+      {util::uint_to_string(7, true), "07"},
+      {util::uint_to_string(4294967295u), "4294967295"},
+      {util::int_to_string(-7, true), "-7"},  // the sign counts towards the two digits
+      {util::int_to_string(INT32_MIN), "-2147483648"},
+      {util::size_to_string(18446744073709551615ull), "18446744073709551615"},
+      {util::hex_string(0xAB, 4), "00ab"},
+      {util::hex_string(0x12345, 2), "12345"},
+      {util::hex_string(0, -1), "0"},
+      {util::gid_to_string(0xFF00A001u), "ff:00:a0:01"},
+      {util::real_to_string(-2.25), "-2.250000"},
+      {util::real_to_string(std::nan("")), "nan"},
+      {util::real_to_string(kInf), "inf"},
+      {util::real_to_string(-kInf), "-inf"},
+      {util::real_to_string(1.5, 10), "  1.500000"},
+      {util::real_to_string(1.25, -1, 1), "1.2"},
+      {util::real_to_string(3.0, 0, 0), "3"},
       // 2^500 is exact in a double and needs more than a 128-byte buffer with "%f".
-      {real_to_string(std::ldexp(1.0, 500)),
+      {util::real_to_string(std::ldexp(1.0, 500)),
        "32733906078961418700131896968275991522166420460430647894832913680961337964046745"
        "54883270092325904157150886684127560071009217256545885393053328527589376.000000"},
   };
@@ -33,13 +41,13 @@ TEST(FormatTest, NumberTexts) {
 
 // Integers are read in base 10 (not octal) and saturate.
 TEST(ParseTest, NumbersSpecialTextsAndSaturation) {
-  EXPECT_EQ(parse_real("1e3"), 1000.0);
-  EXPECT_EQ(parse_real(""), 0.0);
-  EXPECT_EQ(parse_real("-inf"), -kInf);
-  EXPECT_TRUE(std::isnan(parse_real("nan")));
+  EXPECT_EQ(util::parse_real("1e3"), 1000.0);
+  EXPECT_EQ(util::parse_real(""), 0.0);
+  EXPECT_EQ(util::parse_real("-inf"), -kInf);
+  EXPECT_TRUE(std::isnan(util::parse_real("nan")));
   const std::pair<const char*, int32_t> ints[] = {
       {"", 0}, {"010", 10}, {"2147483647", INT32_MAX}, {"2147483648", INT32_MAX}, {"-2147483649", INT32_MIN}};
-  for (const auto& [text, value] : ints) EXPECT_EQ(parse_int(text), value) << text;
+  for (const auto& [text, value] : ints) EXPECT_EQ(util::parse_int(text), value) << text;
 }
 
 // parse_real shows the text unchanged, parse_int escaped; an embedded NUL is
@@ -49,17 +57,19 @@ TEST(ParseTest, ErrorMessagesAreExact) {
       {true, "1\t2", "Error parsing: \"1\t2\""}, {false, "1\t2", "Error parsing: \"1\\t2\""},
       {false, "1.5", "Error parsing: \"1.5\""}, {false, " \"", "Error parsing: \" \\\"\""}};
   for (const auto& c : cases) {
-    EXPECT_EQ(peer::errorText<error::EParseError>([&] { c.real ? parse_real(c.input) : parse_int(c.input); }), c.text);
+    EXPECT_EQ(peer::errorText<util::EParseError>(
+                  [&] { c.real ? util::parse_real(c.input) : util::parse_int(c.input); }),
+              c.text);
   }
-  EXPECT_THROW(parse_int(std::string("5\0", 2)), error::EParseError);
-  EXPECT_THROW(parse_real(std::string("5\0", 2)), error::EParseError);
+  EXPECT_THROW(util::parse_int(std::string("5\0", 2)), util::EParseError);
+  EXPECT_THROW(util::parse_real(std::string("5\0", 2)), util::EParseError);
 }
 
 TEST(QuoteEscapeTest, EscapesControlsQuotesAndBackslash) {
   const struct { std::string input; const char* expected; } cases[] = {
       {"", "\"\""}, {"\a\b\t\n\v\f\r", "\"\\a\\b\\t\\n\\v\\f\\r\""}, {"\"'\\", "\"\\\"\\'\\\\\""},
       {std::string("\0\x01\x1f", 3), "\"\\000\\001\\037\""}, {" ~\x7f\x80\xff", "\" ~\x7f\x80\xff\""}};
-  for (const auto& c : cases) EXPECT_EQ(quote_escape(c.input), c.expected);
+  for (const auto& c : cases) EXPECT_EQ(util::quote_escape(c.input), c.expected);
 }
 
 TEST(Base64Test, PaddingAndAlphabetEnds) {
@@ -67,9 +77,9 @@ TEST(Base64Test, PaddingAndAlphabetEnds) {
       {{}, ""}, {{'a', 'b'}, "YWI="}, {{0xFB, 0xFF, 0xBF}, "+/+/"}, {{0x00, 0x00, 0x00, 0xFF}, "AAAA/w=="}};
   for (const auto& c : cases) {
     std::string out = "stale";
-    base64_encode(c.bytes, out);
+    util::base64_encode(c.bytes, out);
     EXPECT_EQ(out, c.text);
-    EXPECT_EQ(base64_encode(c.bytes), c.text);
+    EXPECT_EQ(util::base64_encode(c.bytes), c.text);
   }
 }
 
@@ -79,14 +89,14 @@ TEST(SplitTest, PiecesWithAndWithoutEmptyOnes) {
       {".a..b.", ".", false, Pieces{"a", "b"}}, {".a..b.", ".", true, Pieces{"", "a", "", "b", ""}},
       {"", ".", false, Pieces{}}, {"", ".", true, Pieces{""}}, {"a, b,,c", ", ", true, Pieces{"a", "", "b", "", "c"}}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(quote_escape(c.text) + (c.keepEmpty ? " keeping empty" : ""));
+    SCOPED_TRACE(util::quote_escape(c.text) + (c.keepEmpty ? " keeping empty" : ""));
     Pieces out = {"stale"};
     if (c.separators.size() == 1) {
-      split(c.text, c.separators[0], c.keepEmpty, out);
+      util::split(c.text, c.separators[0], c.keepEmpty, out);
       EXPECT_EQ(out, c.pieces);
     }
     out = {"stale"};
-    split_any(c.text, c.separators, c.keepEmpty, out);
+    util::split_any(c.text, c.separators, c.keepEmpty, out);
     EXPECT_EQ(out, c.pieces);
   }
 }
@@ -94,10 +104,10 @@ TEST(SplitTest, PiecesWithAndWithoutEmptyOnes) {
 TEST(DatatypeNameTest, NamesAndInvalidNumbers) {
   const char* names[] = {"rawDEPRECATED", "continuousDEPRECATED", "sawtooth",    "enum",
                          "incidents",     "continuous",           "accumulation"};
-  for (uint32_t i = 0; i < 7; ++i) EXPECT_EQ(datatype_name(i), names[i]) << i;
+  for (uint32_t i = 0; i < 7; ++i) EXPECT_EQ(util::datatype_name(i), names[i]) << i;
   // Compared unsigned, printed as a signed 32-bit number.
   for (const auto& [number, shown] : {std::pair{7u, "7"}, std::pair{0xFFFFFFFFu, "-1"}}) {
-    EXPECT_EQ(peer::errorText<error::EParseError>([n = number] { datatype_name(n); }),
+    EXPECT_EQ(peer::errorText<util::EParseError>([n = number] { util::datatype_name(n); }),
               std::string("Tried to get name of invalid datatype: ") + shown);
   }
 }

@@ -41,20 +41,20 @@ TEST(GetDataTest, KeepsWhatTheAnswersCarry) {
           peer::response(2, hex("A8 80 02 01 01 30 80 04 02 6E 6F 00 00 00 00")) +
           peer::response(3, peer::selectResp(Bytes()))));
   auto session = peer::openTestSession(server.port());
-  std::vector<std::shared_ptr<dataquery::GetData>> requests;
+  std::vector<std::shared_ptr<client::GetData>> requests;
   for (int i = 0; i < 4; ++i) {
-    requests.push_back(std::make_shared<dataquery::GetData>("X", "ifIn", 0, 0x7FFFFFFF, 1, 0, true));
-    comquery::send(*session, requests.back());
+    requests.push_back(std::make_shared<client::GetData>("X", "ifIn", 0, 0x7FFFFFFF, 1, 0, true));
+    client::send(*session, requests.back());
   }
   const struct { uint32_t error, dataType; size_t intervals; const char* failure; } cases[] = {
       {0, 3, 3, "(no error)"}, {0, 5, 0, "(no error)"}, {1, 0xFFFFFFFFu, 0, "(no error)"},
       {0, 0xFFFFFFFFu, 0, "Wrong type in GetData::decode."}};
   for (int i = 0; i < 4; ++i) {
     SCOPED_TRACE(i);
-    dataquery::GetData& request = *requests[i];
-    EXPECT_EQ(peer::errorText<errors::bererror>([&] { comquery::await(*session, request); }),
+    client::GetData& request = *requests[i];
+    EXPECT_EQ(peer::errorText<util::EBerError>([&] { client::await(*session, request); }),
               cases[i].failure);
-    EXPECT_EQ(request.state, comquery::Request::kAnswered);
+    EXPECT_EQ(request.state, client::Request::kAnswered);
     EXPECT_EQ(request.error, cases[i].error);
     EXPECT_EQ(request.dataType, cases[i].dataType);
     EXPECT_EQ(request.intervals.size(), cases[i].intervals);

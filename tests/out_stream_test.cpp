@@ -27,7 +27,7 @@ void expect_failure(Action action, const std::string& text) {
   try {
     action();
     ADD_FAILURE() << "no exception";
-  } catch (const error::EFatal& e) {
+  } catch (const util::EFatal& e) {
     EXPECT_EQ(e.text(), text);
   }
 }

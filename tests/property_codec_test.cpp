@@ -21,7 +21,7 @@ using Octets = std::vector<uint8_t>;
 
 TEST(PropertyWire, StringPropertyInBothEncodings) {
   Property p;
-  tql::encode(p, "siblingName", 6, "abc");
+  protocol::encode_property(p, "siblingName", 6, "abc");
   for (const auto& [legacy, hex] : {
            std::pair{false, "30 80 04 0B 73 69 62 6C 69 6E 67 4E 61 6D 65 02 01 06 "
                             "A0 80 04 03 61 62 63 00 00 00 00"},
@@ -31,7 +31,7 @@ TEST(PropertyWire, StringPropertyInBothEncodings) {
     auto received = testing_support::decode_as<Property>(testing_support::from_hex(hex), legacy);
     ASSERT_NE(nullptr, received);
     std::string value;
-    tql::decode(*received, 6, value);
+    protocol::decode_property(*received, 6, value);
     EXPECT_EQ("abc", value);
     EXPECT_EQ("siblingName", received->name);
   }
@@ -41,9 +41,9 @@ TEST(PropertyWire, StringPropertyInBothEncodings) {
 template <class V, class T = V>
 T stored_and_decoded(uint32_t type, const V& value) {
   Property p;
-  tql::encode(p, "p", type, value);
+  protocol::encode_property(p, "p", type, value);
   T out{};
-  tql::decode(p, type, out);
+  protocol::decode_property(p, type, out);
   return out;
 }
 
@@ -56,7 +56,7 @@ T decoded_from(uint32_t type, V value) {
   data->value = std::move(value);
   p.data = std::move(data);
   T out{};
-  tql::decode(p, type, out);
+  protocol::decode_property(p, type, out);
   return out;
 }
 
@@ -73,7 +73,7 @@ TEST(Decode, EveryVariantReturnsTheStoredValue) {
   for (uint32_t type : {8u, 11u}) {
     EXPECT_EQ((Strings{"x", "", "y"}), stored_and_decoded(type, Strings{"x", "", "y"})) << type;
   }
-  const BigNum big = BigNum(0xFFFFFFFF) * BigNum(0xFFFFFFFF);
+  const util::BigNum big = util::BigNum(0xFFFFFFFF) * util::BigNum(0xFFFFFFFF);
   EXPECT_TRUE(stored_and_decoded(18, big) == big);
   // A time stored as a 32-bit integer widens to 64 bits with its sign.
   EXPECT_EQ(-1, (stored_and_decoded<int32_t, int64_t>(5, -1)));
@@ -87,16 +87,16 @@ TEST(Decode, EveryVariantReturnsTheStoredValue) {
   EXPECT_EQ(list, (decoded_from<std::vector<uint32_t>, protocol::UnsignedIntListProp>(14, list)));
 }
 
-// The text of the errors::tql (always code 9) from decoding as T with the
+// The text of the util::ETqlError (always code 9) from decoding as T with the
 // type word `wanted` a property stored with `stored` and no value.
 template <class T>
 std::string failure(uint32_t stored, uint32_t wanted) {
   Property p;
-  tql::encode(p, "p", stored);
+  protocol::encode_property(p, "p", stored);
   T out{};
   try {
-    tql::decode(p, wanted, out);
-  } catch (const errors::tql& e) {
+    protocol::decode_property(p, wanted, out);
+  } catch (const util::ETqlError& e) {
     EXPECT_EQ(9, e.code);
     return e.message();
   }
@@ -117,7 +117,7 @@ TEST(Decode, NullValuesAndTypeMismatches) {
       {failure<std::string>(7, 7), "Null given for string property: p"},
       {failure<int64_t>(5, 5), "Null given for time property: p"},
       {failure<int64_t>(17, 17), "Null given for integer property: p"},
-      {failure<BigNum>(18, 18), "Null given for bignum property: p"},
+      {failure<util::BigNum>(18, 18), "Null given for bignum property: p"},
       {failure<Strings>(11, 11), "Null given for slist property: p"},
       {failure<Octets>(12, 12), "Null given for blob property: p"},
       {failure<Octets>(19, 19), "Null given for lob property: p"},
@@ -134,25 +134,26 @@ TEST(Decode, NullValuesAndTypeMismatches) {
   for (const auto& c : cases) EXPECT_EQ(c.want, c.got);
   // A value of another class counts as null too.
   Property p;
-  tql::encode(p, "prop", 6, "oops");
+  protocol::encode_property(p, "prop", 6, "oops");
   p.type = 3;
   int32_t v = 0;
   try {
-    tql::decode(p, 3, v);
+    protocol::decode_property(p, 3, v);
     ADD_FAILURE() << "no failure";
-  } catch (const errors::tql& e) {
+  } catch (const util::ETqlError& e) {
     EXPECT_EQ("Null given for integer property: prop", e.message());
   }
 }
 
 TEST(Decode, ConstantAndComputedFlagsAreIgnored) {
   Property p;
-  tql::encode(p, "size", 3 | protocol::kPropConstant | protocol::kPropComputed, int32_t{12});
+  protocol::encode_property(p, "size", 3 | protocol::kPropConstant | protocol::kPropComputed,
+                            int32_t{12});
   int32_t v = 0;
-  tql::decode(p, 3, v);
+  protocol::decode_property(p, 3, v);
   EXPECT_EQ(12, v);
-  tql::encode(p, "size", 3, int32_t{13});
-  tql::decode(p, 3 | protocol::kPropComputed, v);
+  protocol::encode_property(p, "size", 3, int32_t{13});
+  protocol::decode_property(p, 3 | protocol::kPropComputed, v);
   EXPECT_EQ(13, v);
 }
 
@@ -161,9 +162,9 @@ template <class T>
 std::function<void()> decoding_as(uint32_t wanted) {
   return [wanted] {
     Property p;
-    tql::encode(p, "x", 6, "abc");
+    protocol::encode_property(p, "x", 6, "abc");
     T out{};
-    tql::decode(p, wanted, out);
+    protocol::decode_property(p, wanted, out);
   };
 }
 
@@ -173,17 +174,17 @@ TEST(CodecDeathTest, WrongTypeCodeIsAnAssertion) {
     std::function<void()> call;
     const char* text;
   } cases[] = {
-      {[&] { tql::encode(p, "flag", 3, true); },
+      {[&] { protocol::encode_property(p, "flag", 3, true); },
        "Assertion failed: Type mismatch in tql::encode bool: flag"},
-      {[&] { tql::encode(p, "n", 0x10003, int32_t{1}); },
+      {[&] { protocol::encode_property(p, "n", 0x10003, int32_t{1}); },
        "Assertion failed: Type mismatch in tql::encode int: n"},
-      {[&] { tql::encode(p, "u", 3, uint32_t{1}); },
+      {[&] { protocol::encode_property(p, "u", 3, uint32_t{1}); },
        "Assertion failed: Type mismatch in tql::encode unsigned int: u"},
-      {[&] { tql::encode(p, "s", 8, "x"); },
+      {[&] { protocol::encode_property(p, "s", 8, "x"); },
        "Assertion failed: Type mismatch in tql::encode string: s"},
-      {[&] { tql::encode(p, "l", 6, std::vector<std::string>{}); },
+      {[&] { protocol::encode_property(p, "l", 6, std::vector<std::string>{}); },
        "Assertion failed: Type mismatch in tql::encode list<string>: l"},
-      {[&] { tql::encode(p, "big", 2, BigNum(1)); },
+      {[&] { protocol::encode_property(p, "big", 2, util::BigNum(1)); },
        "Assertion failed: Type mismatch in tql::encode bignum: big"},
       {decoding_as<bool>(2), "Assertion failed: Type mismatch in tql::decode bool"},
       {decoding_as<double>(3), "Assertion failed: Type mismatch in tql::decode real"},
@@ -191,7 +192,7 @@ TEST(CodecDeathTest, WrongTypeCodeIsAnAssertion) {
       {decoding_as<uint32_t>(3), "Type mismatch in tql::decode uint/enum/index"},
       {decoding_as<std::string>(8), "Type mismatch in tql::decode string/object"},
       {decoding_as<int64_t>(3), "Type mismatch in tql::decode int64 :x"},
-      {decoding_as<BigNum>(17), "Type mismatch in tql::decode bignum: x"},
+      {decoding_as<util::BigNum>(17), "Type mismatch in tql::decode bignum: x"},
       {decoding_as<std::vector<std::string>>(6), "Type mismatch in tql::decode objectset"},
       {decoding_as<Octets>(18), "Type mismatch in tql::decode vector<uint8_t>"},
       {decoding_as<std::vector<uint32_t>>(13), "Type mismatch in tql::decode list<uint32_t>"},

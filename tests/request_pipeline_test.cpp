@@ -24,7 +24,7 @@ using peer::ScriptedPeer;
 
 // A request whose body is a ForgetReq carrying `tag`; it accepts ForgetResp
 // and ErrorResp and counts its done() calls.
-class Probe : public comquery::Request {
+class Probe : public client::Request {
  public:
   explicit Probe(int32_t tag) : tag_(tag) {}
 
@@ -39,12 +39,12 @@ class Probe : public comquery::Request {
     } else if (auto* refusal = dynamic_cast<protocol::ErrorResp*>(body)) {
       error = static_cast<uint32_t>(refusal->code);
     } else {
-      throw errors::bererror("probe got something else");
+      throw util::EBerError("probe got something else");
     }
   }
-  void done(Session& session) override {
+  void done(client::Session& session) override {
     ++doneCalls;
-    comquery::forget(session, *this);
+    client::forget(session, *this);
   }
 
   int doneCalls = 0;
@@ -70,29 +70,30 @@ void probesWith(std::vector<int32_t> tags, const Bytes& requests, const Bytes& a
   Probes probes;
   for (int32_t tag : tags) {
     probes.push_back(std::make_shared<Probe>(tag));
-    comquery::send(*session, probes.back());
-    EXPECT_EQ(probes.back()->state, comquery::Request::kSent);
+    client::send(*session, probes.back());
+    EXPECT_EQ(probes.back()->state, client::Request::kSent);
   }
   check(*session, probes);
 }
 
 TEST(RequestPipelineTest, IdsCountFromZeroInSendOrderAndEnvelopeIsLiteral) {
-  probesWith({10, 11, 12},
-             hex("74 80 02 01 00 A5 80 02 01 0A 00 00 00 00 74 80 02 01 01 A5 80 02 01 0B 00 00 00 00"
-                 "74 80 02 01 02 A5 80 02 01 0C 00 00 00 00"),
-             hex("75 80 02 01 00 A5 80 00 00 00 00 75 80 02 01 01 A5 80 00 00 00 00"
-                 "75 80 02 01 02 A5 80 00 00 00 00"),
-             [](Session& session, Probes& probes) {
-               EXPECT_EQ(session.requestsById.size(), 3u);
-               for (auto& probe : probes) {
-                 EXPECT_EQ(comquery::await(session, *probe), 0u);
-                 EXPECT_EQ(probe->state, comquery::Request::kAnswered);
-                 EXPECT_EQ(probe->doneCalls, 1);
-                 EXPECT_EQ(probe.use_count(), 1);  // the session let go of it
-               }
-               EXPECT_TRUE(session.requestsById.empty());
-               EXPECT_TRUE(session.idsByRequest.empty());
-             });
+  probesWith(
+      {10, 11, 12},
+      hex("74 80 02 01 00 A5 80 02 01 0A 00 00 00 00 74 80 02 01 01 A5 80 02 01 0B 00 00 00 00"
+          "74 80 02 01 02 A5 80 02 01 0C 00 00 00 00"),
+      hex("75 80 02 01 00 A5 80 00 00 00 00 75 80 02 01 01 A5 80 00 00 00 00"
+          "75 80 02 01 02 A5 80 00 00 00 00"),
+      [](client::Session& session, Probes& probes) {
+        EXPECT_EQ(session.requestsById.size(), 3u);
+        for (auto& probe : probes) {
+          EXPECT_EQ(client::await(session, *probe), 0u);
+          EXPECT_EQ(probe->state, client::Request::kAnswered);
+          EXPECT_EQ(probe->doneCalls, 1);
+          EXPECT_EQ(probe.use_count(), 1);  // the session let go of it
+        }
+        EXPECT_TRUE(session.requestsById.empty());
+        EXPECT_TRUE(session.idsByRequest.empty());
+      });
 }
 
 TEST(RequestPipelineTest, SessionsWithOneSessionIdShareTheCounter) {
@@ -102,8 +103,8 @@ TEST(RequestPipelineTest, SessionsWithOneSessionIdShareTheCounter) {
   auto one = peer::openTestSession(first.port());
   auto two = peer::openTestSession(second.port());
   for (auto [session, probe] : {std::pair{one.get(), std::make_shared<Probe>(1)}, std::pair{two.get(), std::make_shared<Probe>(2)}}) {
-    comquery::send(*session, probe);
-    EXPECT_EQ(comquery::await(*session, *probe), 0u);
+    client::send(*session, probe);
+    EXPECT_EQ(client::await(*session, *probe), 0u);
   }
 }
 
@@ -117,58 +118,59 @@ TEST(RequestPipelineTest, AnswersInEitherOrderReachTheirRequests) {
   for (bool reversed : {false, true}) {
     SCOPED_TRACE(reversed);
     probesWith({5, 6}, probeRequest(0, 5) + probeRequest(1, 6),
-               forgetAnswer(99) + (reversed ? second + first : first + second), [reversed](Session& session, Probes& p) {
-                 comquery::await(session, *p[reversed ? 0 : 1]);
-                 EXPECT_EQ(p[reversed ? 1 : 0]->state, comquery::Request::kAnswered);
+               forgetAnswer(99) + (reversed ? second + first : first + second),
+               [reversed](client::Session& session, Probes& p) {
+                 client::await(session, *p[reversed ? 0 : 1]);
+                 EXPECT_EQ(p[reversed ? 1 : 0]->state, client::Request::kAnswered);
                  EXPECT_EQ(p[reversed ? 1 : 0]->doneCalls, 1);
-                 EXPECT_EQ(comquery::await(session, *p[0]), 0u);
-                 EXPECT_EQ(comquery::await(session, *p[1]), 15u);
-                 EXPECT_EQ(comquery::serverErrorText(p[1]->error), "Access denied");
+                 EXPECT_EQ(client::await(session, *p[0]), 0u);
+                 EXPECT_EQ(client::await(session, *p[1]), 15u);
+                 EXPECT_EQ(client::serverErrorText(p[1]->error), "Access denied");
                  EXPECT_EQ(p[0]->doneCalls + p[1]->doneCalls, 2);
                });
   }
 }
 
 TEST(RequestPipelineTest, MessageOtherThanResponseIsRejected) {
-  probesWith({1}, probeRequest(0, 1), hex("62 80 00 00"), [](Session& session, Probes& p) {
-    EXPECT_EQ(peer::errorText<errors::bererror>([&] { comquery::await(session, *p[0]); }),
+  probesWith({1}, probeRequest(0, 1), hex("62 80 00 00"), [](client::Session& session, Probes& p) {
+    EXPECT_EQ(peer::errorText<util::EBerError>([&] { client::await(session, *p[0]); }),
               "Wrong type. Expected Response");
-    EXPECT_EQ(p[0]->state, comquery::Request::kSent);
+    EXPECT_EQ(p[0]->state, client::Request::kSent);
   });
 }
 
 TEST(RequestPipelineTest, DecodeFailureLeavesTheRequestOutstanding) {
   probesWith({1}, probeRequest(0, 1), peer::response(0, hex("A1 80 00 00")),  // an EraseResp
-             [](Session& session, Probes& p) {
-               EXPECT_THROW(comquery::await(session, *p[0]), errors::bererror);
-               EXPECT_EQ(p[0]->state, comquery::Request::kAnswered);
+             [](client::Session& session, Probes& p) {
+               EXPECT_THROW(client::await(session, *p[0]), util::EBerError);
+               EXPECT_EQ(p[0]->state, client::Request::kAnswered);
                EXPECT_EQ(p[0]->doneCalls, 0);
                EXPECT_EQ(session.idsByRequest.count(p[0].get()), 1u);
-               comquery::forget(session, *p[0]);
+               client::forget(session, *p[0]);
                EXPECT_EQ(p[0].use_count(), 1);
              });
 }
 
 // A stream that refuses everything, for sessions that never talk.
-class DeadStream : public old_protocol::BasicIo {
+class DeadStream : public net::BasicIo {
  public:
-  void write(const void*, size_t) override { throw error::ESystemError("dead"); }
+  void write(const void*, size_t) override { throw util::ESystemError("dead"); }
   void flush() override {}
-  uint64_t read(void*, uint64_t) override { throw error::ESystemError("dead"); }
+  uint64_t read(void*, uint64_t) override { throw util::ESystemError("dead"); }
   bool readable() override { return false; }
 };
 
-Session silentSession() {
-  return Session(std::make_unique<old_protocol::BerReader>(protocol::guiProtocol(),
-                                                           std::make_unique<DeadStream>()),
-                 BigNum(1), "root", "mib");
+client::Session silentSession() {
+  return client::Session(std::make_unique<protocol::BerReader>(protocol::guiProtocol(),
+                                                               std::make_unique<DeadStream>()),
+                         util::BigNum(1), "root", "mib");
 }
 
 TEST(RequestPipelineTest, AwaitOfARequestNeverSentReturnsAtOnce) {
-  Session session = silentSession();
+  client::Session session = silentSession();
   Probe probe(1);
   probe.error = 7;
-  EXPECT_EQ(comquery::await(session, probe), 7u);
+  EXPECT_EQ(client::await(session, probe), 7u);
 }
 
 // Either table missing the request is a broken invariant; the texts differ
@@ -177,13 +179,13 @@ TEST(RequestPipelineDeathTest, ForgettingAnUnknownRequestAborts) {
   for (bool inIdsByRequest : {false, true}) {
     EXPECT_DEATH(
         {
-          Session session = silentSession();
+          client::Session session = silentSession();
           Probe probe(1);
           if (inIdsByRequest) session.idsByRequest.emplace(&probe, 4);
-          comquery::forget(session, probe);
+          client::forget(session, probe);
         },
         inIdsByRequest ? "^Assertion failed: forget called with unknown request\\.\n$"
-                  : "^Assertion failed: forget called with unknown request\n$");
+                       : "^Assertion failed: forget called with unknown request\n$");
   }
 }
 

@@ -98,9 +98,9 @@ TEST_P(RunTest, MessagesExitCodeAndExportedSettings) {
     // The progress line of a file export is out before the export starts.
     EXPECT_TRUE(s.outputFileName.empty() || err.str().find("Exporting database") != std::string::npos)
         << err.str();
-    error::ESystemError systemError("Connection refused");
+    util::ESystemError systemError("Connection refused");
     systemError.detail = ", while connecting";
-    if (c.driver == Driver::kConnectError) throw errors::connect_error("Wrong username / password");
+    if (c.driver == Driver::kConnectError) throw util::EConnectError("Wrong username / password");
     if (c.driver == Driver::kSystemError) throw systemError;
     if (c.driver == Driver::kForeignError) throw std::bad_alloc();
   };

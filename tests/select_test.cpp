@@ -14,10 +14,10 @@
 
 namespace {
 
+using client::Select;
 using peer::Bytes;
 using peer::errorText;
 using peer::hex;
-using tqlquery::Select;
 
 // Select("X", ".", `flags`) as request `id`.
 Bytes selectRequest(char id, char flags) {
@@ -50,13 +50,13 @@ TEST(SelectTest, BuildsResultSetsFromTheAnswers) {
   std::vector<std::shared_ptr<Select>> selects;
   for (uint32_t flags : {0, 0, 1, 0}) {
     selects.push_back(std::make_shared<Select>("X", ".", flags));
-    comquery::send(*session, selects.back());
+    client::send(*session, selects.back());
   }
 
-  EXPECT_EQ(comquery::await(*session, *selects[0]), 0u);
+  EXPECT_EQ(client::await(*session, *selects[0]), 0u);
   EXPECT_EQ(session->idsByRequest.count(selects[0].get()), 0u);  // forgotten by done()
   EXPECT_EQ(selects[0]->find_result("Y").get_string("v"), "other");
-  const tqlquery::ResultObject& object = selects[0]->find_result("X");
+  const client::ResultObject& object = selects[0]->find_result("X");
   EXPECT_EQ(object.className(), "Domain");
   EXPECT_EQ(object.flags(), 5u);
   std::vector<std::string> names;
@@ -66,10 +66,10 @@ TEST(SelectTest, BuildsResultSetsFromTheAnswers) {
   EXPECT_EQ(object.get_string("zeta"), "last");
   EXPECT_TRUE(object.is_null("gone"));
   EXPECT_FALSE(object.is_null("alpha"));
-  EXPECT_THROW(object.get_string("gone"), errors::tql);
-  EXPECT_EQ(errorText<errors::objecterror>([&] { object.get_string("name"); }),
+  EXPECT_THROW(object.get_string("gone"), util::ETqlError);
+  EXPECT_EQ(errorText<util::EObjectError>([&] { object.get_string("name"); }),
             "Property \"name\" not found in X");
-  EXPECT_EQ(errorText<errors::objecterror>([&] { object.is_null("name"); }),
+  EXPECT_EQ(errorText<util::EObjectError>([&] { object.is_null("name"); }),
             "Property \"name\" not found in X");
   ASSERT_EQ(object.children().size(), 2u);
   EXPECT_EQ(object.children()[0]->className(), "Node");
@@ -78,20 +78,20 @@ TEST(SelectTest, BuildsResultSetsFromTheAnswers) {
   EXPECT_EQ(object.children()[1]->id(), "C2");
   EXPECT_EQ(selects[0]->find_result_opt("C1"), nullptr);  // children only through their parents
 
-  EXPECT_EQ(comquery::await(*session, *selects[1]), 2u);
+  EXPECT_EQ(client::await(*session, *selects[1]), 2u);
   EXPECT_EQ(session->idsByRequest.count(selects[1].get()), 0u);
   EXPECT_EQ(selects[1]->find_result_opt("X"), nullptr);
-  EXPECT_EQ(errorText<errors::selecterror>([&] { selects[1]->find_result("X"); }),
+  EXPECT_EQ(errorText<util::ESelectError>([&] { selects[1]->find_result("X"); }),
             "Id (X) not found in result set for query \".\"");
 
-  EXPECT_EQ(comquery::await(*session, *selects[2]), 0u);
+  EXPECT_EQ(client::await(*session, *selects[2]), 0u);
   EXPECT_EQ(session->idsByRequest.count(selects[2].get()), 1u);
   EXPECT_NE(selects[2]->find_result_opt("X"), nullptr);
-  comquery::forget(*session, *selects[2]);
+  client::forget(*session, *selects[2]);
 
-  EXPECT_EQ(errorText<errors::bererror>([&] { comquery::await(*session, *selects[3]); }),
+  EXPECT_EQ(errorText<util::EBerError>([&] { client::await(*session, *selects[3]); }),
             "Wrong type in Select::decode.");
-  EXPECT_EQ(selects[3]->state, comquery::Request::kAnswered);
+  EXPECT_EQ(selects[3]->state, client::Request::kAnswered);
   EXPECT_EQ(session->idsByRequest.count(selects[3].get()), 1u);
   EXPECT_EQ(session->idsByRequest.size(), 1u);
 }
@@ -99,11 +99,11 @@ TEST(SelectTest, BuildsResultSetsFromTheAnswers) {
 TEST(SelectTest, TextsBeforeTheAnswer) {
   Select select("0a1b", ".! > .", 0);
   EXPECT_EQ(select.name(), "[\"0a1b\"] .! > .");
-  EXPECT_EQ(errorText<errors::selecterror>([&] { select.find_result("X"); }),
+  EXPECT_EQ(errorText<util::ESelectError>([&] { select.find_result("X"); }),
             "find_result() invoked before await() for query \".! > .\"");
-  EXPECT_EQ(errorText<errors::selecterror>([&] { select.find_result_opt("X"); }),
+  EXPECT_EQ(errorText<util::ESelectError>([&] { select.find_result_opt("X"); }),
             "find_result_opt() invoked before await() for query \".! > .\"");
-  EXPECT_EQ(errorText<error::EParseError>([] { Select("X", "node", 0); }),
+  EXPECT_EQ(errorText<util::EParseError>([] { Select("X", "node", 0); }),
             "Expected class name got: \"node\": parsing node");
 }
 

@@ -14,12 +14,12 @@
 namespace server {
 namespace {
 
-// The text of the error::EFatal that `f` throws.
+// The text of the util::EFatal that `f` throws.
 template <class F>
 std::string fatal_text(F f) {
   try {
     f();
-  } catch (const error::EFatal& e) {
+  } catch (const util::EFatal& e) {
     return e.text();
   }
   return "(accepted)";

@@ -24,7 +24,7 @@ server::ServerOptions with_faults(const server::FaultOptions& faults) {
 }
 
 // Collects each write as one piece.
-class PieceSink : public protocol::BasicIo {
+class PieceSink : public net::ByteOutput {
  public:
   void write(const void* data, size_t length) override { pieces.emplace_back(static_cast<const char*>(data), length); }
   void flush() override {}

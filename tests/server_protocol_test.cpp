@@ -66,7 +66,7 @@ TEST(ServerHandshake, LoginsAndRefusals) {
   EXPECT_EQ(first->rootDomainId, "root");
   EXPECT_EQ(first->mibRootId, "mib");
   EXPECT_EQ(first->text, server::kServerText);
-  EXPECT_NE(first->sessionId, BigNum(0u));
+  EXPECT_NE(first->sessionId, util::BigNum(0u));
   EXPECT_NE(first->sessionId, second->sessionId);
   early.send(protocol::NegotiateAck());
   EXPECT_TRUE(early.waitForClose());

@@ -34,9 +34,9 @@ TEST(LoginTest, SendsItsMessagesLiterallyAndKeepsTheSessionFields) {
       link.send(hex("71 80 02 05 01 02 03 04 05 02 01 00 04 02 52 31 04 01 7A 04 02 4D 31 00 00"));
       link.expectEnd("after the login");
     });
-    auto session = openSession(ConnectionFactory(), "127.0.0.1", server.port(), "Exporter",
-                               c.user, c.password, c.domain);
-    EXPECT_EQ(bn_to_string(session->sessionId), "4328719365");
+    auto session = client::openSession(net::ConnectionFactory(), "127.0.0.1", server.port(),
+                                       "Exporter", c.user, c.password, c.domain);
+    EXPECT_EQ(util::bn_to_string(session->sessionId), "4328719365");
     EXPECT_EQ(session->rootDomainId, "R1");
     EXPECT_EQ(session->mibRootId, "M1");
   }
@@ -46,9 +46,9 @@ TEST(LoginTest, SendsItsMessagesLiterallyAndKeepsTheSessionFields) {
 std::string loginFailure(uint16_t port) {
   try {
     peer::openTestSession(port);
-  } catch (const errors::connect_error& e) {
+  } catch (const util::EConnectError& e) {
     return "connect_error: " + e.text();
-  } catch (const error::ESystemError& e) {
+  } catch (const util::ESystemError& e) {
     return "ESystemError: " + e.text();
   } catch (const protocol::EBer& e) {
     return "EBer: " + e.message();

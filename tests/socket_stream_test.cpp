@@ -17,10 +17,10 @@
 namespace {
 
 using namespace std::chrono_literals;
-using old_protocol::BasicIo;
-using old_protocol::Listener;
-using old_protocol::OsalSocket;
-using old_protocol::SocketStream;
+using net::BasicIo;
+using net::Listener;
+using net::OsalSocket;
+using net::SocketStream;
 
 std::string read_exactly(BasicIo& stream, size_t length) {
   std::string got;
@@ -66,7 +66,7 @@ TEST(SocketStreamTest, WriteToClosedPeerFailsWithoutEndingTheProcess) {
   listener.accept(5000)->close();
   std::string text = "(no error)";
   for (int attempt = 0; attempt < 100 && text == "(no error)"; ++attempt) {
-    text = peer::errorText<error::ESystemError>([&] { client.write("data", 4); });
+    text = peer::errorText<util::ESystemError>([&] { client.write("data", 4); });
     std::this_thread::sleep_for(10ms);
   }
   EXPECT_EQ(text.rfind("Error writing to socket: Bad error without sleep happened in socket_send(): ", 0), 0u)
@@ -76,9 +76,12 @@ TEST(SocketStreamTest, WriteToClosedPeerFailsWithoutEndingTheProcess) {
 // A refused connection's text is pinned end to end; a failed lookup reaches
 // the caller with the socket layer's text alone.
 TEST(SocketStreamTest, FailedLookupCarriesTheSocketTextAlone) {
-  socket_set_lookup([](const char*) { return SocketLookupResult{false, "Host not found", {}}; });
-  const std::string unresolved = peer::errorText<error::ESystemError>([] { OsalSocket("nowhere", 1); });
-  socket_set_lookup(nullptr);
+  net::socket_set_lookup([](const char*) {
+    return net::SocketLookupResult{false, "Host not found", {}};
+  });
+  const std::string unresolved =
+      peer::errorText<util::ESystemError>([] { OsalSocket("nowhere", 1); });
+  net::socket_set_lookup(nullptr);
   EXPECT_EQ(unresolved, "Error resolving \"nowhere\": Host not found");
 }
 
@@ -88,10 +91,12 @@ TEST(SocketStreamTest, ClosedStreamReportsBadDescriptor) {
   client.close();
   client.close();  // a second close does nothing
   char byte;
-  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { client.read(&byte, 1); }),
-            "Error reading from socket: Bad error happened without sleep in socket_recv(): Bad file descriptor (9)");
-  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { client.write("x", 1); }),
-            "Error writing to socket: Bad error without sleep happened in socket_send(): Bad file descriptor (9)");
+  EXPECT_EQ(peer::errorText<util::ESystemError>([&] { client.read(&byte, 1); }),
+            "Error reading from socket: Bad error happened without sleep in socket_recv(): Bad "
+            "file descriptor (9)");
+  EXPECT_EQ(peer::errorText<util::ESystemError>([&] { client.write("x", 1); }),
+            "Error writing to socket: Bad error without sleep happened in socket_send(): Bad file "
+            "descriptor (9)");
   EXPECT_FALSE(client.readable());
 }
 
@@ -99,7 +104,7 @@ TEST(SocketStreamTest, ClosedStreamReportsBadDescriptor) {
 // flush; the peer's close is the end of the stream.
 TEST(ConnectTcpTest, OutputWaitsInTheBufferUntilFlush) {
   Listener listener;
-  std::unique_ptr<BasicIo> client = connectTcp("127.0.0.1", listener.port() + 0x10000u);
+  std::unique_ptr<BasicIo> client = net::connectTcp("127.0.0.1", listener.port() + 0x10000u);
   std::unique_ptr<SocketStream> server = listener.accept(5000);
   ASSERT_NE(server, nullptr);
   client->write("request", 7);
@@ -110,7 +115,7 @@ TEST(ConnectTcpTest, OutputWaitsInTheBufferUntilFlush) {
   EXPECT_EQ(read_exactly(*client, 6), "answer");
   server->close();
   char got[64];
-  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { client->read(got, sizeof got); }),
+  EXPECT_EQ(peer::errorText<util::ESystemError>([&] { client->read(got, sizeof got); }),
             "Error reading: OsalSocket::read end of stream");
 }
 

@@ -21,22 +21,22 @@
 namespace {
 
 using namespace std::chrono_literals;
-using old_protocol::Listener;
-using old_protocol::SocketStream;
+using net::Listener;
+using net::SocketStream;
 
 std::string text_of(const char* text) { return text == nullptr ? "(null)" : text; }
 
 // A client socket made by socket_connect, closed at the end of the test.
 struct Client {
-  socket_t fd = INVALID_SOCKET_HANDLE;
+  net::socket_t fd = net::INVALID_SOCKET_HANDLE;
   ~Client() {
-    if (fd != INVALID_SOCKET_HANDLE) socket_close(&fd);
+    if (fd != net::INVALID_SOCKET_HANDLE) net::socket_close(&fd);
   }
 };
 
 const char* connect_to(uint16_t port, unsigned options, Client* client) {
   const uint32_t address = htonl(INADDR_LOOPBACK);
-  return socket_connect(&address, port, &client->fd, options);
+  return net::socket_connect(&address, port, &client->fd, options);
 }
 
 // A listener with a connected client (made with `options`) and its server end.
@@ -53,19 +53,20 @@ struct Connected {
 
 // Sets the module's wait limit to one second and restores it afterwards.
 struct OneSecondLimit {
-  unsigned saved = socket_timeout();
-  OneSecondLimit() { socket_set_timeout(1); }
-  ~OneSecondLimit() { socket_set_timeout(saved); }
+  unsigned saved = net::socket_timeout();
+  OneSecondLimit() { net::socket_set_timeout(1); }
+  ~OneSecondLimit() { net::socket_set_timeout(saved); }
 };
 
-TEST(SocketTest, DefaultWaitLimitIsTenMinutes) { EXPECT_EQ(socket_timeout(), 600u); }
+TEST(SocketTest, DefaultWaitLimitIsTenMinutes) { EXPECT_EQ(net::socket_timeout(), 600u); }
 
 // Each options value gives the blocking mode and Nagle setting of its bits;
 // bit 2 (the value the client stream uses) changes nothing. A refusal closes
 // the socket, whether the connect waited in the call or in poll.
 TEST(SocketTest, ConnectAppliesTheOptionBitsAndReportsRefusal) {
-  const struct { unsigned options; bool nonblocking, nodelay; } cases[] = {
-      {SOCKET_NONBLOCK, true, false}, {SOCKET_NODELAY, false, true}, {4, false, false}};
+  const struct { unsigned options; bool nonblocking, nodelay;
+  } cases[] = {
+      {net::SOCKET_NONBLOCK, true, false}, {net::SOCKET_NODELAY, false, true}, {4, false, false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.options);
     Connected link(c.options);
@@ -79,7 +80,7 @@ TEST(SocketTest, ConnectAppliesTheOptionBitsAndReportsRefusal) {
     Client refused;
     EXPECT_EQ(text_of(connect_to(closed_port, c.options, &refused)),
               "Error connecting: Connection refused (111)");
-    EXPECT_EQ(refused.fd, INVALID_SOCKET_HANDLE);
+    EXPECT_EQ(refused.fd, net::INVALID_SOCKET_HANDLE);
   }
 }
 
@@ -87,25 +88,25 @@ TEST(SocketTest, ConnectAppliesTheOptionBitsAndReportsRefusal) {
 // too, and a receive there gives count 0.
 TEST(SocketTest, ReadableReportsArrivedDataAndEndOfStream) {
   Connected link;
-  EXPECT_FALSE(socket_readable(&link.client.fd, 0));
+  EXPECT_FALSE(net::socket_readable(&link.client.fd, 0));
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_FALSE(socket_readable(&link.client.fd, 1));
+  EXPECT_FALSE(net::socket_readable(&link.client.fd, 1));
   EXPECT_GE(std::chrono::steady_clock::now() - start, 900ms);
-  ASSERT_EQ(socket_send(&link.client.fd, "", 0), nullptr);
+  ASSERT_EQ(net::socket_send(&link.client.fd, "", 0), nullptr);
   link.server->write("xyz", 3);
-  EXPECT_TRUE(socket_readable(&link.client.fd, 5));
+  EXPECT_TRUE(net::socket_readable(&link.client.fd, 5));
   // A receive gives no more than its capacity, and what has arrived without
   // waiting to fill the buffer.
   char got[8];
   size_t count = 0;
-  ASSERT_EQ(socket_recv(&link.client.fd, got, 1, &count), nullptr);
+  ASSERT_EQ(net::socket_recv(&link.client.fd, got, 1, &count), nullptr);
   EXPECT_EQ(std::string(got, count), "x");
-  ASSERT_EQ(socket_recv(&link.client.fd, got, sizeof got, &count), nullptr);
+  ASSERT_EQ(net::socket_recv(&link.client.fd, got, sizeof got, &count), nullptr);
   EXPECT_EQ(std::string(got, count), "yz");
   link.server->close();
-  EXPECT_TRUE(socket_readable(&link.client.fd, 5));
+  EXPECT_TRUE(net::socket_readable(&link.client.fd, 5));
   count = 99;
-  EXPECT_EQ(socket_recv(&link.client.fd, got, 1, &count), nullptr);
+  EXPECT_EQ(net::socket_recv(&link.client.fd, got, 1, &count), nullptr);
   EXPECT_EQ(count, 0u);
 }
 
@@ -113,23 +114,24 @@ TEST(SocketTest, ReadableReportsArrivedDataAndEndOfStream) {
 // module's wait limit.
 TEST(SocketTest, NonBlockingReceiveWaitsForDataThenTimesOut) {
   OneSecondLimit limit;
-  Connected link(SOCKET_NONBLOCK);
+  Connected link(net::SOCKET_NONBLOCK);
   std::thread writer([&link] {
     std::this_thread::sleep_for(100ms);
     link.server->write("late", 4);
   });
   char got[8];
   size_t count = 0;
-  const std::string text = text_of(socket_recv(&link.client.fd, got, sizeof got, &count));
+  const std::string text = text_of(net::socket_recv(&link.client.fd, got, sizeof got, &count));
   writer.join();
   ASSERT_EQ(text, "(null)");
   EXPECT_EQ(std::string(got, count), "late");
-  EXPECT_EQ(text_of(socket_recv(&link.client.fd, got, sizeof got, &count)), "Timeout in socket_recv()");
+  EXPECT_EQ(text_of(net::socket_recv(&link.client.fd, got, sizeof got, &count)),
+            "Timeout in socket_recv()");
 }
 
 TEST(SocketTest, NonBlockingSendDeliversEverythingAndTimesOutWhenThePeerStopsReading) {
   OneSecondLimit limit;
-  Connected link(SOCKET_NONBLOCK);
+  Connected link(net::SOCKET_NONBLOCK);
   // Far more than the socket buffers hold, so the send has to wait for room.
   std::vector<char> data(8 << 20);
   for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 7 + i / 251);
@@ -141,12 +143,13 @@ TEST(SocketTest, NonBlockingSendDeliversEverythingAndTimesOutWhenThePeerStopsRea
       received.insert(received.end(), chunk.begin(), chunk.begin() + static_cast<long>(n));
     }
   });
-  const std::string text = text_of(socket_send(&link.client.fd, data.data(), data.size()));
+  const std::string text = text_of(net::socket_send(&link.client.fd, data.data(), data.size()));
   reader.join();
   EXPECT_EQ(text, "(null)");
   EXPECT_TRUE(received == data);
   // Now nobody reads: the buffers fill and the send gives up.
-  EXPECT_EQ(text_of(socket_send(&link.client.fd, data.data(), data.size())), "Timeout in socket_send()");
+  EXPECT_EQ(text_of(net::socket_send(&link.client.fd, data.data(), data.size())),
+            "Timeout in socket_send()");
 }
 
 // A non-blocking connect that the server never answers ends with the wait
@@ -159,48 +162,49 @@ TEST(SocketTest, UnansweredNonBlockingConnectTimesOut) {
   std::string text;
   for (int attempt = 0; attempt < 6 && text != "Connection timed out"; ++attempt) {
     clients.push_back(std::make_unique<Client>());
-    text = text_of(connect_to(listener.port(), SOCKET_NONBLOCK, clients.back().get()));
+    text = text_of(connect_to(listener.port(), net::SOCKET_NONBLOCK, clients.back().get()));
   }
   EXPECT_EQ(text, "Connection timed out");
-  EXPECT_EQ(clients.back()->fd, INVALID_SOCKET_HANDLE);
+  EXPECT_EQ(clients.back()->fd, net::INVALID_SOCKET_HANDLE);
 }
 
 // The read and write texts for a bad descriptor are pinned through the
 // socket streams.
 TEST(SocketTest, CloseReleasesTheSocketAndReportsABadHandle) {
-  Connected link(SOCKET_NONBLOCK);
-  EXPECT_EQ(socket_close(&link.client.fd), nullptr);
-  EXPECT_EQ(link.client.fd, INVALID_SOCKET_HANDLE);
-  socket_t bad = INVALID_SOCKET_HANDLE;
-  EXPECT_EQ(text_of(socket_close(&bad)), "socket_close: Error at ioctlsocket: Bad file descriptor (9)");
-  EXPECT_FALSE(socket_readable(&bad, 5));  // at once, not after five seconds
+  Connected link(net::SOCKET_NONBLOCK);
+  EXPECT_EQ(net::socket_close(&link.client.fd), nullptr);
+  EXPECT_EQ(link.client.fd, net::INVALID_SOCKET_HANDLE);
+  net::socket_t bad = net::INVALID_SOCKET_HANDLE;
+  EXPECT_EQ(text_of(net::socket_close(&bad)),
+            "socket_close: Error at ioctlsocket: Bad file descriptor (9)");
+  EXPECT_FALSE(net::socket_readable(&bad, 5));  // at once, not after five seconds
 }
 
-SocketLookupResult g_answer;
+net::SocketLookupResult g_answer;
 
 // A dotted quad needs no lookup, but the all-ones address goes to the name
 // lookup, of whose answer only the first address is used.
 TEST(SocketResolveTest, ScriptedLookup) {
   static int lookups = 0;
-  socket_set_lookup([](const char*) {
+  net::socket_set_lookup([](const char*) {
     ++lookups;
     return g_answer;
   });
   g_answer = {true, "", {htonl(0x01020304), htonl(0x05060708)}};
   uint32_t address = 0;
-  EXPECT_EQ(socket_resolve("10.1.2.3", &address), nullptr);
+  EXPECT_EQ(net::socket_resolve("10.1.2.3", &address), nullptr);
   EXPECT_EQ(address, htonl(0x0A010203));
   EXPECT_EQ(lookups, 0);
-  EXPECT_EQ(socket_resolve("255.255.255.255", &address), nullptr);
+  EXPECT_EQ(net::socket_resolve("255.255.255.255", &address), nullptr);
   EXPECT_EQ(lookups, 1);
   EXPECT_EQ(address, htonl(0x01020304));
   g_answer = {false, "Host not found", {}};
-  EXPECT_EQ(text_of(socket_resolve("server.example", &address)),
+  EXPECT_EQ(text_of(net::socket_resolve("server.example", &address)),
             "Error resolving \"server.example\": Host not found");
   g_answer = {true, "", {}};
-  EXPECT_EQ(text_of(socket_resolve("server.example", &address)),
+  EXPECT_EQ(text_of(net::socket_resolve("server.example", &address)),
             "No addresses found when resolving \"server.example\"");
-  socket_set_lookup(nullptr);
+  net::socket_set_lookup(nullptr);
 }
 
 // A label longer than 63 octets cannot be put in a query, so the lookup fails
@@ -208,30 +212,31 @@ TEST(SocketResolveTest, ScriptedLookup) {
 TEST(SocketResolveTest, UnknownNameFailsWithTheSystemText) {
   const std::string name = std::string(70, 'q') + ".test";
   uint32_t address = 0;
-  const std::string text = text_of(socket_resolve(name.c_str(), &address));
+  const std::string text = text_of(net::socket_resolve(name.c_str(), &address));
   const std::string head = "Error resolving \"" + name + "\": ";
   EXPECT_EQ(text.rfind(head, 0), 0u) << text;
   EXPECT_GT(text.size(), head.size()) << "no system text";
 }
 
 TEST(SocketTextTest, StrerrorGivesSystemTextOrNumberedFallback) {
-  EXPECT_EQ(std::string(socket_strerror(ECONNREFUSED)), "Connection refused");
-  EXPECT_EQ(std::string(socket_strerror(99999)), "99999 (FormatMessage: 22)");
-  const char* first = socket_strerror(EPIPE);
-  socket_strerror(ECONNRESET);
+  EXPECT_EQ(std::string(net::socket_strerror(ECONNREFUSED)), "Connection refused");
+  EXPECT_EQ(std::string(net::socket_strerror(99999)), "99999 (FormatMessage: 22)");
+  const char* first = net::socket_strerror(EPIPE);
+  net::socket_strerror(ECONNRESET);
   EXPECT_EQ(std::string(first), "Connection reset by peer");  // one buffer, overwritten
 }
 
 TEST(SocketTextTest, ErrorfAlternatesTwoBuffersAndCutsAt256) {
-  const char* first = socket_errorf("first %d", 1);
-  const char* second = socket_errorf("second %s", "two");
+  const char* first = net::socket_errorf("first %d", 1);
+  const char* second = net::socket_errorf("second %s", "two");
   EXPECT_NE(first, second);
   EXPECT_EQ(std::string(first), "first 1");  // still intact after one more message
   EXPECT_EQ(std::string(second), "second two");
-  EXPECT_EQ(socket_errorf("third"), first);
+  EXPECT_EQ(net::socket_errorf("third"), first);
   EXPECT_EQ(std::string(first), "third");
-  EXPECT_EQ(socket_errorf("fourth"), second);
-  EXPECT_EQ(std::string(socket_errorf("%s", std::string(300, 'x').c_str())), std::string(255, 'x'));
+  EXPECT_EQ(net::socket_errorf("fourth"), second);
+  EXPECT_EQ(std::string(net::socket_errorf("%s", std::string(300, 'x').c_str())),
+            std::string(255, 'x'));
 }
 
 }  // namespace

@@ -13,13 +13,19 @@
 namespace {
 
 TEST(TimeZoneTextTest, PosixFormWithInvertedSignAppliedToTz) {
-  const struct { int32_t offset; const char* text; } cases[] = {
-      {0, "GMT-0"}, {-3600, "GMT1"}, {3661, "GMT-1:01:01"}, {-19800, "GMT5:30"}, {59, "GMT-0:59"},
-      {TimeZone::kStartZone - 1, "GMT-4660:20:14"}, {INT32_MAX, "GMT-596523:14:07"}, {INT32_MIN, "GMT596523:14:08"}};
+  const struct { int32_t offset; const char* text;
+  } cases[] = {{0, "GMT-0"},
+               {-3600, "GMT1"},
+               {3661, "GMT-1:01:01"},
+               {-19800, "GMT5:30"},
+               {59, "GMT-0:59"},
+               {util::TimeZone::kStartZone - 1, "GMT-4660:20:14"},
+               {INT32_MAX, "GMT-596523:14:07"},
+               {INT32_MIN, "GMT596523:14:08"}};
   for (const auto& c : cases) {
-    TimeZone zone(c.offset);
-    EXPECT_EQ(time_zone_text(zone), c.text);
-    apply_time_zone(zone);
+    util::TimeZone zone(c.offset);
+    EXPECT_EQ(util::time_zone_text(zone), c.text);
+    util::apply_time_zone(zone);
     const char* tz = std::getenv("TZ");
     EXPECT_STREQ(tz == nullptr ? "(unset)" : tz, c.text);
   }
@@ -35,22 +41,25 @@ TEST(IsoTimeTest, Text) {
       // Offsets of a day and more are kept exactly.
       {0, 90000, "1970-01-02-T01:00:00"}, {0, -INT32_MAX, "1901-12-13-T20:45:53"}};
   for (const auto& c : cases) {
-    EXPECT_EQ(iso_time2str(c.time, TimeZone(c.offset)), c.text) << c.time << " " << c.offset;
+    EXPECT_EQ(util::iso_time2str(c.time, util::TimeZone(c.offset)), c.text)
+        << c.time << " " << c.offset;
   }
 }
 
 TEST(LocalTimeTest, TimeBeyondTheCalendarFails) {
-  const struct { int64_t time; int32_t offset; const char* text; } cases[] = {
-      {INT64_MAX - 10, 3600, "Couldn't get localtime for time -11"},
-      {INT64_MAX - 255, 0, "Couldn't get localtime for time -256"},
-      {INT64_MAX, TimeZone::kStartZone, "Couldn't get localtime for time -1"}};
+  const struct { int64_t time; int32_t offset; const char* text;
+  } cases[] = {{INT64_MAX - 10, 3600, "Couldn't get localtime for time -11"},
+               {INT64_MAX - 255, 0, "Couldn't get localtime for time -256"},
+               {INT64_MAX, util::TimeZone::kStartZone, "Couldn't get localtime for time -1"}};
   for (const auto& c : cases) {
-    EXPECT_EQ(peer::errorText<error::ESystemError>([&] { iso_time2str(c.time, TimeZone(c.offset)); }), c.text);
+    EXPECT_EQ(peer::errorText<util::ESystemError>(
+                  [&] { util::iso_time2str(c.time, util::TimeZone(c.offset)); }),
+              c.text);
   }
 }
 
 TEST(IsoTimeDeathTest, NegativeTimeIsAnAssertion) {
-  EXPECT_DEATH(iso_time2str(-1, TimeZone(0)),
+  EXPECT_DEATH(util::iso_time2str(-1, util::TimeZone(0)),
                "^Assertion failed: iso_time2str\\(\\): Parameter less than 0\n");
 }
 
@@ -70,23 +79,23 @@ TEST(StartZoneTest, ZoneOfTheFirstConstructionIsRestored) {
   EXPECT_EXIT(
       {
         unsetenv("TZ");
-        TimeZone start(TimeZone::kStartZone);
+        util::TimeZone start(util::TimeZone::kStartZone);
         setenv("TZ", "EST5EDT", 1);
-        apply_time_zone(start);
+        util::apply_time_zone(start);
         const char* tz = std::getenv("TZ");
-        exit_unless(tz != nullptr && tz[0] == '\0' && time_zone_text(start).empty() &&
-                        iso_time2str(0, start) == "1970-01-01-T00:00:00",
+        exit_unless(tz != nullptr && tz[0] == '\0' && util::time_zone_text(start).empty() &&
+                        util::iso_time2str(0, start) == "1970-01-01-T00:00:00",
                     tz == nullptr ? "unset" : tz);
       },
       testing::ExitedWithCode(0), "");
   EXPECT_EXIT(
       {
         setenv("TZ", "EST5EDT", 1);
-        TimeZone fixed(0);
+        util::TimeZone fixed(0);
         setenv("TZ", "JST-9", 1);
-        TimeZone start(TimeZone::kStartZone);
-        std::string utc = iso_time2str(0, fixed);
-        std::string atStart = iso_time2str(0, start);
+        util::TimeZone start(util::TimeZone::kStartZone);
+        std::string utc = util::iso_time2str(0, fixed);
+        std::string atStart = util::iso_time2str(0, start);
         const char* tz = std::getenv("TZ");
         exit_unless(utc == "1970-01-01-T00:00:00" && atStart == "1969-12-31-T19:00:00" &&
                         tz != nullptr && std::strcmp(tz, "EST5EDT") == 0,

@@ -18,51 +18,52 @@ namespace {
 // A listener whose connections complete in the kernel but are never accepted:
 // the connect succeeds and nothing is ever answered or read.
 TEST(TimedConnectionTest, AServerThatNeverAnswersOrReadsEndsAReadOrAWriteAfterTheLimit) {
-  old_protocol::Listener silent(0, 4);
+  net::Listener silent(0, 4);
   const std::string port = std::to_string(silent.port());
-  std::unique_ptr<old_protocol::BasicIo> reader = connectTcpWithin("127.0.0.1", silent.port(), 1);
+  std::unique_ptr<net::BasicIo> reader = net::connectTcpWithin("127.0.0.1", silent.port(), 1);
   reader->write("hello", 5);
   reader->flush();
   char buffer[16];
-  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { reader->read(buffer, sizeof buffer); }),
+  EXPECT_EQ(peer::errorText<util::ESystemError>([&] { reader->read(buffer, sizeof buffer); }),
             "No answer from server 127.0.0.1:" + port + " within 1 second");
 
-  std::unique_ptr<old_protocol::BasicIo> writer = connectTcpWithin("127.0.0.1", silent.port(), 1);
+  std::unique_ptr<net::BasicIo> writer = net::connectTcpWithin("127.0.0.1", silent.port(), 1);
   const std::string block(1 << 20, 'x');  // 256 of these: more than the buffers of both ends
-  EXPECT_EQ(peer::errorText<error::ESystemError>([&] {
+  EXPECT_EQ(peer::errorText<util::ESystemError>([&] {
               for (int i = 0; i < 256; ++i) writer->write(block.data(), block.size());
             }),
             "Server 127.0.0.1:" + port + " took no data within 1 second");
 }
 
 TEST(TimedConnectionTest, AClosedPeerIsTheEndOfTheStream) {
-  old_protocol::Listener listener;
-  std::unique_ptr<old_protocol::BasicIo> client = connectTcpWithin("127.0.0.1", listener.port(), 5);
-  std::unique_ptr<old_protocol::SocketStream> peer = listener.accept(5000);
+  net::Listener listener;
+  std::unique_ptr<net::BasicIo> client = net::connectTcpWithin("127.0.0.1", listener.port(), 5);
+  std::unique_ptr<net::SocketStream> peer = listener.accept(5000);
   ASSERT_NE(peer, nullptr);
   peer->close();
   char buffer[8];
-  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { client->read(buffer, sizeof buffer); }),
+  EXPECT_EQ(peer::errorText<util::ESystemError>([&] { client->read(buffer, sizeof buffer); }),
             "Error reading: OsalSocket::read end of stream");
 }
 
 TEST(TimedConnectionTest, ConnectFailuresKeepTheSocketLayersTexts) {
-  const uint16_t closedPort = old_protocol::Listener().port();
-  EXPECT_EQ(peer::errorText<error::ESystemError>([&] { connectTcpWithin("127.0.0.1", closedPort, 1); }).rfind(
-                "Error connecting: Connection refused (", 0),
+  const uint16_t closedPort = net::Listener().port();
+  EXPECT_EQ(peer::errorText<util::ESystemError>([&] {
+              net::connectTcpWithin("127.0.0.1", closedPort, 1);
+            }).rfind("Error connecting: Connection refused (", 0),
             0u);
 }
 
 // A connect that is never completed: the listener's queue is full, so the
 // kernel drops further connection requests instead of answering them.
 TEST(TimedConnectionTest, AConnectThatIsNeverAnsweredEndsAfterTheLimit) {
-  old_protocol::Listener full(0, 0);
-  std::vector<std::unique_ptr<old_protocol::BasicIo>> queued;
+  net::Listener full(0, 0);
+  std::vector<std::unique_ptr<net::BasicIo>> queued;
   std::string failure;
   for (int i = 0; i < 8 && failure.empty(); ++i) {
     try {
-      queued.push_back(connectTcpWithin("127.0.0.1", full.port(), 1));
-    } catch (const error::ESystemError& e) {
+      queued.push_back(net::connectTcpWithin("127.0.0.1", full.port(), 1));
+    } catch (const util::ESystemError& e) {
       failure = e.text();
     }
   }

@@ -66,7 +66,7 @@ TEST(LexerTest, UnterminatedStringFailsAfterTheTokensBeforeIt) {
     try {
       lexer.next();
       ADD_FAILURE() << "no failure for " << tail;
-    } catch (const error::EParseError& e) {
+    } catch (const util::EParseError& e) {
       EXPECT_EQ(e.text(), "Unterminated string literal");
     }
   }

@@ -26,7 +26,7 @@ std::string renderValue(const BerConstructed* data) {
   if (auto* v = dynamic_cast<const UnsignedIntProp*>(data)) {
     return "uint:" + std::to_string(v->value);
   }
-  if (auto* v = dynamic_cast<const BigNumProp*>(data)) return "big:" + bn_to_string(v->value);
+  if (auto* v = dynamic_cast<const BigNumProp*>(data)) return "big:" + util::bn_to_string(v->value);
   if (auto* v = dynamic_cast<const BooleanProp*>(data)) return v->value ? "true" : "false";
   if (auto* v = dynamic_cast<const StringListProp*>(data)) {
     std::string out;
@@ -63,7 +63,7 @@ std::string render(const PathPattern& step) {
 std::string parsed(const std::string& pattern) {
   try {
     return render(*tql::parse(pattern));
-  } catch (const error::Exception& e) {
+  } catch (const util::Exception& e) {
     return "failed: " + e.text();
   }
 }
@@ -167,7 +167,7 @@ TEST(ParserTest, ErrorTexts) {
     try {
       tql::parse(c.pattern);
       ADD_FAILURE() << "no failure";
-    } catch (const error::EParseError& e) {
+    } catch (const util::EParseError& e) {
       EXPECT_EQ(e.message(), c.message);
       EXPECT_EQ(e.text(), std::string(c.message) + ": parsing " + c.pattern);
     }
@@ -176,7 +176,7 @@ TEST(ParserTest, ErrorTexts) {
     try {
       tql::parse(pattern);
       ADD_FAILURE() << "no failure for " << pattern;
-    } catch (const error::ERange& e) {
+    } catch (const util::ERange& e) {
       EXPECT_EQ(e.text(), std::string("Cannot fit 65 bits in uint64_t: parsing ") + pattern);
     }
   }
@@ -190,13 +190,13 @@ TEST(ParserTest, NestingIsBoundedWithoutExhaustingTheStack) {
   for (const PathPattern* p = root.get(); !p->children.empty(); p = p->children[0].get()) ++levels;
   EXPECT_EQ(levels, tql::kMaxPatternDepth);
 
-  EXPECT_THROW(tql::parse(deep + " > A"), error::EParseError);
+  EXPECT_THROW(tql::parse(deep + " > A"), util::EParseError);
   std::string nested = "A";
   for (int i = 0; i < 100000; ++i) nested += " > (A";
   try {
     tql::parse(nested);
     ADD_FAILURE() << "no failure for deeply nested child lists";
-  } catch (const error::EParseError& e) {
+  } catch (const util::EParseError& e) {
     EXPECT_EQ(e.message(), "Pattern nested deeper than 1000 steps");
   }
 }

@@ -43,7 +43,7 @@ template <class T>
 Make encoded(uint32_t type, T value, std::string name = "p") {
   return [=] {
     auto p = std::make_unique<protocol::Property>();
-    tql::encode(*p, name, type, value);
+    protocol::encode_property(*p, name, type, value);
     return p;
   };
 }
@@ -54,7 +54,7 @@ class XMLExportTest : public testing::Test {
 
   std::ostringstream doc_;
   porter::CPPOutStream stream_{doc_};
-  XMLExport prototype_{ElementKind::Object};
+  XMLExport prototype_{porter::ElementKind::Object};
 };
 
 TEST(XMLEscapeTest, ControlAndHighOctetsBecomeReferencesPunctuationStays) {
@@ -78,7 +78,7 @@ TEST(XMLPropertyTest, RendersEdgeValues) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.type);
     std::ostringstream err;
-    XMLExport e(ElementKind::Property, err);
+    XMLExport e(porter::ElementKind::Property, err);
     PropertyPtr p = c.make();
     ASSERT_EQ(e.addProperty(*p), 0);
     const std::map<int32_t, std::string> expected = {{1, c.type}, {3, p->name}, {4, c.value}};
@@ -94,25 +94,29 @@ TEST(XMLPropertyTest, UnrenderablePropertiesFailWithTheirMessage) {
        "Unknown property 655376 : Const Computed  = "},
       {encoded(6, "x", ""), "Property resolved empty name"},
       {encoded(0x10001, 1u, ""), "Property resolved empty name"},
-      {[] { auto p = std::make_unique<protocol::Property>(); tql::encode(*p, "count", 3); return p; },
+      {[] {
+         auto p = std::make_unique<protocol::Property>();
+         protocol::encode_property(*p, "count", 3);
+         return p;
+       },
        "Null given for integer property: count"},
   };
   for (const auto& [make, message] : cases) {
     SCOPED_TRACE(message);
-    XMLExport e(ElementKind::Property);
+    XMLExport e(porter::ElementKind::Property);
     PropertyPtr p = make();
-    EXPECT_EQ(peer::errorText<error::Exception>([&] { e.addProperty(*p); }), message);
+    EXPECT_EQ(peer::errorText<util::Exception>([&] { e.addProperty(*p); }), message);
     EXPECT_TRUE(e.attributes.empty());
   }
 }
 
 TEST_F(XMLExportTest, KindsWithoutDocumentUseKeepTheirNamesAndAttributeOrder) {
-  for (const auto& [kind, name] : {std::pair{ElementKind::Unknown, "Unknown"},
-                                   std::pair{ElementKind::Data, "Data"}}) {
+  for (const auto& [kind, name] : {std::pair{porter::ElementKind::Unknown, "Unknown"},
+                                   std::pair{porter::ElementKind::Data, "Data"}}) {
     doc_.str("");
     auto e = prototype_.create(kind);
-    e->setAttribute(Attrib::Mask, "m");
-    e->setAttribute(Attrib::Value, "<v>");
+    e->setAttribute(porter::Attrib::Mask, "m");
+    e->setAttribute(porter::Attrib::Value, "<v>");
     e->open(stream_);
     e->close(stream_);
     EXPECT_EQ(doc_.str(),
@@ -121,16 +125,16 @@ TEST_F(XMLExportTest, KindsWithoutDocumentUseKeepTheirNamesAndAttributeOrder) {
 }
 
 TEST_F(XMLExportTest, MisusedElementsFailWithoutWriting) {
-  auto container = prototype_.create(ElementKind::Meta);
-  EXPECT_EQ(peer::errorText<error::Exception>([&] { container->writeLeaf(stream_); }),
+  auto container = prototype_.create(porter::ElementKind::Meta);
+  EXPECT_EQ(peer::errorText<util::Exception>([&] { container->writeLeaf(stream_); }),
             "Cannot stream a container portnode. got 2");
-  auto unknownAttribute = prototype_.create(ElementKind::Object);
+  auto unknownAttribute = prototype_.create(porter::ElementKind::Object);
   unknownAttribute->attributes[20] = "x";
-  EXPECT_EQ(peer::errorText<error::Exception>([&] { unknownAttribute->open(stream_); }),
+  EXPECT_EQ(peer::errorText<util::Exception>([&] { unknownAttribute->open(stream_); }),
             "Got unknown attrib type in attrib2str: 20");
   EXPECT_EQ(XMLExport::depth(), 0);
   XMLExport::Rows noRows;
-  EXPECT_EQ(peer::errorText<error::Exception>([&] { prototype_.writeData(stream_, 7, noRows); }),
+  EXPECT_EQ(peer::errorText<util::Exception>([&] { prototype_.writeData(stream_, 7, noRows); }),
             "Got unknown datatype for rows [7]");
   EXPECT_EQ(doc_.str(), "");
 }
@@ -160,7 +164,7 @@ TEST_F(XMLExportTest, RowOfNotANumberAndTheLargestCount) {
 TEST(XMLExportDeathTest, ARecordOfAnotherClassEndsTheProcess) {
   std::ostringstream doc;
   porter::CPPOutStream stream(doc);
-  XMLExport e(ElementKind::Object);
+  XMLExport e(porter::ElementKind::Object);
   auto one = [](std::unique_ptr<protocol::DataInterval> row) {
     XMLExport::Rows rows;
     rows.push_back(std::move(row));

@@ -44,11 +44,11 @@ void Lexer::lexString() {
   while (!atEnd() && peek() != '"') {
     if (peek() == '\\') {
       ++position_;
-      if (atEnd()) throw error::EParseError("Unterminated string literal");
+      if (atEnd()) throw util::EParseError("Unterminated string literal");
     }
     token_ += input_[position_++];
   }
-  if (atEnd()) throw error::EParseError("Unterminated string literal");
+  if (atEnd()) throw util::EParseError("Unterminated string literal");
   token_ += input_[position_++];  // the closing quote
   if (!atEnd() && (peek() == 'I' || peek() == 'S')) token_ += input_[position_++];
 }

@@ -23,7 +23,7 @@ class Lexer {
   explicit Lexer(std::string input);
 
   // Reads the next token, makes it current and returns a copy of it. Throws
-  // error::EParseError "Unterminated string literal" for a string literal
+  // util::EParseError "Unterminated string literal" for a string literal
   // without its closing quote; the lexer is of no further use after that.
   std::string next();
 

@@ -93,7 +93,7 @@ const Enumeration* findEnumeration(const std::string& token) {
 
 std::string quoted(const std::string& token) { return "\"" + token + "\""; }
 
-[[noreturn]] void fail(std::string message) { throw error::EParseError(std::move(message)); }
+[[noreturn]] void fail(std::string message) { throw util::EParseError(std::move(message)); }
 
 // Recursive descent over the lexer's tokens with the current token as the
 // one token of look-ahead. Every rule leaves the lexer on the first token
@@ -245,13 +245,13 @@ void Parser::parseConstant(protocol::Property& prop, const std::string& name) {
   } else if (t[0] == '+' || t[0] == '-') {
     parseSigned(prop, name);
   } else if (t == "true" || t == "false") {
-    tql::encode(prop, name, kTypeBoolean, t == "true");
+    protocol::encode_property(prop, name, kTypeBoolean, t == "true");
   } else if (t == "bool_null") {
-    tql::encode(prop, name, kTypeBoolean);
+    protocol::encode_property(prop, name, kTypeBoolean);
   } else if (const Enumeration* e = findEnumeration(t)) {
     const NamedCode* value = findName(e->names, e->count, t);
     if (value == nullptr) fail("Expected constant got: " + quoted(t) + e->unknownTail);
-    tql::encode(prop, name, e->typeWord, static_cast<uint32_t>(value->code));
+    protocol::encode_property(prop, name, e->typeWord, static_cast<uint32_t>(value->code));
   } else if (t == "{") {
     parseIdList(prop, name);
   } else {
@@ -265,30 +265,31 @@ void Parser::parseString(protocol::Property& prop, const std::string& name) {
   const std::string& t = token();
   const char last = t.back();
   if (last == 'S') {
-    tql::encode(prop, name, kTypeSnmpOid, t.substr(1, t.size() - 3));
+    protocol::encode_property(prop, name, kTypeSnmpOid, t.substr(1, t.size() - 3));
   } else if (last == 'I' && t.size() == 3) {
-    tql::encode(prop, name, kTypeObject);  // an empty literal: a null Object
+    protocol::encode_property(prop, name, kTypeObject);  // an empty literal: a null Object
   } else if (last == 'I') {
-    tql::encode(prop, name, kTypeObject, t.substr(1, t.size() - 3));
+    protocol::encode_property(prop, name, kTypeObject, t.substr(1, t.size() - 3));
   } else {
-    tql::encode(prop, name, name == "id" ? kTypeObject : kTypeString, t.substr(1, t.size() - 2));
+    protocol::encode_property(prop, name, name == "id" ? kTypeObject : kTypeString,
+                              t.substr(1, t.size() - 2));
   }
 }
 
 // Digits with an optional suffix: T makes an Index, B a BigNum of any size,
 // no suffix an Unsigned Integer. Index and Unsigned Integer values must fit
-// 64 bits (else error::ERange) and are carried as their low 32 bits.
+// 64 bits (else util::ERange) and are carried as their low 32 bits.
 void Parser::parseUnsigned(protocol::Property& prop, const std::string& name) {
   const std::string& t = token();
   bool index = false;
   bool bignum = false;
   // Digits are taken nine at a time: value = value * 10^k + chunk.
-  BigNum value;
+  util::BigNum value;
   uint32_t chunk = 0;
   uint32_t scale = 1;
   auto flush = [&] {
     if (scale == 1) return;
-    value = value * BigNum(scale) + BigNum(chunk);
+    value = value * util::BigNum(scale) + util::BigNum(chunk);
     chunk = 0;
     scale = 1;
   };
@@ -307,11 +308,12 @@ void Parser::parseUnsigned(protocol::Property& prop, const std::string& name) {
   }
   flush();
   if (bignum) {
-    tql::encode(prop, name, kTypeBigNum, value);
+    protocol::encode_property(prop, name, kTypeBigNum, value);
     return;
   }
-  const uint64_t wide = bn_to_uint64(value);
-  tql::encode(prop, name, index ? kTypeIndex : kTypeUnsigned, static_cast<uint32_t>(wide));
+  const uint64_t wide = util::bn_to_uint64(value);
+  protocol::encode_property(prop, name, index ? kTypeIndex : kTypeUnsigned,
+                            static_cast<uint32_t>(wide));
 }
 
 // A sign and digits, accumulated in 32-bit arithmetic (wrapping); a sign
@@ -324,7 +326,7 @@ void Parser::parseSigned(protocol::Property& prop, const std::string& name) {
     magnitude = magnitude * 10 + static_cast<uint32_t>(t[i] - '0');
   }
   if (t[0] == '-') magnitude = 0u - magnitude;
-  tql::encode(prop, name, kTypeInteger, static_cast<int32_t>(magnitude));
+  protocol::encode_property(prop, name, kTypeInteger, static_cast<int32_t>(magnitude));
 }
 
 // "{" id, ... "}" where an id token starts with '"' (or is "["); the id is
@@ -343,7 +345,7 @@ void Parser::parseIdList(protocol::Property& prop, const std::string& name) {
     }
     if (token() != "}") fail("Expected } but got: " + quoted(token()));
   }
-  tql::encode(prop, name, kTypeObjectSet, ids);
+  protocol::encode_property(prop, name, kTypeObjectSet, ids);
 }
 
 }  // namespace
@@ -352,7 +354,7 @@ std::unique_ptr<protocol::PathPattern> parse(const std::string& text) {
   try {
     Parser parser(text);
     return parser.parsePattern();
-  } catch (error::Exception& e) {
+  } catch (util::Exception& e) {
     e.detail += ": parsing " + text;
     throw;
   }

@@ -44,7 +44,7 @@ enum RelOperator : int32_t {
 constexpr int kMaxPatternDepth = 1000;
 
 // Parses `text` into a new tree owned by the caller. On failure nothing is
-// returned and the error::Exception that stopped the parse (EParseError for
+// returned and the util::Exception that stopped the parse (EParseError for
 // syntax and lexical errors, ERange for an unsigned constant beyond 64 bits)
 // is rethrown with ": parsing " + text appended to its detail.
 std::unique_ptr<protocol::PathPattern> parse(const std::string& text);

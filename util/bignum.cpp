@@ -10,6 +10,8 @@
 
 #include "util/error.h"
 
+namespace util {
+
 namespace {
 
 // Most sharers an array takes; a copy beyond that gets an array of its own,
@@ -247,9 +249,11 @@ uint64_t bn_to_uint64(const BigNum& value) {
   if (value.size_ == 0) return 0;
   uint64_t bits = 32 * (value.size_ - 1) + bit_length(value.limbs_[value.size_ - 1]);
   if (bits > 64) {
-    throw error::ERange("Cannot fit " + std::to_string(bits) + " bits in uint64_t");
+    throw util::ERange("Cannot fit " + std::to_string(bits) + " bits in uint64_t");
   }
   uint64_t result = value.limbs_[0];
   if (value.size_ > 1) result |= uint64_t{value.limbs_[1]} << 32;
   return result;
 }
+
+}  // namespace util

@@ -11,6 +11,10 @@
 #include <cstdint>
 #include <string>
 
+class BigNumTestPeer;
+
+namespace util {
+
 class BigNum {
  public:
   BigNum();                    // 0: size 0, capacity 1
@@ -49,11 +53,11 @@ class BigNum {
   friend void bn_set_data(BigNum& value, const uint8_t* bytes, size_t count);
   // Decimal text; 0 gives "0".
   friend std::string bn_to_string(const BigNum& value);
-  // Throws error::ERange "Cannot fit <bits> bits in uint64_t" above 64 bits.
+  // Throws util::ERange "Cannot fit <bits> bits in uint64_t" above 64 bits.
   friend uint64_t bn_to_uint64(const BigNum& value);
 
  private:
-  friend class BigNumTestPeer;  // unit tests reach grow() and the count word
+  friend class ::BigNumTestPeer;  // unit tests reach grow() and the count word
 
   void grow(uint64_t n);  // bn_grow: private array of at least n limbs, size n
   void normalise();
@@ -72,5 +76,7 @@ void bn_get_data(const BigNum& value, uint8_t* buffer, size_t& length);
 void bn_set_data(BigNum& value, const uint8_t* bytes, size_t count);
 std::string bn_to_string(const BigNum& value);
 uint64_t bn_to_uint64(const BigNum& value);
+
+}  // namespace util
 
 #endif  // TALVIX_UTIL_BIGNUM_H_

@@ -9,19 +9,13 @@
 #include <iostream>
 #include <memory>
 
-namespace error {
+namespace util {
 
 void throw_system_error(const std::string& message) { throw ESystemError(message); }
 
-}  // namespace error
-
-namespace errors {
-
-std::string tql::message() const {
+std::string ETqlError::message() const {
   return message_.empty() ? server_error_text(static_cast<uint32_t>(code)) : message_;
 }
-
-}  // namespace errors
 
 void assert_failed(const std::string& text) {
   std::cerr << "Assertion failed: " << text << std::endl;
@@ -73,3 +67,5 @@ std::string readable_type_name(const std::type_info& type) {
       abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), std::free);
   return status == 0 && name ? std::string(name.get()) : std::string(type.name());
 }
+
+}  // namespace util

@@ -1,7 +1,7 @@
 // The exception family of the tool, assertions and system error texts.
 //
 // Every failure reported to the user is an exception derived from
-// error::Exception, thrown by value and caught by reference. Each carries a
+// util::Exception, thrown by value and caught by reference. Each carries a
 // complete message when thrown; handlers that add context append it to
 // `detail` and rethrow the same object, and text() gives message + detail.
 // Broken internal invariants are not exceptions: assert_failed() prints one
@@ -13,7 +13,7 @@
 #include <string>
 #include <typeinfo>
 
-namespace error {
+namespace util {
 
 class Exception {
  public:
@@ -69,15 +69,11 @@ class ERange : public MessageException {
 // Builds an ESystemError with `message` and throws it.
 [[noreturn]] void throw_system_error(const std::string& message);
 
-}  // namespace error
-
-namespace errors {
-
 // A property conversion failure, carrying a server error code. With an empty
 // message, message() is the server's text for the code.
-class tql : public error::Exception {
+class ETqlError : public Exception {
  public:
-  tql(std::string message, int32_t code) : message_(std::move(message)), code(code) {}
+  ETqlError(std::string message, int32_t code) : message_(std::move(message)), code(code) {}
   std::string message() const override;
 
  private:
@@ -88,30 +84,28 @@ class tql : public error::Exception {
 };
 
 // A response of the wrong message type.
-class bererror : public error::MessageException {
+class EBerError : public MessageException {
  public:
-  explicit bererror(std::string message) : MessageException(std::move(message)) {}
+  explicit EBerError(std::string message) : MessageException(std::move(message)) {}
 };
 
 // The login handshake was refused.
-class connect_error : public error::MessageException {
+class EConnectError : public MessageException {
  public:
-  explicit connect_error(std::string message) : MessageException(std::move(message)) {}
+  explicit EConnectError(std::string message) : MessageException(std::move(message)) {}
 };
 
 // A property lookup in a selected object failed.
-class objecterror : public error::MessageException {
+class EObjectError : public MessageException {
  public:
-  explicit objecterror(std::string message) : MessageException(std::move(message)) {}
+  explicit EObjectError(std::string message) : MessageException(std::move(message)) {}
 };
 
 // A result-set lookup failed.
-class selecterror : public error::MessageException {
+class ESelectError : public MessageException {
  public:
-  explicit selecterror(std::string message) : MessageException(std::move(message)) {}
+  explicit ESelectError(std::string message) : MessageException(std::move(message)) {}
 };
-
-}  // namespace errors
 
 // Writes "Assertion failed: " + text and a line end to the error stream, then
 // aborts the process. Never returns, throws nothing.
@@ -142,5 +136,7 @@ T* checked_cast(S* p) {
   }
   return result;
 }
+
+}  // namespace util
 
 #endif  // TALVIX_UTIL_ERROR_H_

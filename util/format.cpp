@@ -7,6 +7,8 @@
 
 #include "util/error.h"
 
+namespace util {
+
 namespace {
 
 // printf into a string, as long as the text needs.
@@ -79,7 +81,7 @@ double parse_real(const std::string& text) {
     if (text == "nan") return std::numeric_limits<double>::quiet_NaN();
     if (text == "inf") return std::numeric_limits<double>::infinity();
     if (text == "-inf") return -std::numeric_limits<double>::infinity();
-    throw error::EParseError(parse_error_quoted("\"" + text + "\""));
+    throw util::EParseError(parse_error_quoted("\"" + text + "\""));
   }
   return value;
 }
@@ -89,7 +91,7 @@ int32_t parse_int(const std::string& text) {
   char* end = nullptr;
   long value = std::strtol(begin, &end, 10);
   if (*end != '\0' || static_cast<size_t>(end - begin) != text.size()) {
-    throw error::EParseError(parse_error_quoted(quote_escape(text)));
+    throw util::EParseError(parse_error_quoted(quote_escape(text)));
   }
   // The result is a 32-bit long on the original platform: saturate there.
   if (value > INT32_MAX) return INT32_MAX;
@@ -179,6 +181,8 @@ std::string datatype_name(uint32_t number) {
       "incidents",     "continuous",           "accumulation",
   };
   if (number < sizeof(kNames) / sizeof(kNames[0])) return kNames[number];
-  throw error::EParseError("Tried to get name of invalid datatype: " +
-                           int_to_string(static_cast<int32_t>(number)));
+  throw util::EParseError("Tried to get name of invalid datatype: " +
+                          int_to_string(static_cast<int32_t>(number)));
 }
+
+}  // namespace util

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+namespace util {
+
 // "%u", or "%02u" with twoDigits.
 std::string uint_to_string(uint32_t value, bool twoDigits = false);
 // "%i", or "%02i" with twoDigits.
@@ -23,9 +25,9 @@ std::string gid_to_string(uint32_t value);
 std::string real_to_string(double value, int width = -1, int precision = -1);
 
 // strtod over the whole text; "nan", "inf", "-inf" accepted. Throws
-// error::EParseError "Error parsing: \"<text>\"" when text is left over.
+// util::EParseError "Error parsing: \"<text>\"" when text is left over.
 double parse_real(const std::string& text);
-// strtol base 10 over the whole text (saturating). Throws error::EParseError
+// strtol base 10 over the whole text (saturating). Throws util::EParseError
 // "Error parsing: " + quote_escape(text) when text is left over.
 int32_t parse_int(const std::string& text);
 
@@ -43,8 +45,10 @@ void split(const std::string& text, char separator, bool keepEmpty, std::vector<
 void split_any(const std::string& text, const std::string& separators, bool keepEmpty,
                std::vector<std::string>& out);
 
-// Name of a history datatype number 0..6; throws error::EParseError
+// Name of a history datatype number 0..6; throws util::EParseError
 // "Tried to get name of invalid datatype: <n>" for any other number.
 std::string datatype_name(uint32_t number);
+
+}  // namespace util
 
 #endif  // TALVIX_UTIL_FORMAT_H_

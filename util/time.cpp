@@ -6,6 +6,8 @@
 #include "util/error.h"
 #include "util/format.h"
 
+namespace util {
+
 namespace {
 
 // TZ as it was when the first TimeZone was made; nothing when it was unset.
@@ -20,8 +22,8 @@ StartZone& start_zone() {
 }
 
 [[noreturn]] void throw_localtime_failure(int64_t time) {
-  error::throw_system_error("Couldn't get localtime for time " +
-                            int_to_string(static_cast<int32_t>(static_cast<uint32_t>(time))));
+  util::throw_system_error("Couldn't get localtime for time " +
+                           int_to_string(static_cast<int32_t>(static_cast<uint32_t>(time))));
 }
 
 }  // namespace
@@ -84,7 +86,7 @@ void apply_time_zone(const TimeZone& zone) {
   // setenv copies the text, so no buffer has to outlive the call and a start
   // zone of any length fits.
   if (setenv("TZ", time_zone_text(zone).c_str(), 1) != 0) {
-    error::throw_system_error("Couldn't set TZ environment variable");
+    util::throw_system_error("Couldn't set TZ environment variable");
   }
   tzset();
 }
@@ -118,3 +120,5 @@ std::string iso_time2str(int64_t time, const TimeZone& zone) {
          "-" + int_to_string(t.tm_mday, true) + "-T" + int_to_string(t.tm_hour, true) + ":" +
          int_to_string(t.tm_min, true) + ":" + int_to_string(t.tm_sec, true);
 }
+
+}  // namespace util

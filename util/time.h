@@ -8,6 +8,8 @@
 #include <ctime>
 #include <string>
 
+namespace util {
+
 // A fixed offset from UTC, or the zone the process had at start.
 class TimeZone {
  public:
@@ -30,12 +32,12 @@ class TimeZone {
 // for kStartZone ("" when TZ was not set at start).
 std::string time_zone_text(const TimeZone& zone);
 
-// Sets TZ to time_zone_text(zone) and re-reads it. Throws error::ESystemError
+// Sets TZ to time_zone_text(zone) and re-reads it. Throws util::ESystemError
 // "Couldn't set TZ environment variable" when the environment refuses.
 void apply_time_zone(const TimeZone& zone);
 
 // Applies the zone, then gives the broken-down time of `time` in it. Throws
-// error::ESystemError "Couldn't get localtime for time <n>" (n: the low 32
+// util::ESystemError "Couldn't get localtime for time <n>" (n: the low 32
 // bits as a signed number) when the time is beyond the calendar's range.
 struct tm local_time(const TimeZone& zone, int64_t time);
 
@@ -43,5 +45,7 @@ struct tm local_time(const TimeZone& zone, int64_t time);
 // time 0 at offset 0. A negative time is an assertion failure (the process
 // ends); local_time's failures propagate.
 std::string iso_time2str(int64_t time, const TimeZone& zone);
+
+}  // namespace util
 
 #endif  // TALVIX_UTIL_TIME_H_

@@ -55,12 +55,12 @@ ScriptedStream& ScriptedStream::octets(const Bytes& bytes) {
 
 uint64_t ScriptedStream::read(void* buffer, uint64_t capacity) {
   if (capacity == 0) return 0;
-  if (script_.empty()) throw error::ESystemError("end of script");
+  if (script_.empty()) throw util::ESystemError("end of script");
   Step& step = script_.front();
   if (!step.failure.empty()) {
     const std::string text = step.failure;
     script_.pop_front();
-    throw error::ESystemError(text);
+    throw util::ESystemError(text);
   }
   const size_t count = std::min<uint64_t>(capacity, step.bytes.size());
   if (count > 0) std::memcpy(buffer, step.bytes.data(), count);

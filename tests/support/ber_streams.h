@@ -19,7 +19,7 @@ Bytes from_hex(const std::string& text);
 std::string to_hex(const Bytes& bytes);
 
 // Collects everything written.
-class ByteSink : public protocol::BasicIo {
+class ByteSink : public net::ByteOutput {
  public:
   void write(const void* data, size_t length) override;
   void flush() override {}
@@ -29,9 +29,9 @@ class ByteSink : public protocol::BasicIo {
 
 // Serves the scripted chunks in order, each in one read (cut to the capacity
 // asked for, the rest served next). A chunk marked as failure makes the read
-// throw error::ESystemError with its text; after the script runs out every
+// throw util::ESystemError with its text; after the script runs out every
 // read throws "end of script". Writes are collected in `written`.
-class ScriptedStream : public old_protocol::BasicIo {
+class ScriptedStream : public net::BasicIo {
  public:
   ScriptedStream& chunk(const Bytes& bytes);
   ScriptedStream& chunk(const std::string& hex) { return chunk(from_hex(hex)); }

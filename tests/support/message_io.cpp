@@ -48,7 +48,7 @@ MessageList decode_messages(const Bytes& bytes, bool legacy, const protocol::Ber
   auto stream = std::make_unique<ScriptedStream>();
   ScriptedStream* script = octetwise ? &stream->octets(input) : &stream->chunk(input);
   MarkerProtocol marked(protocol, legacy);
-  old_protocol::BerReader reader(marked, std::move(stream));
+  protocol::BerReader reader(marked, std::move(stream));
   while (script->readable()) reader.readSome(false);
   MessageList messages;
   while (auto m = reader.takeMessage()) messages.push_back(std::move(m));

@@ -106,7 +106,7 @@ Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t dept
   outcome.exitCode = porter::run_command_line(
       static_cast<int>(line.size()), argv.data(),
       [&](const porter::RunSettings& s) {
-        const porter::XMLExport prototype(ElementKind::Object, porter::export_notices(),
+        const porter::XMLExport prototype(porter::ElementKind::Object, porter::export_notices(),
                                           fixed_clock);
         porter::ExportEnvironment environment;
         environment.standardOutput = &document;
@@ -114,12 +114,13 @@ Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t dept
         environment.errorIsTerminal = errorIsTerminal;
         environment.extra = s.extra;
         environment.pipelineStats = &outcome.stats;
-        if (s.extra.timeout > 0) environment.connector = timedConnectionFactory(s.extra.timeout);
+        if (s.extra.timeout > 0)
+          environment.connector = net::timedConnectionFactory(s.extra.timeout);
         try {
           porter::export_database(s.server, s.port, s.login, s.password, s.loginDomain,
                                   s.exportDomain, s.outputFileName, prototype, s.classFilter,
                                   s.history, s.gzip, environment);
-        } catch (const error::Exception& e) {
+        } catch (const util::Exception& e) {
           outcome.failure = e.text();
           throw;
         }
@@ -133,8 +134,9 @@ Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t dept
   // depth is the process's: close them so the next run starts at the left.
   std::ostringstream scratch;
   porter::CPPOutStream scratchStream(scratch);
-  const porter::XMLExport closer(ElementKind::Object, scratch, fixed_clock);
-  while (porter::XMLExport::depth() > 0) closer.create(ElementKind::Object)->close(scratchStream);
+  const porter::XMLExport closer(porter::ElementKind::Object, scratch, fixed_clock);
+  while (porter::XMLExport::depth() > 0)
+    closer.create(porter::ElementKind::Object)->close(scratchStream);
   return outcome;
 }
 

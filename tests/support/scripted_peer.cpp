@@ -95,7 +95,7 @@ bool PeerLink::fill(bool endAllowed) {
   try {
     pending_.append(chunk, stream_->read(chunk, sizeof chunk));
     return true;
-  } catch (const error::Exception& e) {
+  } catch (const util::Exception& e) {
     if (endAllowed && e.message() == "Error reading: OsalSocket::read end of stream") return false;
     abandon("peer read failed: " + e.text());
   }
@@ -122,7 +122,7 @@ void PeerLink::expect(const Bytes& bytes, const std::string& what) {
 void PeerLink::send(const Bytes& bytes) {
   try {
     stream_->write(bytes.data(), bytes.size());
-  } catch (const error::Exception& e) {
+  } catch (const util::Exception& e) {
     abandon("peer send failed: " + e.text());
   }
 }
@@ -133,7 +133,7 @@ ScriptedPeer::ScriptedPeer(Script script) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         deadline - std::chrono::steady_clock::now());
     try {
-      std::unique_ptr<old_protocol::SocketStream> stream =
+      std::unique_ptr<net::SocketStream> stream =
           listener_.accept(static_cast<int>(std::max<int64_t>(left.count(), 0)));
       if (!stream) {
         complaints_.push_back("the client never connected");
@@ -145,7 +145,7 @@ ScriptedPeer::ScriptedPeer(Script script) {
       } catch (const ScriptAbandoned&) {
       }
       link.stream_->close();
-    } catch (const error::Exception& e) {
+    } catch (const util::Exception& e) {
       complaints_.push_back("accept or close failed: " + e.text());
     }
   });
@@ -187,9 +187,9 @@ ScriptedPeer::Script loginThen(const Bytes& requests, const Bytes& answers, uint
   };
 }
 
-std::unique_ptr<Session> openTestSession(uint16_t port) {
-  return openSession(ConnectionFactory(), "127.0.0.1", port, "Exporter", "admin", "secret",
-                     "lab");
+std::unique_ptr<client::Session> openTestSession(uint16_t port) {
+  return client::openSession(net::ConnectionFactory(), "127.0.0.1", port, "Exporter", "admin",
+                             "secret", "lab");
 }
 
 }  // namespace peer

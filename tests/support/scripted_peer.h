@@ -20,10 +20,9 @@
 #include <thread>
 #include <vector>
 
-#include "support/error_text.h"
+#include "client/session.h"
 #include "net/listener.h"
-
-class Session;
+#include "support/error_text.h"
 
 namespace peer {
 
@@ -66,7 +65,7 @@ class PeerLink {
 
  private:
   friend class ScriptedPeer;
-  PeerLink(std::unique_ptr<old_protocol::SocketStream> stream,
+  PeerLink(std::unique_ptr<net::SocketStream> stream,
            std::chrono::steady_clock::time_point deadline, std::vector<std::string>& complaints)
       : stream_(std::move(stream)), deadline_(deadline), complaints_(complaints) {}
   [[noreturn]] void abandon(const std::string& complaint);
@@ -74,7 +73,7 @@ class PeerLink {
   // stream when `endAllowed`, else the end is a complaint.
   bool fill(bool endAllowed = false);
 
-  std::unique_ptr<old_protocol::SocketStream> stream_;
+  std::unique_ptr<net::SocketStream> stream_;
   std::chrono::steady_clock::time_point deadline_;
   std::vector<std::string>& complaints_;
   Bytes pending_;
@@ -95,7 +94,7 @@ class ScriptedPeer {
   uint16_t port() const { return listener_.port(); }
 
  private:
-  old_protocol::Listener listener_;
+  net::Listener listener_;
   std::vector<std::string> complaints_;  // written by the thread only until it is joined
   std::thread thread_;
 };
@@ -119,7 +118,7 @@ ScriptedPeer::Script loginThen(const Bytes& requests, const Bytes& answers,
 
 // Opens a session to the peer on 127.0.0.1 as user "admin" of domain "lab"
 // with password "secret" and client name "Exporter".
-std::unique_ptr<Session> openTestSession(uint16_t port);
+std::unique_ptr<client::Session> openTestSession(uint16_t port);
 
 }  // namespace peer
 

@@ -47,9 +47,9 @@ TestServer::TestServer(std::shared_ptr<const server::Database> db, const server:
 }
 
 RawClient::RawClient(uint16_t port, std::chrono::milliseconds limit) : limit_(limit) {
-  auto socket = std::make_unique<old_protocol::OsalSocket>("127.0.0.1", port);
+  auto socket = std::make_unique<net::OsalSocket>("127.0.0.1", port);
   socket_ = socket.get();
-  reader_ = std::make_unique<old_protocol::BerReader>(protocol::guiProtocol(), std::move(socket));
+  reader_ = std::make_unique<protocol::BerReader>(protocol::guiProtocol(), std::move(socket));
 }
 
 RawClient::~RawClient() = default;
@@ -82,7 +82,7 @@ std::unique_ptr<protocol::BerConstructed> RawClient::receive() {
     } catch (const protocol::EBer& e) {
       decodeError_ = e.text();
       ended_ = true;
-    } catch (const error::Exception&) {
+    } catch (const util::Exception&) {
       ended_ = true;
     }
   }

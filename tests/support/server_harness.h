@@ -90,8 +90,8 @@ class RawClient {
   std::unique_ptr<protocol::NewSessionResp> acceptOffer();
 
  private:
-  std::unique_ptr<old_protocol::BerReader> reader_;
-  old_protocol::BasicIo* socket_;
+  std::unique_ptr<protocol::BerReader> reader_;
+  net::BasicIo* socket_;
   std::chrono::milliseconds limit_;
   bool legacy_ = false;
   bool ended_ = false;
