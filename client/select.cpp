@@ -40,8 +40,7 @@ const protocol::Property& ResultObject::property(const std::string& name) const 
 
 bool ResultObject::is_null(const std::string& name) const {
   const protocol::Property& value = property(name);
-  return value.data == nullptr ||
-         dynamic_cast<const protocol::NullProp*>(value.data.get()) != nullptr;
+  return protocol::is_null_value(value);
 }
 
 std::string ResultObject::get_string(const std::string& name) const {

@@ -26,11 +26,6 @@ bool is_mib_class(const std::string& className) {
   return className == "MibObject" || className == "MibModule";
 }
 
-bool is_null_value(const protocol::Property& property) {
-  return property.data == nullptr ||
-         dynamic_cast<const protocol::NullProp*>(property.data.get()) != nullptr;
-}
-
 // The object with the given id from a select of `pattern`, or nullptr; the
 // select is kept in `holder` as long as the object is used.
 const client::ResultObject* reselect(WalkSource& source, const std::string& id,
@@ -78,7 +73,7 @@ bool is_index_property(const protocol::Property& property) {
 }
 
 bool is_written_property(const protocol::Property& property) {
-  if (is_index_property(property) || is_null_value(property)) return false;
+  if (is_index_property(property) || protocol::is_null_value(property)) return false;
   if (property.name == "parentId") return false;
   const bool computed = (property.type & kComputed) != 0;
   if (computed && property.name != "siblingName" && property.name != "snmpId") return false;

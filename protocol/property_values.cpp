@@ -33,4 +33,8 @@ TALVIX_MESSAGE_CLASS(Property, kSequence, 3,
                             SignedInt64Prop, UnsignedInt64Prop, BigNumProp, LobProp>(
                          "data", &Property::data))
 
+bool is_null_value(const Property& property) {
+  return property.data == nullptr || dynamic_cast<const NullProp*>(property.data.get()) != nullptr;
+}
+
 }  // namespace protocol

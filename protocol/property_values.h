@@ -1,12 +1,10 @@
 // Properties: how the server's objects carry their data on the wire.
 //
 // A Property is a name, a 32-bit type word and one value object out of
-// thirteen value classes. The type word holds the type code in its low 16
-// bits (or, for an enumeration, the number of the enumeration), bit 16
-// (kPropEnumeration) marks an enumeration, bit 17 (kPropConstant) a constant
-// and bit 19 (kPropComputed) a computed property. A property without a value
-// carries a NullProp. tql::encode/tql::decode (property_codec.h) convert
-// between properties and native values.
+// thirteen value classes; the type word is described in property_types.h. A
+// property without a value carries a NullProp (or, once moved from, none at
+// all: is_null_value() takes both). encode_property/decode_property
+// (property_codec.h) convert between properties and native values.
 #ifndef TALVIX_PROTOCOL_PROPERTY_VALUES_H_
 #define TALVIX_PROTOCOL_PROPERTY_VALUES_H_
 
@@ -17,16 +15,10 @@
 
 #include "protocol/message_base.h"
 #include "protocol/message_lists.h"
+#include "protocol/property_types.h"
 #include "util/bignum.h"
 
 namespace protocol {
-
-constexpr uint32_t kPropEnumeration = 0x10000;
-constexpr uint32_t kPropConstant = 0x20000;
-constexpr uint32_t kPropComputed = 0x80000;
-// The part of a type word that type comparisons look at: code and
-// enumeration flag.
-constexpr uint32_t kPropTypeMask = 0x1ffff;
 
 class Property : public Message<Property> {
  public:
@@ -34,6 +26,9 @@ class Property : public Message<Property> {
   uint32_t type = 0;                    // the type word
   std::unique_ptr<BerConstructed> data;  // one of the value classes below
 };
+
+// Whether `property` carries no value: no value object, or a NullProp.
+bool is_null_value(const Property& property);
 
 // The value classes, alternatives 0 to 12 of Property::data.
 class StringProp : public Message<StringProp> {
