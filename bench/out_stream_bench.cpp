@@ -42,13 +42,19 @@ server::Server& bench_server() {
 void export_to(const std::string& fileName, bool gzip, std::ostream& document,
                uint32_t pipeline = 1) {
   std::ostringstream err;
+  porter::RunSettings settings;
+  settings.server = "127.0.0.1";
+  settings.port = bench_server().port();
+  settings.login = "admin";
+  settings.password = "secret";
+  settings.outputFileName = fileName;
+  settings.gzip = gzip;
+  settings.extra.pipeline = pipeline;
   porter::ExportEnvironment environment;
-  environment.extra.pipeline = pipeline;
   environment.standardOutput = &document;
   environment.errorStream = &err;
-  const porter::XMLExport prototype(porter::ElementKind::Object, err, epoch);
-  porter::export_database("127.0.0.1", bench_server().port(), "admin", "secret", ".", ".",
-                          fileName, prototype, porter::ClassFilter{}, true, gzip, environment);
+  environment.clock = epoch;
+  porter::export_database(settings, environment);
 }
 
 // The document of the generated database, cut into its lines.

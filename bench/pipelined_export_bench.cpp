@@ -7,7 +7,6 @@
 #include <memory>
 #include <sstream>
 
-#include "porter/export_base.h"
 #include "porter/export_database.h"
 #include "porter/pipelined_source.h"
 #include "porter/xml_export.h"
@@ -45,15 +44,19 @@ void BM_Export(benchmark::State& state) {
   size_t bytes = 0;
   for (auto _ : state) {
     std::ostringstream document, errors;
-    const porter::XMLExport prototype(porter::ElementKind::Object, errors, fixed_clock);
     stats = porter::PipelineStats();
+    porter::RunSettings settings;
+    settings.server = "127.0.0.1";
+    settings.port = server.port();
+    settings.login = "admin";
+    settings.password = "secret";
+    settings.extra.pipeline = depth;
     porter::ExportEnvironment environment;
     environment.standardOutput = &document;
     environment.errorStream = &errors;
-    environment.extra.pipeline = depth;
+    environment.clock = fixed_clock;
     environment.pipelineStats = &stats;
-    porter::export_database("127.0.0.1", server.port(), "admin", "secret", ".", ".", "",
-                            prototype, porter::ClassFilter(), true, false, environment);
+    porter::export_database(settings, environment);
     bytes = document.str().size();
   }
   state.counters["doc_bytes"] = static_cast<double>(bytes);

@@ -64,7 +64,7 @@ class ResultObject {
   std::vector<std::unique_ptr<ResultObject>> children_;
 };
 
-class Select : public virtual client::Request {
+class Select : public client::Request {
  public:
   // Flag bit: stay outstanding after an answer instead of forgetting.
   static constexpr uint32_t kKeepOutstanding = 1;

@@ -1,18 +1,17 @@
 #include "porter/export_database.h"
 
 #include <memory>
-#include <set>
+#include <string>
 #include <vector>
 
 #include "client/select.h"
 #include "client/session.h"
+#include "net/timed_connection.h"
 #include "porter/document_output.h"
-#include "porter/export_base.h"
-#include "porter/export_object.h"
-#include "porter/export_state.h"
 #include "porter/out_stream.h"
 #include "porter/pipelined_source.h"
 #include "porter/progress.h"
+#include "porter/walk.h"
 #include "util/error.h"
 #include "util/format.h"
 
@@ -30,7 +29,8 @@ std::string find_export_root(WalkSource& source, const client::Session& session,
   std::string pattern = ".";
   for (const std::string& piece : pieces) pattern += " > Domain { name ~= \"" + piece + "\"}";
 
-  std::shared_ptr<client::Select> lookup = source.select(session.rootDomainId, pattern);
+  std::shared_ptr<client::Select> lookup =
+      source.select({RequestKind::kDomainLookup, session.rootDomainId, pattern});
   const client::ResultObject* object = lookup->find_result_opt(session.rootDomainId);
   if (object == nullptr) {
     throw util::EFatal("Domain \"" + exportDomain + "\" does not exist.");
@@ -41,60 +41,47 @@ std::string find_export_root(WalkSource& source, const client::Session& session,
 
 }  // namespace
 
-int export_database(const std::string& server, int32_t port, const std::string& login,
-                    const std::string& password, const std::string& loginDomain,
-                    const std::string& exportDomain, const std::string& outputFileName,
-                    const ExportBase& prototype, const ClassFilter& filter, bool history,
-                    bool gzip, const ExportEnvironment& environment) {
-  ExportState& state = export_state();
-  state.history = history;
-  state.filter = filter;
-  state.err = environment.errorStream;
+void export_database(const RunSettings& settings, const ExportEnvironment& environment) {
+  const ExtraSettings& extra = settings.extra;
+  const net::ConnectionFactory connector =
+      extra.timeout > 0 ? net::timedConnectionFactory(extra.timeout) : net::ConnectionFactory();
+  std::unique_ptr<client::Session> session =
+      client::openSession(connector, settings.server, static_cast<uint32_t>(settings.port),
+                          "Exporter", settings.login, settings.password, settings.loginDomain);
 
-  // The session stays open until the process ends; no logout is sent.
-  static std::unique_ptr<client::Session> session;
-  session = client::openSession(environment.connector, server, static_cast<uint32_t>(port),
-                                "Exporter", login, password, loginDomain);
-  state.session = session.get();
+  WalkSettings walkSettings{settings.classFilter, settings.history, session->mibRootId};
+  add_ignored_classes(walkSettings.filter, DEFAULT_IGNORED_CLASSES);
+
   // With more than one request in flight the walk's answers are asked for ahead.
-  SequentialSource sequential(*session);
-  std::unique_ptr<PipelinedSource> pipelined;
-  if (environment.extra.pipeline > 1) {
-    pipelined = std::make_unique<PipelinedSource>(*session, environment.extra.pipeline,
-                                                  environment.pipelineStats);
+  std::unique_ptr<WalkSource> direct;
+  if (extra.pipeline > 1) {
+    direct = std::make_unique<PipelinedSource>(*session, extra.pipeline, walkSettings,
+                                               environment.pipelineStats);
+  } else {
+    direct = std::make_unique<SequentialSource>(*session);
   }
-  WalkSource& source = pipelined ? *pipelined : static_cast<WalkSource&>(sequential);
-  state.source = &source;
-  ProgressScope progress(environment.extra.progress, *environment.errorStream,
-                         environment.errorIsTerminal);
-  state.source = progress.watch(state.source);
+  ProgressScope progress(extra.progress, *environment.errorStream, environment.errorIsTerminal);
+  WalkSource& source = progress.watch(*direct);
 
-  const std::string rootId = find_export_root(source, *session, exportDomain);
-  std::shared_ptr<client::Select> rootSelect = source.select(rootId, ".!");
+  const std::string rootId = find_export_root(source, *session, settings.exportDomain);
+  std::shared_ptr<client::Select> rootSelect = source.select({RequestKind::kFallback, rootId, {}});
   const client::ResultObject* domain = rootSelect->find_result_opt(rootId);
   if (domain == nullptr) throw util::EFatal("Domain non existing");
 
-  std::unique_ptr<ExportBase> header = prototype.create(ElementKind::Meta);
-  DocumentOutput output(outputFileName, gzip, *environment.standardOutput,
+  DocumentOutput output(settings.outputFileName, settings.gzip, *environment.standardOutput,
                         // A pipelined export keeps its own thread busy; compress beside it.
-                        OutputOptions{environment.extra.atomic, environment.extra.level,
-                                      environment.extra.pipeline > 1});
-  OutStream& out = progress.watch(output.stream());
+                        OutputOptions{extra.atomic, extra.level, extra.pipeline > 1});
+  XMLExport writer(progress.watch(output.stream()), progress.notices(), environment.clock);
 
-  std::shared_ptr<client::Select> treeSelect = source.select(domain->id(), ".! > .");
+  std::shared_ptr<client::Select> treeSelect =
+      source.select({RequestKind::kReselect, domain->id(), {}});
   const client::ResultObject& tree = treeSelect->find_result(domain->id());
-  header->writeHeader(out, &tree);
-
-  add_ignored_classes(state.filter, DEFAULT_IGNORED_CLASSES);
-  if (pipelined) pipelined->walk_starts(tree, exportDomain == ".");
-  std::set<std::string> visited;
-  export_object(tree, out, prototype, visited, exportDomain == ".", false);
-  header->writeFooter(out, &tree);
+  writer.writeHeader();
+  walk_export(ExportContext{walkSettings, source, writer, progress.events()}, tree,
+              settings.exportDomain == ".");
 
   output.close();
   progress.finish();
-  state.source = nullptr;
-  return 0;
 }
 
 }  // namespace porter

@@ -8,11 +8,11 @@
 // MIB selection of a whole-database export, the history series of an object
 // that will be written) and sends them, earliest in document order first,
 // while the walk consumes the answers strictly in document order. The
-// planner reaches every decision through the walk's own pure functions
-// (passes_class_filter, walk_order, is_index_property) and replays the
-// visited-name rule over siblings in walk order, so it never asks below an
-// object the walk will drop. The document, the messages and the failures
-// are therefore those of the sequential walk:
+// planner reaches every decision through the walk's rules
+// (porter/walk_rules.h), applied to siblings in walk order with their own
+// set of names, so it never asks below an object the walk will drop. The
+// document, the messages and the failures are therefore those of the
+// sequential walk:
 //  - a failure that comes from the data (an object that vanished, a missing
 //    siblingName, an answer that cannot be decoded, ...) is raised when the
 //    walk takes the failing answer, after everything before it was written;
@@ -44,12 +44,11 @@
 #include <memory>
 #include <string>
 
-#include "porter/export_state.h"
+#include "porter/walk_source.h"
 
 namespace client {
-class ResultObject;
 class Session;
-}  // namespace client
+}
 
 namespace porter {
 
@@ -65,10 +64,11 @@ struct PipelineStats {
 
 class PipelinedSource : public WalkSource {
  public:
-  // Keeps at most `depth` (1..4096) requests outstanding on `session`, which
-  // must outlive the source. `stats`, when given, is updated as the source
-  // works and must outlive it.
-  PipelinedSource(client::Session& session, uint32_t depth, PipelineStats* stats = nullptr);
+  // Keeps at most `depth` (1..4096) requests outstanding on `session`.
+  // `session` and `settings` (those of the walk) must outlive the source;
+  // `stats`, when given, is updated as the source works and must outlive it.
+  PipelinedSource(client::Session& session, uint32_t depth, const WalkSettings& settings,
+                  PipelineStats* stats = nullptr);
   PipelinedSource(const PipelinedSource&) = delete;
   PipelinedSource& operator=(const PipelinedSource&) = delete;
   // Requests still outstanding stay in the session's tables; their answers
@@ -79,17 +79,10 @@ class PipelinedSource : public WalkSource {
   // the answers come in the planned order; a request the plan did not foresee
   // abandons the plan (see above). Transport failures are raised where they
   // are met; a request's own failure (its answer cannot be decoded) is raised
-  // when that request is asked for.
-  std::shared_ptr<client::Select> select(const std::string& startId,
-                                         const std::string& pattern) override;
-  std::shared_ptr<client::GetData> history(const std::string& objectId,
-                                           const std::string& indexName) override;
-
-  // Starts planning for export_object(root, ..., isRootExport, false) with
-  // the filter, history flag and session of export_state(), read now: call
-  // it right before the walk, once export_state() holds what the walk will
-  // read. `root` is only read during the call. Sends the first requests.
-  void walk_starts(const client::ResultObject& root, bool isRootExport);
+  // when that request is taken.
+  std::shared_ptr<client::Request> take(const WalkRequest& request) override;
+  // Starts planning the walk of `root` and sends the first requests.
+  void walk_starts(const Visit& root) override;
 
  private:
   class Planner;

@@ -166,18 +166,12 @@ class ProgressScope::CountingSource : public WalkSource {
  public:
   CountingSource(WalkSource& inner, ProgressDisplay& display) : inner_(inner), display_(display) {}
 
-  std::shared_ptr<client::Select> select(const std::string& startId,
-                                         const std::string& pattern) override {
-    std::shared_ptr<client::Select> answer = inner_.select(startId, pattern);
+  std::shared_ptr<client::Request> take(const WalkRequest& request) override {
+    std::shared_ptr<client::Request> answer = inner_.take(request);
     display_.request_answered();
     return answer;
   }
-  std::shared_ptr<client::GetData> history(const std::string& objectId,
-                                           const std::string& indexName) override {
-    std::shared_ptr<client::GetData> answer = inner_.history(objectId, indexName);
-    display_.request_answered();
-    return answer;
-  }
+  void walk_starts(const Visit& root) override { inner_.walk_starts(root); }
 
  private:
   WalkSource& inner_;
@@ -199,27 +193,26 @@ class ProgressScope::CountingStream : public OutStream {
   ProgressDisplay& display_;
 };
 
-ProgressScope::ProgressScope(bool enabled, std::ostream& err, bool terminal) {
-  if (!enabled) return;
-  ExportState& state = export_state();
-  display_ = std::make_unique<ProgressDisplay>(err, terminal);
-  previousEvents_ = state.events;
-  previousErr_ = state.err;
-  state.events = display_.get();
-  state.err = &display_->notices();
+ProgressScope::ProgressScope(bool enabled, std::ostream& err, bool terminal)
+    : err_(err), marks_(err) {
+  if (enabled) display_ = std::make_unique<ProgressDisplay>(err, terminal);
 }
 
-ProgressScope::~ProgressScope() {
-  if (display_ == nullptr) return;
-  ExportState& state = export_state();
-  state.events = previousEvents_;
-  state.err = previousErr_;
+ProgressScope::~ProgressScope() = default;
+
+WalkEvents& ProgressScope::events() {
+  if (display_ == nullptr) return marks_;
+  return *display_;
 }
 
-WalkSource* ProgressScope::watch(WalkSource* source) {
+std::ostream& ProgressScope::notices() {
+  return display_ == nullptr ? err_ : display_->notices();
+}
+
+WalkSource& ProgressScope::watch(WalkSource& source) {
   if (display_ == nullptr) return source;
-  source_ = std::make_unique<CountingSource>(*source, *display_);
-  return source_.get();
+  source_ = std::make_unique<CountingSource>(source, *display_);
+  return *source_;
 }
 
 OutStream& ProgressScope::watch(OutStream& stream) {

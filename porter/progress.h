@@ -7,8 +7,8 @@
 // the previous one) at most every kTerminalInterval; elsewhere a plain line is
 // written at most every kPlainInterval. finish() writes the totals.
 //
-// ProgressScope installs a display for one export and puts everything back
-// when it ends; disabled, it changes nothing and the walk writes its marks.
+// ProgressScope chooses, for one export, between a display and the walk's
+// marks.
 #ifndef TALVIX_PORTER_PROGRESS_H_
 #define TALVIX_PORTER_PROGRESS_H_
 
@@ -19,8 +19,9 @@
 #include <ostream>
 #include <string>
 
-#include "porter/export_state.h"
 #include "porter/out_stream.h"
+#include "porter/walk_events.h"
+#include "porter/walk_source.h"
 
 namespace porter {
 
@@ -93,36 +94,39 @@ std::string format_bytes(uint64_t bytes);
 // "H:MM:SS" of whole seconds.
 std::string format_elapsed(std::chrono::nanoseconds elapsed);
 
-// A live display for one export, installed in export_state() (events and
-// notice stream) from construction to destruction. When `enabled` is false
-// nothing is installed and watch() hands back what it was given.
+// The progress of one export: with `enabled` a live display, otherwise the
+// walk's progress marks on the error stream.
 class ProgressScope {
  public:
   // `err` must outlive the scope.
   ProgressScope(bool enabled, std::ostream& err, bool terminal);
   ProgressScope(const ProgressScope&) = delete;
   ProgressScope& operator=(const ProgressScope&) = delete;
-  // Restores the events and the error stream that were installed before.
   ~ProgressScope();
 
-  // A source that counts the answers of `source`; `source` must outlive the
-  // scope. The result stays valid as long as the scope.
-  WalkSource* watch(WalkSource* source);
-  // A stream that counts the bytes written to `stream` (which must outlive
-  // the scope); valid as long as the scope.
+  // Where the walk reports: the display or the marks. Valid as long as the
+  // scope.
+  WalkEvents& events();
+  // Where the export's notices go: the display's notice stream, or `err`.
+  std::ostream& notices();
+  // A source that counts the answers of `source` for the display, or
+  // `source` itself; `source` must outlive the scope, and so does the result.
+  WalkSource& watch(WalkSource& source);
+  // A stream that counts the bytes written to `stream` for the display, or
+  // `stream` itself; `stream` must outlive the scope, and so does the result.
   OutStream& watch(OutStream& stream);
-  // Writes the totals line (nothing when disabled).
+  // Writes the totals line (nothing without a display).
   void finish();
 
  private:
   class CountingSource;
   class CountingStream;
 
+  std::ostream& err_;
+  ProgressMarks marks_;
   std::unique_ptr<ProgressDisplay> display_;
   std::unique_ptr<CountingSource> source_;
   std::unique_ptr<CountingStream> stream_;
-  WalkEvents* previousEvents_ = nullptr;
-  std::ostream* previousErr_ = nullptr;
 };
 
 }  // namespace porter

@@ -1,17 +1,7 @@
 // The command-line front of talvix-exporter: scans and checks the options,
 // asks for the password, runs the export and turns every failure into a
-// message on the error stream and an exit code.
-//
-// main() is this function with the real collaborators:
-//
-//   int main(int argc, char** argv) {
-//     return porter::run_command_line(argc, argv, [](const porter::RunSettings& s) {
-//       porter::XMLExport prototype(<element kind Object>);
-//       export_database(s.server, s.port, s.login, s.password, s.loginDomain,
-//                       s.exportDomain, s.outputFileName, prototype, s.classFilter,
-//                       s.history, s.gzip);
-//     }, std::cerr);
-//   }
+// message on the error stream and an exit code. main() (porter/main.cpp)
+// runs it with export_database() as the driver.
 #ifndef TALVIX_PORTER_RUN_H_
 #define TALVIX_PORTER_RUN_H_
 

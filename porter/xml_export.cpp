@@ -17,29 +17,7 @@ namespace porter {
 
 namespace {
 
-// Shared by every exporter: elements nest across exporter objects.
-int32_t g_depth = 0;
-
 constexpr std::string_view kIndentUnit = "  ";
-
-constexpr std::string_view kElementNames[] = {"Property", "Object", "Meta", "Unknown", "Data"};
-
-constexpr std::string_view kAttribNames[] = {
-    "id",    "type",     "datatype", "name",        "value",     "version", "exporter",
-    "start", "end",      "max",      "avg",         "min",       "ngood",   "nbad",
-    "time",  "severity", "message",  "description", "timestamp", "mask"};
-
-std::string_view element_name(ElementKind kind) {
-  const auto index = static_cast<uint32_t>(kind);
-  if (index >= std::size(kElementNames)) {
-    util::assert_failed("Unknown element kind " + util::int_to_string(static_cast<int32_t>(kind)));
-  }
-  return kElementNames[index];
-}
-
-void append_indent(std::string& out) {
-  for (int32_t i = 0; i < g_depth; ++i) out += kIndentUnit;
-}
 
 // Times in the document are always written in UTC.
 std::string utc_time(int64_t time) { return util::iso_time2str(time, util::TimeZone(0)); }
@@ -271,14 +249,54 @@ void append_incident_row(const IncidentRow& row, std::string& out) {
 
 int64_t XMLExport::system_clock() { return static_cast<int64_t>(time(nullptr)); }
 
-XMLExport::XMLExport(ElementKind kind, std::ostream& err, Clock clock)
-    : PortBase(kind), err_(&err), clock_(clock) {}
+XMLExport::XMLExport(OutStream& out, std::ostream& err, Clock clock)
+    : out_(out), err_(err), clock_(clock) {}
 
-std::unique_ptr<ExportBase> XMLExport::create(ElementKind kind) const {
-  return std::make_unique<XMLExport>(kind, *err_, clock_);
+void XMLExport::indent(std::string& text) const {
+  for (int32_t i = 0; i < depth_; ++i) text += kIndentUnit;
 }
 
-int XMLExport::addProperty(const protocol::Property& property) {
+void XMLExport::writeHeader() {
+  const int64_t now = clock_();
+  out_.write("<?xml version=\"1.0\"?>\n");
+  out_.write("<Meta version=\"1.0\" description=\"Talvix exported database\" ");
+  out_.write("timestamp=\"" + utc_time(now) + "\">\n");
+  out_.write("</Meta>");
+}
+
+void XMLExport::openObject(std::string_view type, std::string_view id) {
+  std::string text;
+  indent(text);
+  text += "<Object id=\"";
+  escape(id, text);
+  text += "\" type=\"";
+  escape(type, text);
+  text += "\">\n";
+  out_.write(text);
+  ++depth_;
+}
+
+void XMLExport::openSeries(std::string_view indexName, std::string_view datatype) {
+  std::string text;
+  indent(text);
+  text += "<Object id=\"";
+  escape(indexName, text);
+  text += "\" type=\"Data\" datatype=\"";
+  escape(datatype, text);
+  text += "\">\n";
+  out_.write(text);
+  ++depth_;
+}
+
+void XMLExport::closeObject() {
+  --depth_;
+  std::string text;
+  indent(text);
+  text += "</Object>\n";
+  out_.write(text);
+}
+
+bool XMLExport::writeProperty(const protocol::Property& property) {
   const uint32_t word = property.type;
   std::string type;
   std::string value;
@@ -291,59 +309,24 @@ int XMLExport::addProperty(const protocol::Property& property) {
     type += "Enumeration(";
     type += util::uint_to_string(word & 0xffffu);
     type += ')';
-  } else if (render_value(property, word & protocol::kPropTypeMask, *err_, type, value) != 0) {
-    return 1;
+  } else if (render_value(property, word & protocol::kPropTypeMask, err_, type, value) != 0) {
+    return false;
   }
   if (property.name.empty()) throw util::EFatal("Property resolved empty name");
-  setAttribute(Attrib::Type, std::move(type));
-  setAttribute(Attrib::Name, property.name);
-  setAttribute(Attrib::Value, std::move(value));
-  return 0;
-}
-
-void XMLExport::startTag(std::string& out) const {
-  append_indent(out);
-  out += '<';
-  out += element_name(kind);
-  for (const auto& [id, value] : attributes) {
-    out += ' ';
-    out += attrib2str(id);
-    out += "=\"";
-    escape(value, out);
-    out += '"';
-  }
-}
-
-void XMLExport::open(OutStream& stream) {
   std::string text;
-  startTag(text);
-  text += ">\n";
-  stream.write(text);
-  ++g_depth;
+  indent(text);
+  text += "<Property type=\"";
+  escape(type, text);
+  text += "\" name=\"";
+  escape(property.name, text);
+  text += "\" value=\"";
+  escape(value, text);
+  text += "\"/>\n";
+  out_.write(text);
+  return true;
 }
 
-void XMLExport::close(OutStream& stream) {
-  --g_depth;
-  std::string text;
-  append_indent(text);
-  text += "</";
-  text += element_name(kind);
-  text += ">\n";
-  stream.write(text);
-}
-
-void XMLExport::writeLeaf(OutStream& stream) {
-  if (kind != ElementKind::Property) {
-    throw util::EFatal("Cannot stream a container portnode. got " +
-                       util::int_to_string(static_cast<int32_t>(kind)));
-  }
-  std::string text;
-  startTag(text);
-  text += "/>\n";
-  stream.write(text);
-}
-
-void XMLExport::writeData(OutStream& stream, int32_t datatype, const Rows& rows) {
+void XMLExport::writeData(int32_t datatype, const Rows& rows) {
   if (datatype != kSawtooth && datatype != kEnum && datatype != kIncidents &&
       datatype != kContinuous && datatype != kAccumulation) {
     throw util::EFatal("Got unknown datatype for rows [" + util::int_to_string(datatype) + "]");
@@ -352,7 +335,7 @@ void XMLExport::writeData(OutStream& stream, int32_t datatype, const Rows& rows)
   std::string line;
   for (const auto& row : rows) {
     line.clear();
-    append_indent(line);
+    indent(line);
     switch (datatype) {
       case kContinuous:
       case kSawtooth:
@@ -375,25 +358,8 @@ void XMLExport::writeData(OutStream& stream, int32_t datatype, const Rows& rows)
         break;
       }
     }
-    stream.write(line);
+    out_.write(line);
   }
-}
-
-void XMLExport::writeHeader(OutStream& stream, const client::ResultObject*) {
-  const int64_t now = clock_();
-  stream.write("<?xml version=\"1.0\"?>\n");
-  stream.write("<Meta version=\"1.0\" description=\"Talvix exported database\" ");
-  stream.write("timestamp=\"" + utc_time(now) + "\">\n");
-  stream.write("</Meta>");
-}
-
-void XMLExport::writeFooter(OutStream&, const client::ResultObject*) {}
-
-std::string_view XMLExport::attrib2str(int32_t id) {
-  if (id < 0 || static_cast<size_t>(id) >= std::size(kAttribNames)) {
-    throw util::EFatal("Got unknown attrib type in attrib2str: " + util::int_to_string(id));
-  }
-  return kAttribNames[id];
 }
 
 void XMLExport::escape(std::string_view value, std::string& out) {
@@ -410,6 +376,5 @@ void XMLExport::escape(std::string_view value, std::string& out) {
   out.append(value, plainStart, std::string_view::npos);
 }
 
-int32_t XMLExport::depth() { return g_depth; }
 
 }  // namespace porter

@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <functional>
+#include <iostream>
 #include <sstream>
 
 #include "porter/out_stream.h"
@@ -50,11 +51,12 @@ Make encoded(uint32_t type, T value, std::string name = "p") {
 
 class XMLExportTest : public testing::Test {
  protected:
-  void TearDown() override { EXPECT_EQ(XMLExport::depth(), 0) << "unbalanced open/close"; }
+  void TearDown() override { EXPECT_EQ(writer_.depth(), 0) << "unbalanced open/close"; }
 
   std::ostringstream doc_;
+  std::ostringstream err_;
   porter::CPPOutStream stream_{doc_};
-  XMLExport prototype_{porter::ElementKind::Object};
+  XMLExport writer_{stream_, err_};
 };
 
 TEST(XMLEscapeTest, ControlAndHighOctetsBecomeReferencesPunctuationStays) {
@@ -68,26 +70,25 @@ TEST(XMLEscapeTest, ControlAndHighOctetsBecomeReferencesPunctuationStays) {
 }
 
 // Values the stand-in server cannot send or the documents do not show.
-TEST(XMLPropertyTest, RendersEdgeValues) {
-  const struct { Make make; const char *type, *value; } cases[] = {
-      {raw<protocol::RealProp>(4, std::nan("")), "Real", "nan"},
-      {encoded(10, 7u), "Index", "7"},
-      {raw<protocol::UnsignedIntListProp>(14, std::vector<uint32_t>{}), "GidList", ""},
-      {encoded(0xBFFFF, 0u), "Const Computed Enumeration(65535)", "0"},
+TEST_F(XMLExportTest, RendersEdgeValues) {
+  const struct { Make make; const char* line; } cases[] = {
+      {raw<protocol::RealProp>(4, std::nan("")), "<Property type=\"Real\" name=\"p\" value=\"nan\"/>\n"},
+      {encoded(10, 7u), "<Property type=\"Index\" name=\"p\" value=\"7\"/>\n"},
+      {raw<protocol::UnsignedIntListProp>(14, std::vector<uint32_t>{}),
+       "<Property type=\"GidList\" name=\"p\" value=\"\"/>\n"},
+      {encoded(0xBFFFF, 0u, "<&>"),
+       "<Property type=\"Const Computed Enumeration(65535)\" name=\"&#60;&#38;&#62;\" value=\"0\"/>\n"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.type);
-    std::ostringstream err;
-    XMLExport e(porter::ElementKind::Property, err);
-    PropertyPtr p = c.make();
-    ASSERT_EQ(e.addProperty(*p), 0);
-    const std::map<int32_t, std::string> expected = {{1, c.type}, {3, p->name}, {4, c.value}};
-    EXPECT_EQ(e.attributes, expected);
-    EXPECT_EQ(err.str(), "");
+    SCOPED_TRACE(c.line);
+    doc_.str("");
+    EXPECT_TRUE(writer_.writeProperty(*c.make()));
+    EXPECT_EQ(doc_.str(), c.line);
   }
+  EXPECT_EQ(err_.str(), "");
 }
 
-TEST(XMLPropertyTest, UnrenderablePropertiesFailWithTheirMessage) {
+TEST_F(XMLExportTest, UnrenderablePropertiesFailWithTheirMessageOrAreLeftOut) {
   const std::pair<Make, const char*> cases[] = {
       {raw<protocol::StringProp>(0, std::string("x")), "Unknown property 0 :  = "},
       {raw<protocol::StringProp>(0xA0010, std::string("x")),
@@ -100,41 +101,39 @@ TEST(XMLPropertyTest, UnrenderablePropertiesFailWithTheirMessage) {
          return p;
        },
        "Null given for integer property: count"},
+      {raw<protocol::StringProp>(0x80009, std::string("x")), ""},  // type 9: left out
   };
   for (const auto& [make, message] : cases) {
     SCOPED_TRACE(message);
-    XMLExport e(porter::ElementKind::Property);
     PropertyPtr p = make();
-    EXPECT_EQ(peer::errorText<util::Exception>([&] { e.addProperty(*p); }), message);
-    EXPECT_TRUE(e.attributes.empty());
+    if (*message == '\0') {
+      EXPECT_FALSE(writer_.writeProperty(*p));
+    } else {
+      EXPECT_EQ(peer::errorText<util::Exception>([&] { writer_.writeProperty(*p); }), message);
+    }
   }
+  EXPECT_EQ(doc_.str(), "");
 }
 
-TEST_F(XMLExportTest, KindsWithoutDocumentUseKeepTheirNamesAndAttributeOrder) {
-  for (const auto& [kind, name] : {std::pair{porter::ElementKind::Unknown, "Unknown"},
-                                   std::pair{porter::ElementKind::Data, "Data"}}) {
-    doc_.str("");
-    auto e = prototype_.create(kind);
-    e->setAttribute(porter::Attrib::Mask, "m");
-    e->setAttribute(porter::Attrib::Value, "<v>");
-    e->open(stream_);
-    e->close(stream_);
-    EXPECT_EQ(doc_.str(),
-              std::string("<") + name + " value=\"&#60;v&#62;\" mask=\"m\">\n</" + name + ">\n");
-  }
-}
-
-TEST_F(XMLExportTest, MisusedElementsFailWithoutWriting) {
-  auto container = prototype_.create(porter::ElementKind::Meta);
-  EXPECT_EQ(peer::errorText<util::Exception>([&] { container->writeLeaf(stream_); }),
-            "Cannot stream a container portnode. got 2");
-  auto unknownAttribute = prototype_.create(porter::ElementKind::Object);
-  unknownAttribute->attributes[20] = "x";
-  EXPECT_EQ(peer::errorText<util::Exception>([&] { unknownAttribute->open(stream_); }),
-            "Got unknown attrib type in attrib2str: 20");
-  EXPECT_EQ(XMLExport::depth(), 0);
+TEST_F(XMLExportTest, NestingIsTheWritersOwnAndAnUnknownDatatypeWritesNothing) {
+  XMLExport other(stream_, err_);
+  writer_.openObject("Node", "n<1>");
+  writer_.openSeries("load", "continuous");
+  other.openObject("Domain", "d");
+  EXPECT_EQ(other.depth(), 1);
+  other.closeObject();
+  writer_.closeObject();
+  writer_.closeObject();
+  EXPECT_EQ(doc_.str(),
+            "<Object id=\"n&#60;1&#62;\" type=\"Node\">\n"
+            "  <Object id=\"load\" type=\"Data\" datatype=\"continuous\">\n"
+            "<Object id=\"d\" type=\"Domain\">\n"
+            "</Object>\n"
+            "  </Object>\n"
+            "</Object>\n");
+  doc_.str("");
   XMLExport::Rows noRows;
-  EXPECT_EQ(peer::errorText<util::Exception>([&] { prototype_.writeData(stream_, 7, noRows); }),
+  EXPECT_EQ(peer::errorText<util::Exception>([&] { writer_.writeData(7, noRows); }),
             "Got unknown datatype for rows [7]");
   EXPECT_EQ(doc_.str(), "");
 }
@@ -155,7 +154,7 @@ std::unique_ptr<protocol::DataInterval> measure(double value, uint32_t ngood) {
 TEST_F(XMLExportTest, RowOfNotANumberAndTheLargestCount) {
   XMLExport::Rows rows;
   rows.push_back(measure<protocol::DataIntervalContinuous>(std::nan(""), 4294967295u));
-  prototype_.writeData(stream_, 5, rows);
+  writer_.writeData(5, rows);
   EXPECT_EQ(doc_.str(),
             "<Data start=\"1970-01-01-T00:00:00\" end=\"1970-01-01-T00:00:01\" max=\"nan\" "
             "avg=\"nan\" min=\"nan\" ngood=\"4294967295\" nbad=\"0\"/>\n");
@@ -164,17 +163,17 @@ TEST_F(XMLExportTest, RowOfNotANumberAndTheLargestCount) {
 TEST(XMLExportDeathTest, ARecordOfAnotherClassEndsTheProcess) {
   std::ostringstream doc;
   porter::CPPOutStream stream(doc);
-  XMLExport e(porter::ElementKind::Object);
+  XMLExport e(stream, std::cerr);
   auto one = [](std::unique_ptr<protocol::DataInterval> row) {
     XMLExport::Rows rows;
     rows.push_back(std::move(row));
     return rows;
   };
-  EXPECT_DEATH(e.writeData(stream, 5, one(measure<protocol::DataIntervalSawtooth>(0, 0))),
+  EXPECT_DEATH(e.writeData(5, one(measure<protocol::DataIntervalSawtooth>(0, 0))),
                "Assertion failed: Error in data format");
-  EXPECT_DEATH(e.writeData(stream, 4, one(std::make_unique<protocol::DataInterval>())),
+  EXPECT_DEATH(e.writeData(4, one(std::make_unique<protocol::DataInterval>())),
                "Assertion failed: Error in data format");
-  EXPECT_DEATH(e.writeData(stream, 2, one(measure<protocol::DataIntervalContinuous>(0, 0))),
+  EXPECT_DEATH(e.writeData(2, one(measure<protocol::DataIntervalContinuous>(0, 0))),
                "Assertion failed: checked_cast failed");
 }
 

@@ -3,12 +3,8 @@
 #include <filesystem>
 #include <sstream>
 
-#include "net/timed_connection.h"
 #include "porter/export_database.h"
-#include "porter/export_state.h"
-#include "porter/out_stream.h"
 #include "porter/run.h"
-#include "porter/xml_export.h"
 #include "server/database_json.h"
 #include "server/generator.h"
 #include "util/error.h"
@@ -103,40 +99,25 @@ Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t dept
 
   Outcome outcome;
   std::ostringstream document, errors;
+  porter::ExportEnvironment environment;
+  environment.standardOutput = &document;
+  environment.errorStream = &errors;
+  environment.errorIsTerminal = errorIsTerminal;
+  environment.clock = fixed_clock;
+  environment.pipelineStats = &outcome.stats;
   outcome.exitCode = porter::run_command_line(
       static_cast<int>(line.size()), argv.data(),
       [&](const porter::RunSettings& s) {
-        const porter::XMLExport prototype(porter::ElementKind::Object, porter::export_notices(),
-                                          fixed_clock);
-        porter::ExportEnvironment environment;
-        environment.standardOutput = &document;
-        environment.errorStream = &errors;
-        environment.errorIsTerminal = errorIsTerminal;
-        environment.extra = s.extra;
-        environment.pipelineStats = &outcome.stats;
-        if (s.extra.timeout > 0)
-          environment.connector = net::timedConnectionFactory(s.extra.timeout);
         try {
-          porter::export_database(s.server, s.port, s.login, s.password, s.loginDomain,
-                                  s.exportDomain, s.outputFileName, prototype, s.classFilter,
-                                  s.history, s.gzip, environment);
+          porter::export_database(s, environment);
         } catch (const util::Exception& e) {
           outcome.failure = e.text();
           throw;
         }
       },
       errors);
-  porter::export_state().err = &std::cerr;
   outcome.document = document.str();
   outcome.errors = errors.str();
-
-  // A failed export leaves the elements it opened open, and the XML nesting
-  // depth is the process's: close them so the next run starts at the left.
-  std::ostringstream scratch;
-  porter::CPPOutStream scratchStream(scratch);
-  const porter::XMLExport closer(porter::ElementKind::Object, scratch, fixed_clock);
-  while (porter::XMLExport::depth() > 0)
-    closer.create(porter::ElementKind::Object)->close(scratchStream);
   return outcome;
 }
 

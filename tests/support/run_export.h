@@ -28,9 +28,7 @@ constexpr uint32_t kSequential = 0;
 
 // Runs "talvix-exporter -s 127.0.0.1 -p port -l admin -P secret" with `args`
 // after the login, and -o pipeline=`depth` unless depth is kSequential. The
-// Meta timestamp is always that of 2008-03-01 00:00:00 UTC. Elements a failed
-// export left open are closed afterwards (into a scratch stream), so runs can
-// follow each other in one process.
+// Meta timestamp is always that of 2008-03-01 00:00:00 UTC.
 Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t depth = kSequential,
                      bool errorIsTerminal = false);
 
