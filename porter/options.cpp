@@ -4,10 +4,6 @@
 
 namespace porter {
 
-int option_index = 1;
-
-void reset_option_scanner() { option_index = 1; }
-
 namespace {
 
 bool is_option_argument(const char* arg) { return arg[0] == '-' || arg[0] == '/'; }
@@ -18,20 +14,18 @@ bool is_graphic(char c) { return c > ' ' && c < 0x7f; }
 
 }  // namespace
 
-int next_option(int argc, char** argv, const char* optionString,
-                std::optional<std::string>& value) {
+int OptionScanner::next(std::optional<std::string>& value) {
   value.reset();
-  if (option_index < 1) option_index = 1;
-  if (option_index >= argc) return kOptionsEnd;
+  if (index_ >= argc_) return kOptionsEnd;
 
-  const char* arg = argv[option_index++];
+  const char* arg = argv_[index_++];
   if (!is_option_argument(arg)) {
     value = arg;
     return kNotAnOption;
   }
 
   const char letter = arg[1];
-  const char* entry = is_graphic(letter) ? std::strchr(optionString, letter) : nullptr;
+  const char* entry = is_graphic(letter) ? std::strchr(optionString_, letter) : nullptr;
   if (entry == nullptr) {
     value = arg;
     return kUnknownOption;
@@ -40,8 +34,8 @@ int next_option(int argc, char** argv, const char* optionString,
   if (entry[1] == ':') {
     if (arg[2] != '\0') {
       value = arg + 2;
-    } else if (option_index < argc && !is_option_argument(argv[option_index])) {
-      value = argv[option_index++];
+    } else if (index_ < argc_ && !is_option_argument(argv_[index_])) {
+      value = argv_[index_++];
     }
   }
   return static_cast<unsigned char>(letter);

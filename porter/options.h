@@ -19,28 +19,35 @@ namespace porter {
 // The options of talvix-exporter.
 inline constexpr char kOptionString[] = "i:I:t:s:o:d:e:l:p:P:f:chz";
 
-// Index of the next argument next_option() examines. Process-wide; starts
-// at 1 (argv[0] is the program name).
-extern int option_index;
-
-// Sets option_index back to 1 so that a new argument list can be scanned.
-void reset_option_scanner();
-
-// Results of next_option() besides an option letter.
+// Results of OptionScanner::next() besides an option letter.
 inline constexpr int kOptionsEnd = 0;       // every argument has been examined
 inline constexpr int kUnknownOption = -1;   // value = the whole argument
 inline constexpr int kNotAnOption = 1;      // value = the argument (no '-' or '/')
 
-// Examines argv[option_index] against `optionString` and returns the option
-// letter, or one of the results above. For a letter that takes a value,
-// `value` is that value or std::nullopt when none was written; for a letter
-// without value it is std::nullopt and the rest of the argument is ignored
-// (-cz is -c). option_index moves past the argument and a consumed value,
-// also for kUnknownOption and kNotAnOption, so repeated calls always end.
-// Any argc/argv a process can receive is accepted; argv entries below argc
-// must be non-null.
-int next_option(int argc, char** argv, const char* optionString,
-                std::optional<std::string>& value);
+// Scans one argument list, from argv[1] on. Any argc/argv a process can
+// receive is accepted; argv entries below argc must be non-null and, like
+// `optionString`, must outlive the scanner.
+class OptionScanner {
+ public:
+  OptionScanner(int argc, char** argv, const char* optionString)
+      : argc_(argc), argv_(argv), optionString_(optionString) {}
+
+  // Examines the next argument and returns the option letter, or one of the
+  // results above. For a letter that takes a value, `value` is that value or
+  // std::nullopt when none was written; for a letter without value it is
+  // std::nullopt and the rest of the argument is ignored (-cz is -c). The
+  // scanner moves past the argument and a consumed value, also for
+  // kUnknownOption and kNotAnOption, so repeated calls always end.
+  int next(std::optional<std::string>& value);
+  // The index of the next argument to examine.
+  int index() const { return index_; }
+
+ private:
+  const int argc_;
+  char** const argv_;
+  const char* const optionString_;
+  int index_ = 1;
+};
 
 // Everything the command line decides about one export run. Defaults are
 // those of a run without options.

@@ -25,10 +25,10 @@ class CommandLine {
   // ends during scanning, std::nullopt when it goes on. Throws the parse
   // error of a bad -p value.
   std::optional<int> scan() {
-    reset_option_scanner();
+    OptionScanner scanner(argc_, argv_, kOptionString);
     std::optional<std::string> value;
     for (;;) {
-      int letter = next_option(argc_, argv_, kOptionString, value);
+      int letter = scanner.next(value);
       if (letter == kOptionsEnd) return std::nullopt;
 
       if (!value && letter != 'c' && letter != 'h' && letter != 'z') {

@@ -23,9 +23,9 @@ using ExportDriver = std::function<void(const RunSettings&)>;
 // error text on failure (see read_console_password()).
 using PasswordReader = std::function<const char*(char* buffer, size_t size, const char* prompt)>;
 
-// The body of main(). Scans argv from option_index 1 (resetting the scanner
-// first), checks the settings, asks `readPassword` for the password when no
-// -P was given, and calls `exportDatabase` at most once. Every message and
+// The body of main(). Scans argv from argv[1] on, checks the settings, asks
+// `readPassword` for the password when no -P was given, and calls
+// `exportDatabase` at most once. Every message and
 // progress line goes to `err`; nothing is written to standard output here.
 // Returns the process exit code: 0 after a finished export or -h, 1 after any
 // failure. Exceptions of the util::Exception family are reported and give

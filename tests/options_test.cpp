@@ -33,16 +33,16 @@ TEST_P(NextOptionTest, ScansArgumentsInOrder) {
   argv.push_back(nullptr);
   const int argc = static_cast<int>(storage.size());
 
-  reset_option_scanner();
+  OptionScanner scanner(argc, argv.data(), kOptionString);
   std::vector<Step> got;
   std::optional<std::string> value;
   // Bounded: a scanner that stops advancing fails instead of hanging.
   for (int i = 0; i < 20; ++i) {
-    got.emplace_back(next_option(argc, argv.data(), kOptionString, value), value);
+    got.emplace_back(scanner.next(value), value);
     if (got.back().first == kOptionsEnd) break;
   }
   EXPECT_EQ(got, GetParam().steps);
-  EXPECT_EQ(option_index, argc);
+  EXPECT_EQ(scanner.index(), argc);
 }
 
 const ScanCase kScanCases[] = {
