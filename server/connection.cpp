@@ -106,6 +106,7 @@ void Connection::serve() {
     }
     const Clock::time_point due = Clock::now() + std::chrono::milliseconds(faults.delayMs);
     ++requests;
+    if (shared_->options.onRequest) shared_->options.onRequest(*request);
     if (faults.closeAtRequest != 0 && requests == faults.closeAtRequest) break;
     if (faults.malformedAtRequest != 0 && requests == faults.malformedAtRequest) {
       writer.submit(malformed_reply(), due);

@@ -6,8 +6,13 @@
 
 #include <cstdint>
 #include <optional>
+#include <functional>
 #include <string>
 #include <vector>
+
+namespace protocol {
+class Request;
+}
 
 namespace server {
 
@@ -43,6 +48,9 @@ struct ServerOptions {
   uint16_t port = 0;         // 0: any free port
   HandshakeOptions handshake;
   FaultOptions faults;
+  // In-process servers only: sees every request of a logged-in client, on
+  // the connection's thread, before it is answered. Must be thread-safe.
+  std::function<void(const protocol::Request&)> onRequest;
 };
 
 // The outcome of reading the command line.
