@@ -60,14 +60,16 @@ DocumentOutput::DocumentOutput(const std::string& fileName, bool gzip,
       stream_ = std::move(compressed);
       return;
     }
-    if (fileName.empty()) {
-      plain_ = &standardOutput;
-    } else {
+    std::ostream* plain = &standardOutput;
+    if (!fileName.empty()) {
       file_ = std::make_unique<std::ofstream>(path, std::ios::out | std::ios::trunc);
       if (!*file_) throw error::EFatal("Error opening: " + path + ": " + last_error_text());
-      plain_ = file_.get();
+      plain = file_.get();
     }
-    stream_ = std::make_unique<CPPOutStream>(*plain_);
+    auto forwarding =
+        std::make_unique<CPPOutStream>(*plain, fileName.empty() ? "standard output" : fileName);
+    plain_ = forwarding.get();
+    stream_ = std::move(forwarding);
   } catch (...) {
     discard();
     throw;
@@ -83,32 +85,44 @@ void DocumentOutput::close() {
     close_atomic();
     return;
   }
-  if (plain_ != nullptr) plain_->flush();
-  if (backgroundGzip_ != nullptr) backgroundGzip_->finish();
-  file_.reset();
-  stream_.reset();
+  if (stream_ == nullptr) return;  // closed before
+  try {
+    complete_stream();
+  } catch (...) {
+    discard();
+    throw;
+  }
+  discard();
+}
+
+void DocumentOutput::complete_stream() {
+  if (backgroundGzip_ != nullptr) {
+    backgroundGzip_->close();
+  } else if (gzip_ != nullptr) {
+    gzip_->close();
+  } else {
+    plain_->flush();
+    if (file_ != nullptr) {
+      errno = 0;
+      file_->close();
+      if (file_->fail()) {
+        throw error::EFatal("Error writing: " + fileName_ + ": " +
+                            (errno != 0 ? last_error_text() : std::string("close failed")));
+      }
+    }
+  }
 }
 
 void DocumentOutput::close_atomic() {
   if (tempName_.empty()) return;  // closed before
   try {
-    if (backgroundGzip_ != nullptr) {
-      backgroundGzip_->close();
-    } else if (gzip_ != nullptr) {
-      gzip_->close();
-    } else {
-      file_->flush();
-      if (file_->good()) file_->close();
-      if (!file_->good()) {
-        throw error::EFatal("Error writing: " + tempName_ + ": " + last_error_text());
-      }
-    }
+    complete_stream();
     if (::fsync(tempFd_) != 0) {
-      throw error::EFatal("Error writing: " + tempName_ + ": " + last_error_text());
+      throw error::EFatal("Error writing: " + fileName_ + ": " + last_error_text());
     }
     const int closed = ::close(tempFd_);
     tempFd_ = -1;
-    if (closed != 0) throw error::EFatal("Error writing: " + tempName_ + ": " + last_error_text());
+    if (closed != 0) throw error::EFatal("Error writing: " + fileName_ + ": " + last_error_text());
     if (std::rename(tempName_.c_str(), fileName_.c_str()) != 0) {
       throw error::EFatal("Error renaming " + tempName_ + " to " + fileName_ + ": " +
                           last_error_text());
@@ -130,6 +144,7 @@ void DocumentOutput::close_atomic() {
 
 void DocumentOutput::discard() {
   stream_.reset();
+  plain_ = nullptr;
   backgroundGzip_ = nullptr;
   gzip_ = nullptr;
   file_.reset();

@@ -36,6 +36,11 @@ class DocumentOutput {
   // Throws error::EFatal: "Error opening: <name>: <system text>" for a plain
   // file, "Couldn't open for writing gz-stream: <name>" for a gzip file.
   // `standardOutput` must outlive the object.
+  //
+  // Every write failure is thrown as error::EFatal as soon as it is seen: by
+  // a write of stream(), at the latest by close(). Plain file and standard
+  // output: "Error writing: <name>: <system text>" (<name> is "standard
+  // output" for it); gzip: GZOutStream's texts.
   DocumentOutput(const std::string& fileName, bool gzip, std::ostream& standardOutput,
                  const OutputOptions& options = OutputOptions());
   DocumentOutput(const DocumentOutput&) = delete;
@@ -49,14 +54,14 @@ class DocumentOutput {
   OutStream& stream() { return *stream_; }
 
   // Flushes a plain output, closes the file (a gzip file is completed).
-  // Atomic: every step is checked (stream state, flush, gzip close, fsync,
-  // rename) and a failure throws error::EFatal naming the file, after the
-  // temporary file was removed. In place, only the gzip compressor's write
-  // failures are raised (as a write of GZOutStream raises them); the rest is
-  // not checked.
+  // Every step is checked (flush, file close, gzip close; atomic also fsync
+  // and rename) and a failure throws error::EFatal naming the file;
+  // atomic, the temporary file was removed before and the target is as it
+  // was. Standard output is flushed, not closed.
   void close();
 
  private:
+  void complete_stream();
   void close_atomic();
   void discard();
 
@@ -64,7 +69,7 @@ class DocumentOutput {
   const bool atomic_;
   std::string tempName_;  // the temporary file while it exists (atomic only)
   int tempFd_ = -1;       // kept open to fsync the finished file (atomic only)
-  std::ostream* plain_ = nullptr;
+  CPPOutStream* plain_ = nullptr;  // the stream_ when it is standard output or a plain file
   std::unique_ptr<std::ofstream> file_;
   // The stream_ when it is a gzip file, of one kind or the other.
   BackgroundGZOutStream* backgroundGzip_ = nullptr;

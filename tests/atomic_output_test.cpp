@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <vector>
 
 #include "support/e2e_process.h"
+#include "support/error_text.h"
 #include "support/run_export.h"
 #include "support/server_harness.h"
 #include "util/error.h"
@@ -121,6 +123,53 @@ INSTANTIATE_TEST_SUITE_P(Kinds, AtomicOutputTest, testing::Bool(),
                          [](const testing::TestParamInfo<bool>& info) {
                            return info.param ? "gzip" : "plain";
                          });
+
+// Writes the disk refuses (/dev/full takes no byte) fail, in place, at the
+// write that meets them or at the latest at the close.
+struct FullDiskCase {
+  const char* name;
+  bool gzip, background, standardOutput;
+  size_t size;    // of the one text written
+  bool atWrite;   // the write fails, not only the close
+  std::string failure;
+};
+void PrintTo(const FullDiskCase& c, std::ostream* os) { *os << c.name; }
+
+const std::string kNoSpace = "/dev/full: No space left on device";
+
+class FullDiskTest : public testing::TestWithParam<FullDiskCase> {};
+
+TEST_P(FullDiskTest, FailsWithTheTargetAndTheSystemsText) {
+  const FullDiskCase& c = GetParam();
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
+  std::ofstream full("/dev/full");
+  std::ostringstream unused;
+  std::ostream& standardOutput = c.standardOutput ? static_cast<std::ostream&>(full) : unused;
+  DocumentOutput out(c.standardOutput ? "" : "/dev/full", c.gzip, standardOutput,
+                     OutputOptions{false, 0, c.background});
+  const std::string text(c.size, 'x');
+  if (c.atWrite) {
+    EXPECT_EQ(peer::errorText<error::EFatal>([&] { out.stream().write(text); }), c.failure);
+  } else {
+    out.stream().write(text);
+    EXPECT_EQ(peer::errorText<error::EFatal>([&] { out.close(); }), c.failure);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, FullDiskTest,
+    testing::Values(
+        FullDiskCase{"PlainAtTheFlush", false, false, false, 100, false, "Error writing: " + kNoSpace},
+        FullDiskCase{"PlainAtTheWrite", false, false, false, 1 << 20, true, "Error writing: " + kNoSpace},
+        FullDiskCase{"StandardOutputAtTheFlush", false, false, true, 100, false,
+                     "Error writing: standard output: No space left on device"},
+        FullDiskCase{"GzipAtTheClose", true, false, false, 100, false,
+                     "Error closing gz-stream: " + kNoSpace},
+        FullDiskCase{"GzipAtTheWrite", true, false, false, 1 << 20, true,
+                     "Error reading gz-stream: " + kNoSpace},
+        FullDiskCase{"BackgroundGzipAtTheClose", true, true, false, 100, false,
+                     "Error closing gz-stream: " + kNoSpace}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(AtomicOutputPlainTest, StandardOutputIgnoresTheSettingAndAMissingFolderFailsAtOpening) {
   std::ostringstream standardOutput;

@@ -5,6 +5,7 @@
 // rules, mostly in tests/data/e2e_types.xml for tests/data/e2e_types.json;
 // variants are cut from it by element id.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
@@ -289,6 +290,80 @@ TEST_F(TypesExport, RefusedLoginLeavesTheOutputFileUntouched) {
              1, "", "Exporting databaseFailed connecting to server localhost\nWrong username / password\n");
   EXPECT_EQ(e2e::read_file(dir.file("out.xml")), before);
 }
+
+// A disk that fills up: /dev/full takes no byte, a file size limit cuts the
+// file in its middle. The run ends with exit code 1, the target and the
+// system's text, never with "Done"; an atomic run leaves the previous export
+// as it was and nothing beside it.
+struct WriteFailureCase {
+  const char* name;
+  std::vector<std::string> args;
+  std::string message;  // "XXXXXX" stands for the temporary file's own suffix
+  bool standardOutputFull = false;
+  uint64_t fileSizeLimit = 0;
+  bool keepsPrevious = true;  // out.xml, the previous export, is left as it was
+};
+void PrintTo(const WriteFailureCase& c, std::ostream* os) { *os << c.name; }
+
+class WriteFailure : public TypesExport, public ::testing::WithParamInterface<WriteFailureCase> {};
+
+TEST_P(WriteFailure, EndsWithTheTargetAndTheSystemsText) {
+  const WriteFailureCase& c = GetParam();
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
+  TempDir dir;
+  const std::string previous = "<previous export/>\n";
+  e2e::write_file(dir.file("out.xml"), previous);
+  e2e::RunOptions options;
+  options.fileSizeLimit = c.fileSizeLimit;
+  if (c.standardOutputFull) options.standardOutput = "/dev/full";
+  const RunResult run = e2e::run_process(kExporter, concat(login_args(server_->port()), c.args),
+                                         dir.path(), kRunLimit, options);
+  ASSERT_FALSE(run.timedOut);
+  EXPECT_EQ(run.signal, 0);
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.err.find("Done"), std::string::npos) << run.err;
+  const std::string expected = "Error\n" + c.message + "\n";
+  ASSERT_GE(run.err.size(), expected.size()) << run.err;
+  std::string tail = run.err.substr(run.err.size() - expected.size());
+  if (const size_t suffix = expected.find("XXXXXX"); suffix != std::string::npos) {
+    tail.replace(suffix, 6, "XXXXXX");
+  }
+  EXPECT_EQ(tail, expected) << run.err;
+
+  EXPECT_EQ(e2e::read_file(dir.file("out.xml")) == previous, c.keepsPrevious);
+  if (!c.keepsPrevious) {
+    EXPECT_EQ(std::filesystem::file_size(dir.file("out.xml")), c.fileSizeLimit);
+  }
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    names.push_back(entry.path().filename());
+  }
+  EXPECT_EQ(names, std::vector<std::string>{"out.xml"});
+}
+
+const std::string kNoSpace = ": No space left on device";
+const std::string kTooLarge = ": File too large";
+
+INSTANTIATE_TEST_SUITE_P(
+    FullDisk, WriteFailure,
+    ::testing::Values(
+        WriteFailureCase{"File", {"-f/dev/full"}, "Error writing: /dev/full" + kNoSpace},
+        WriteFailureCase{"FilePipelined", {"-f/dev/full", "-o", "pipeline=16"},
+                         "Error writing: /dev/full" + kNoSpace},
+        WriteFailureCase{"Gzip", {"-z", "-f/dev/full"}, "Error closing gz-stream: /dev/full" + kNoSpace},
+        WriteFailureCase{"GzipPipelined", {"-z", "-f/dev/full", "-o", "pipeline=16"},
+                         "Error closing gz-stream: /dev/full" + kNoSpace},
+        WriteFailureCase{"StandardOutput", {}, "Error writing: standard output" + kNoSpace, true},
+        WriteFailureCase{"StandardOutputPipelined", {"-o", "pipeline=16"},
+                         "Error writing: standard output" + kNoSpace, true},
+        WriteFailureCase{"LimitedFile", {"-f", "out.xml"}, "Error writing: out.xml" + kTooLarge,
+                         false, 1000, false},
+        WriteFailureCase{"LimitedFileAtomic", {"-f", "out.xml", "-o", "atomic=1"},
+                         "Error writing: out.xml" + kTooLarge, false, 1000},
+        WriteFailureCase{"LimitedGzipAtomicPipelined",
+                         {"-z", "-f", "out.xml", "-o", "atomic=1,pipeline=16"},
+                         "Error closing gz-stream: out.xml.tmp-XXXXXX" + kTooLarge, false, 500}),
+    [](const ::testing::TestParamInfo<WriteFailureCase>& info) { return info.param.name; });
 
 TEST(Unreachable, ConnectionRefused) {
   const uint16_t port = e2e::unused_loopback_port();
