@@ -18,8 +18,14 @@
 namespace porter {
 
 struct OutputOptions {
-  // With a file name: write "<file>.tmp-XXXXXX" in the same folder, and
-  // rename it over the file in close(). Ignored for standard output.
+  // With a file name that names no file or a regular one: write
+  // "<file>.tmp-XXXXXX" (mode 0600) in the same folder, and rename it over
+  // the file in close(). A symbolic link is followed: the temporary file goes
+  // beside the file it leads to, which is replaced, and the link stays. The
+  // replacement gets the mode (and, where the process may set them, the owner
+  // and group) of the file it replaces, a new file the mode a plain export
+  // would give it. Any other target (FIFO, device, socket) and standard
+  // output are written in place as without the setting.
   bool atomic = false;
   int32_t level = -1;  // gzip level 0..9; -1 = zlib's default
   // Compress on a thread of its own (BackgroundGZOutStream) instead of in
@@ -54,8 +60,8 @@ class DocumentOutput {
   OutStream& stream() { return *stream_; }
 
   // Flushes a plain output, closes the file (a gzip file is completed).
-  // Every step is checked (flush, file close, gzip close; atomic also fsync
-  // and rename) and a failure throws error::EFatal naming the file;
+  // Every step is checked (flush, file close, gzip close; atomic also mode,
+  // fsync and rename) and a failure throws error::EFatal naming the file;
   // atomic, the temporary file was removed before and the target is as it
   // was. Standard output is flushed, not closed.
   void close();
@@ -66,7 +72,8 @@ class DocumentOutput {
   void discard();
 
   const std::string fileName_;
-  const bool atomic_;
+  bool atomic_ = false;
+  std::string target_;    // the file the rename replaces: fileName_ with links followed
   std::string tempName_;  // the temporary file while it exists (atomic only)
   int tempFd_ = -1;       // kept open to fsync the finished file (atomic only)
   CPPOutStream* plain_ = nullptr;  // the stream_ when it is standard output or a plain file
