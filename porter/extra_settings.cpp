@@ -62,6 +62,15 @@ const Setting kSettings[] = {
        return true;
      },
      "a whole number from 0 to 9"},
+    {"password-file",
+     "password-file=PATH  without -P: log in with the first line of the file PATH, which\n"
+     "               must be a regular file that neither group nor others may read",
+     [](const std::string& v, ExtraSettings& s) {
+       if (v.empty()) return false;
+       s.passwordFile = v;
+       return true;
+     },
+     "a file name"},
     {"help", "help         print this list and exit",
      [](const std::string&, ExtraSettings& s) {
        s.help = true;

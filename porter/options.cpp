@@ -47,4 +47,11 @@ int next_option(int argc, char** argv, const char* optionString,
   return static_cast<unsigned char>(letter);
 }
 
+char* last_option_value(char** argv) {
+  if (option_index < 2) return nullptr;
+  char* arg = argv[option_index - 1];
+  if (!is_option_argument(arg)) return arg;  // the value was the next argument
+  return arg[1] != '\0' && arg[2] != '\0' ? arg + 2 : nullptr;
+}
+
 }  // namespace porter

@@ -42,6 +42,12 @@ inline constexpr int kNotAnOption = 1;      // value = the argument (no '-' or '
 int next_option(int argc, char** argv, const char* optionString,
                 std::optional<std::string>& value);
 
+// Where in argv the value lies that the last call of next_option() returned
+// with a letter: inside the option's own argument (-Psecret) or the argument
+// after it (-P secret); nullptr when there was none. For a caller that must
+// overwrite a value which should not stay visible in the process list.
+char* last_option_value(char** argv);
+
 // Everything the command line decides about one export run. Defaults are
 // those of a run without options.
 struct RunSettings {
