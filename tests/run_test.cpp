@@ -243,7 +243,7 @@ struct PasswordFileCase {
   std::function<void(const std::string& path)> prepare;  // makes the file, if anything
   std::vector<std::string> args;  // after -lu -o password-file=<path>
   std::string err;                // "PATH" stands for the file's path
-  std::string password;           // handed to the export when err is ""
+  std::string password = "";      // handed to the export when err is ""
 };
 void PrintTo(const PasswordFileCase& c, std::ostream* os) { *os << c.name; }
 
