@@ -18,8 +18,14 @@
 namespace porter {
 
 struct OutputOptions {
-  // With a file name: write "<file>.tmp-XXXXXX" in the same folder, and
-  // rename it over the file in close(). Ignored for standard output.
+  // With a file name that names no file or a regular one: write
+  // "<file>.tmp-XXXXXX" (mode 0600) in the same folder, and rename it over
+  // the file in close(). A symbolic link is followed: the temporary file goes
+  // beside the file it leads to, which is replaced, and the link stays. The
+  // replacement gets the mode (and, where the process may set them, the owner
+  // and group) of the file it replaces, a new file the mode a plain export
+  // would give it. Any other target (FIFO, device, socket) and standard
+  // output are written in place as without the setting.
   bool atomic = false;
   int32_t level = -1;  // gzip level 0..9; -1 = zlib's default
   // Compress on a thread of its own (BackgroundGZOutStream) instead of in
@@ -36,6 +42,11 @@ class DocumentOutput {
   // Throws util::EFatal: "Error opening: <name>: <system text>" for a plain
   // file, "Couldn't open for writing gz-stream: <name>" for a gzip file.
   // `standardOutput` must outlive the object.
+  //
+  // Every write failure is thrown as util::EFatal as soon as it is seen: by
+  // a write of stream(), at the latest by close(). Plain file and standard
+  // output: "Error writing: <name>: <system text>" (<name> is "standard
+  // output" for it); gzip: GZOutStream's texts.
   DocumentOutput(const std::string& fileName, bool gzip, std::ostream& standardOutput,
                  const OutputOptions& options = OutputOptions());
   DocumentOutput(const DocumentOutput&) = delete;
@@ -49,22 +60,23 @@ class DocumentOutput {
   OutStream& stream() { return *stream_; }
 
   // Flushes a plain output, closes the file (a gzip file is completed).
-  // Atomic: every step is checked (stream state, flush, gzip close, fsync,
-  // rename) and a failure throws util::EFatal naming the file, after the
-  // temporary file was removed. In place, only the gzip compressor's write
-  // failures are raised (as a write of GZOutStream raises them); the rest is
-  // not checked.
+  // Every step is checked (flush, file close, gzip close; atomic also mode,
+  // fsync and rename) and a failure throws util::EFatal naming the file;
+  // atomic, the temporary file was removed before and the target is as it
+  // was. Standard output is flushed, not closed.
   void close();
 
  private:
+  void complete_stream();
   void close_atomic();
   void discard();
 
   const std::string fileName_;
-  const bool atomic_;
+  bool atomic_ = false;
+  std::string target_;    // the file the rename replaces: fileName_ with links followed
   std::string tempName_;  // the temporary file while it exists (atomic only)
   int tempFd_ = -1;       // kept open to fsync the finished file (atomic only)
-  std::ostream* plain_ = nullptr;
+  CPPOutStream* plain_ = nullptr;  // the stream_ when it is standard output or a plain file
   std::unique_ptr<std::ofstream> file_;
   // The stream_ when it is a gzip file, of one kind or the other.
   BackgroundGZOutStream* backgroundGzip_ = nullptr;

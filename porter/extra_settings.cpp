@@ -47,7 +47,8 @@ const Setting kSettings[] = {
      [](const std::string& v, ExtraSettings& s) { return parse_flag(v, s.progress); },
      "0 or 1"},
     {"atomic",
-     "atomic=1     with -f: write a temporary file and rename it over the target only on success",
+     "atomic=1     with -f: write a temporary file and rename it over the target only on success;\n"
+     "               a target that is not a regular file (FIFO, device) is written directly",
      [](const std::string& v, ExtraSettings& s) { return parse_flag(v, s.atomic); }, "0 or 1"},
     {"timeout",
      "timeout=S    give up when connecting or a wait for the server makes no progress for S seconds",
@@ -61,6 +62,15 @@ const Setting kSettings[] = {
        return true;
      },
      "a whole number from 0 to 9"},
+    {"password-file",
+     "password-file=PATH  without -P: log in with the first line of the file PATH, which\n"
+     "               must be a regular file that neither group nor others may read",
+     [](const std::string& v, ExtraSettings& s) {
+       if (v.empty()) return false;
+       s.passwordFile = v;
+       return true;
+     },
+     "a file name"},
     {"help", "help         print this list and exit",
      [](const std::string&, ExtraSettings& s) {
        s.help = true;

@@ -19,6 +19,7 @@ struct ExtraSettings {
   bool atomic = false;      // -f output written to a temporary file, renamed at the end
   uint32_t timeout = 0;     // seconds for connecting and each wait; 0 = no limit
   int32_t level = -1;       // gzip compression level 0..9; -1 = zlib's default
+  std::string passwordFile;  // without -P: the password is this file's first line
   bool help = false;        // print the list of settings and stop
 
   bool operator==(const ExtraSettings&) const = default;

@@ -41,4 +41,11 @@ int OptionScanner::next(std::optional<std::string>& value) {
   return static_cast<unsigned char>(letter);
 }
 
+char* OptionScanner::last_value() const {
+  if (index_ < 2) return nullptr;
+  char* arg = argv_[index_ - 1];
+  if (!is_option_argument(arg)) return arg;  // the value was the next argument
+  return arg[1] != '\0' && arg[2] != '\0' ? arg + 2 : nullptr;
+}
+
 }  // namespace porter

@@ -41,6 +41,11 @@ class OptionScanner {
   int next(std::optional<std::string>& value);
   // The index of the next argument to examine.
   int index() const { return index_; }
+  // Where in argv the value lies that the last call of next() returned with
+  // a letter: inside the option's own argument (-Psecret) or the argument
+  // after it (-P secret); nullptr when there was none. For a caller that must
+  // overwrite a value which should not stay visible in the process list.
+  char* last_value() const;
 
  private:
   const int argc_;

@@ -10,9 +10,32 @@
 
 namespace porter {
 
+// A stream found failed before a write or flush was made to fail by a flush
+// from elsewhere: the error stream is tied to standard output and flushes it
+// first. errno is then still that failure's, as the calls since then succeeded.
 CPPOutStream& CPPOutStream::write(const std::string& text) {
-  stream_->write(text.data(), static_cast<std::streamsize>(text.size()));
+  if (stream_->good()) {
+    errno = 0;
+    stream_->write(text.data(), static_cast<std::streamsize>(text.size()));
+  }
+  check();
   return *this;
+}
+
+void CPPOutStream::flush() {
+  if (stream_->good()) {
+    errno = 0;
+    stream_->flush();
+  }
+  check();
+}
+
+void CPPOutStream::check() const {
+  if (stream_->good()) return;
+  // The stream keeps no error code of its own; errno is that of the system
+  // call that failed, unless the stream failed without one.
+  throw util::EFatal("Error writing: " + name_ + ": " +
+                      (errno != 0 ? util::last_error_text() : std::string("the stream failed")));
 }
 
 namespace {

@@ -5,6 +5,7 @@
 
 #include <ostream>
 #include <string>
+#include <utility>
 
 struct gzFile_s;  // zlib's gzip file handle
 
@@ -24,16 +25,25 @@ class OutStream {
 };
 
 // Forwards every text to a standard output stream that it does not own; the
-// stream must outlive this object. Write errors of the stream go unnoticed:
-// its error state is never read.
+// stream must outlive this object. `name` names the target in failures.
 class CPPOutStream : public OutStream {
  public:
-  explicit CPPOutStream(std::ostream& stream) : stream_(&stream) {}
+  explicit CPPOutStream(std::ostream& stream, std::string name = "output stream")
+      : stream_(&stream), name_(std::move(name)) {}
 
+  // Throws util::EFatal "Error writing: <name>: <system text>" when the
+  // stream does not take the whole text (a failed or short write of its
+  // buffer), or is in a failed state from before.
   CPPOutStream& write(const std::string& text) override;
 
+  // Flushes the stream's buffer; throws as write() when that fails.
+  void flush();
+
  private:
+  void check() const;
+
   std::ostream* stream_;
+  const std::string name_;
 };
 
 // Compresses the document into a gzip file. The file is opened (created or

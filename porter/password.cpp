@@ -4,11 +4,16 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <string.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
 #include <iterator>
+
+#include "util/error.h"
 
 namespace porter {
 
@@ -160,6 +165,53 @@ const char* read_console_password(char* buffer, size_t size, const char* prompt)
 
   if (::tcsetattr(in.get(), TCSANOW, &saved) != 0) result = "SetConsoleMode failed";
   return result;
+}
+
+std::string read_password_file(const std::string& path) {
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+  struct stat info {};
+  if (!file.valid() || ::fstat(file.get(), &info) != 0) {
+    throw util::EFatal("Error reading password file " + path + ": " + util::last_error_text());
+  }
+  if (!S_ISREG(info.st_mode)) throw util::EFatal("Password file " + path + " is not a regular file");
+  if ((info.st_mode & (S_IRGRP | S_IROTH)) != 0) {
+    char mode[8];
+    std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(info.st_mode & 07777));
+    throw util::EFatal("Password file " + path + " may be read by others (mode " + mode +
+                        "): allow its owner alone, e.g. chmod 600 " + path);
+  }
+
+  // One byte more than the longest line, to tell a line that fits.
+  char buffer[kPasswordFileLineLimit + 1];
+  size_t length = 0;
+  while (length < sizeof buffer) {
+    const ssize_t n = read_retrying(file.get(), buffer + length, sizeof buffer - length);
+    if (n < 0) {
+      const std::string reason = util::last_error_text();
+      explicit_bzero(buffer, sizeof buffer);
+      throw util::EFatal("Error reading password file " + path + ": " + reason);
+    }
+    if (n == 0) break;
+    const bool lineEnded = std::memchr(buffer + length, '\n', static_cast<size_t>(n)) != nullptr;
+    length += static_cast<size_t>(n);
+    if (lineEnded) break;
+  }
+  const char* newline = static_cast<const char*>(std::memchr(buffer, '\n', length));
+  size_t end = newline != nullptr ? static_cast<size_t>(newline - buffer) : length;
+  if (end > kPasswordFileLineLimit) {
+    explicit_bzero(buffer, sizeof buffer);
+    throw util::EFatal("Password file " + path + ": its first line is longer than " +
+                        std::to_string(kPasswordFileLineLimit) + " bytes");
+  }
+  if (newline != nullptr && end > 0 && buffer[end - 1] == '\r') --end;
+  std::string password(buffer, end);
+  explicit_bzero(buffer, sizeof buffer);
+  return password;
+}
+
+void wipe_password(std::string& text) {
+  explicit_bzero(text.data(), text.size());
+  text.clear();
 }
 
 }  // namespace porter

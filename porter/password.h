@@ -1,8 +1,10 @@
-// Asking for the password on the controlling terminal with echo switched off.
+// Where the password comes from when -P gives none: the controlling terminal,
+// asked with echo switched off, or a password file.
 #ifndef TALVIX_PORTER_PASSWORD_H_
 #define TALVIX_PORTER_PASSWORD_H_
 
 #include <cstddef>
+#include <string>
 
 namespace porter {
 
@@ -39,6 +41,24 @@ inline constexpr size_t kPasswordBufferSize = 64;
 // prompt (by default it ends the process). `size` must be at
 // least 1.
 const char* read_console_password(char* buffer, size_t size, const char* prompt);
+
+// The longest first line a password file may have, in bytes.
+inline constexpr size_t kPasswordFileLineLimit = 4096;
+
+// The password kept in the file `path`: its first line without the line end
+// ("\n" or "\r\n"). The file must be a regular file that neither its group
+// nor others may read. Throws util::EFatal:
+//   "Error reading password file <path>: <system text>"   cannot be opened or read
+//   "Password file <path> is not a regular file"
+//   "Password file <path> may be read by others (mode 0644): allow its owner
+//    alone, e.g. chmod 600 <path>"                        (one line; the file's mode)
+//   "Password file <path>: its first line is longer than 4096 bytes"
+// What was read is wiped before the call returns or throws.
+std::string read_password_file(const std::string& path);
+
+// Overwrites the characters of `text` with zeros, in a way the compiler may
+// not leave out, and empties it.
+void wipe_password(std::string& text);
 
 }  // namespace porter
 

@@ -20,6 +20,10 @@ class CommandLine {
   CommandLine(int argc, char** argv, std::ostream& err)
       : argc_(argc), argv_(argv), err_(err),
         program_(argc > 0 && argv[0] != nullptr ? argv[0] : "") {}
+  // The password is wiped once the run is over, whatever its outcome.
+  ~CommandLine() { wipe_password(settings_.password); }
+  CommandLine(const CommandLine&) = delete;
+  CommandLine& operator=(const CommandLine&) = delete;
 
   // Scans every option into settings_. Returns the exit code when the run
   // ends during scanning, std::nullopt when it goes on. Throws the parse
@@ -53,6 +57,7 @@ class CommandLine {
         case 'P':
           settings_.password = *value;
           settings_.passwordGiven = true;
+          hide(scanner.last_value());
           break;
         case 'f': settings_.outputFileName = *value; break;
         case 'e': settings_.exportDomain = *value; break;
@@ -108,9 +113,14 @@ class CommandLine {
     return std::nullopt;
   }
 
-  // Asks for the password unless -P gave one. Returns the exit code on failure.
+  // Asks for the password unless -P or a password file gives one. Returns the
+  // exit code on failure; throws the password file's failures.
   std::optional<int> ask_password(const PasswordReader& readPassword) {
     if (settings_.passwordGiven) return std::nullopt;
+    if (!settings_.extra.passwordFile.empty()) {
+      settings_.password = read_password_file(settings_.extra.passwordFile);
+      return std::nullopt;
+    }
     char buffer[kPasswordBufferSize] = {};
     const char* failure = readPassword(buffer, sizeof buffer, "Password: ");
     if (failure == nullptr) {
@@ -139,6 +149,12 @@ class CommandLine {
   const RunSettings& settings() const { return settings_; }
 
  private:
+  // Overwrites an argument's text in place, so that the process list (ps,
+  // /proc/PID/cmdline) no longer shows it; the scanner is already past it.
+  static void hide(char* text) {
+    if (text != nullptr) std::memset(text, 'x', std::strlen(text));
+  }
+
   int fail_with_hint() {
     err_ << "'" << program_ << " -h' for help." << line_end;
     return 1;

@@ -1,14 +1,22 @@
 #include "porter/document_output.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <sstream>
+#include <thread>
 #include <vector>
 
 #include "support/e2e_process.h"
+#include "support/error_text.h"
 #include "support/run_export.h"
 #include "support/server_harness.h"
 #include "util/error.h"
@@ -42,6 +50,20 @@ class AtomicOutputTest : public testing::TestWithParam<bool> {
   std::ostringstream standardOutput_;
 };
 
+// The permissions of `path` (its link's target for a link).
+mode_t mode_of(const std::string& path) {
+  struct stat info{};
+  EXPECT_EQ(stat(path.c_str(), &info), 0) << path;
+  return info.st_mode & 07777;
+}
+
+// The permissions a plain export gives a new file.
+mode_t new_file_mode() {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return 0666 & ~mask;
+}
+
 TEST_P(AtomicOutputTest, TheTargetChangesOnlyWhenTheDocumentIsClosed) {
   e2e::write_file(target_, "old document");
   {
@@ -55,6 +77,7 @@ TEST_P(AtomicOutputTest, TheTargetChangesOnlyWhenTheDocumentIsClosed) {
     closed.stream().write("<new/>\n");
     ASSERT_EQ(names().size(), 2u);
     EXPECT_EQ(names()[1].rfind("out.xml.tmp-", 0), 0u) << names()[1];
+    EXPECT_EQ(mode_of(dir_.file(names()[1])), 0600u) << "the unfinished document is private";
     EXPECT_EQ(read_file(target_), "old document");
     closed.close();
     EXPECT_EQ(names(), kOnlyTarget);
@@ -62,19 +85,13 @@ TEST_P(AtomicOutputTest, TheTargetChangesOnlyWhenTheDocumentIsClosed) {
   }
   EXPECT_EQ(content(), "<new/>\n") << "the closed output leaves the file alone";
   EXPECT_EQ(standardOutput_.str(), "");
-
-  struct stat info{};
-  ASSERT_EQ(stat(target_.c_str(), &info), 0);
-  const mode_t mask = umask(0);
-  umask(mask);
-  EXPECT_EQ(info.st_mode & 0777, 0666 & ~mask) << "the file gets the usual permissions";
 }
 
 TEST_P(AtomicOutputTest, AFailedRenameIsReportedAndCleanedUp) {
-  // A folder in the target's place cannot be replaced by a file.
-  ASSERT_EQ(mkdir(target_.c_str(), 0700), 0);
   DocumentOutput out = output();
   out.stream().write("<new/>\n");
+  // A folder that took the target's place meanwhile cannot be replaced by a file.
+  ASSERT_EQ(mkdir(target_.c_str(), 0700), 0);
   try {
     out.close();
     FAIL() << "the rename over a folder succeeded";
@@ -117,10 +134,171 @@ TEST_P(AtomicOutputTest, OnlyAWholeDocumentReplacesTheTarget) {
   EXPECT_EQ(names(), kOnlyTarget);
 }
 
+// A FIFO (another program reading the export) is not replaced by a file: the
+// document goes through it to the reader.
+TEST_P(AtomicOutputTest, AFifoIsWrittenInPlace) {
+  server_test::TestServer server(export_test::exportable_database());
+  const std::string whole = export_test::run_exporter(server.port(), {}).document;
+  ASSERT_EQ(mkfifo(target_.c_str(), 0600), 0);
+  // Opened before the export, so that its open for writing does not wait.
+  const int fifo = open(target_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_GE(fifo, 0);
+  std::atomic<bool> exported{false};
+  std::string received;
+  std::thread reader([&] {
+    char buffer[65536];
+    for (;;) {
+      const bool last = exported;  // everything was written before the flag was set
+      ssize_t n;
+      while ((n = read(fifo, buffer, sizeof buffer)) > 0) received.append(buffer, size_t(n));
+      if (last) return;
+      pollfd ready{fifo, POLLIN, 0};
+      poll(&ready, 1, 50);
+    }
+  });
+  std::vector<std::string> args = {"-f" + target_, "-o", "atomic=1"};
+  if (GetParam()) args.push_back("-z");
+  const int exitCode = export_test::run_exporter(server.port(), args).exitCode;
+  exported = true;
+  reader.join();
+  close(fifo);
+
+  EXPECT_EQ(exitCode, 0);
+  struct stat info{};
+  ASSERT_EQ(lstat(target_.c_str(), &info), 0);
+  EXPECT_TRUE(S_ISFIFO(info.st_mode)) << "the FIFO was replaced";
+  EXPECT_EQ(names(), kOnlyTarget);
+  if (GetParam()) {
+    e2e::write_file(dir_.file("received.gz"), received);
+    received = e2e::read_gzip_file(dir_.file("received.gz"));
+  }
+  EXPECT_EQ(received, whole);
+}
+
 INSTANTIATE_TEST_SUITE_P(Kinds, AtomicOutputTest, testing::Bool(),
                          [](const testing::TestParamInfo<bool>& info) {
                            return info.param ? "gzip" : "plain";
                          });
+
+// What the target is before an atomic output replaces it, and what the
+// folder holds afterwards.
+struct TargetCase {
+  const char* name;
+  std::function<void(const e2e::TempDir&)> prepare;  // makes out.xml, if anything
+  std::string replaced;                 // the file that gets the document, in the folder
+  mode_t mode;                          // its permissions afterwards; 0: those of a new file
+  std::string link;                     // out.xml afterwards a symbolic link to this; "" none
+  std::vector<std::string> files;       // every file and folder in the folder afterwards
+};
+void PrintTo(const TargetCase& c, std::ostream* os) { *os << c.name; }
+
+// out.xml with an old document and the permissions `mode`.
+std::function<void(const e2e::TempDir&)> old_file(const std::string& name, mode_t mode) {
+  return [=](const e2e::TempDir& dir) {
+    e2e::write_file(dir.file(name), "old document");
+    ASSERT_EQ(chmod(dir.file(name).c_str(), mode), 0);
+  };
+}
+
+class AtomicTargetTest : public testing::TestWithParam<std::tuple<bool, TargetCase>> {};
+
+TEST_P(AtomicTargetTest, ReplacesTheFileTheTargetLeadsToWithItsPermissions) {
+  const auto& [gzip, c] = GetParam();
+  e2e::TempDir dir;
+  if (c.prepare) c.prepare(dir);
+  std::ostringstream standardOutput;
+  DocumentOutput out(dir.file("out.xml"), gzip, standardOutput, OutputOptions{true, -1});
+  out.stream().write("<new/>\n");
+  out.close();
+
+  const std::string replaced = dir.file(c.replaced);
+  EXPECT_EQ(gzip ? e2e::read_gzip_file(replaced) : read_file(replaced), "<new/>\n");
+  EXPECT_EQ(mode_of(replaced), c.mode != 0 ? c.mode : new_file_mode());
+  const std::filesystem::path target = dir.file("out.xml");
+  ASSERT_EQ(std::filesystem::is_symlink(target), !c.link.empty());
+  if (!c.link.empty()) {
+    EXPECT_EQ(std::filesystem::read_symlink(target), c.link);
+  }
+  std::vector<std::string> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(dir.path())) {
+    files.push_back(entry.path().lexically_relative(dir.path()));
+  }
+  std::sort(files.begin(), files.end());
+  EXPECT_EQ(files, c.files);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Targets, AtomicTargetTest,
+    testing::Combine(
+        testing::Bool(),
+        testing::Values(
+            TargetCase{"NewFile", nullptr, "out.xml", 0, "", {"out.xml"}},
+            TargetCase{"PrivateFile", old_file("out.xml", 0600), "out.xml", 0600, "", {"out.xml"}},
+            TargetCase{"GroupReadableFile", old_file("out.xml", 0640), "out.xml", 0640, "",
+                       {"out.xml"}},
+            TargetCase{"LinkToAFileElsewhere",
+                       [](const e2e::TempDir& dir) {
+                         ASSERT_EQ(mkdir(dir.file("keep").c_str(), 0700), 0);
+                         old_file("keep/backup.xml", 0600)(dir);
+                         ASSERT_EQ(symlink("keep/backup.xml", dir.file("out.xml").c_str()), 0);
+                       },
+                       "keep/backup.xml", 0600, "keep/backup.xml",
+                       {"keep", "keep/backup.xml", "out.xml"}},
+            TargetCase{"DanglingLink",
+                       [](const e2e::TempDir& dir) {
+                         ASSERT_EQ(symlink("first.xml", dir.file("out.xml").c_str()), 0);
+                       },
+                       "first.xml", 0, "first.xml", {"first.xml", "out.xml"}})),
+    [](const auto& info) {
+      return std::string(std::get<0>(info.param) ? "gzip" : "plain") + std::get<1>(info.param).name;
+    });
+
+// Writes the disk refuses (/dev/full takes no byte) fail, in place, at the
+// write that meets them or at the latest at the close.
+struct FullDiskCase {
+  const char* name;
+  bool gzip, background, standardOutput;
+  size_t size;    // of the one text written
+  bool atWrite;   // the write fails, not only the close
+  std::string failure;
+};
+void PrintTo(const FullDiskCase& c, std::ostream* os) { *os << c.name; }
+
+const std::string kNoSpace = "/dev/full: No space left on device";
+
+class FullDiskTest : public testing::TestWithParam<FullDiskCase> {};
+
+TEST_P(FullDiskTest, FailsWithTheTargetAndTheSystemsText) {
+  const FullDiskCase& c = GetParam();
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
+  std::ofstream full("/dev/full");
+  std::ostringstream unused;
+  std::ostream& standardOutput = c.standardOutput ? static_cast<std::ostream&>(full) : unused;
+  DocumentOutput out(c.standardOutput ? "" : "/dev/full", c.gzip, standardOutput,
+                     OutputOptions{false, 0, c.background});
+  const std::string text(c.size, 'x');
+  if (c.atWrite) {
+    EXPECT_EQ(peer::errorText<util::EFatal>([&] { out.stream().write(text); }), c.failure);
+  } else {
+    out.stream().write(text);
+    EXPECT_EQ(peer::errorText<util::EFatal>([&] { out.close(); }), c.failure);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, FullDiskTest,
+    testing::Values(
+        FullDiskCase{"PlainAtTheFlush", false, false, false, 100, false, "Error writing: " + kNoSpace},
+        FullDiskCase{"PlainAtTheWrite", false, false, false, 1 << 20, true, "Error writing: " + kNoSpace},
+        FullDiskCase{"StandardOutputAtTheFlush", false, false, true, 100, false,
+                     "Error writing: standard output: No space left on device"},
+        FullDiskCase{"GzipAtTheClose", true, false, false, 100, false,
+                     "Error closing gz-stream: " + kNoSpace},
+        FullDiskCase{"GzipAtTheWrite", true, false, false, 1 << 20, true,
+                     "Error reading gz-stream: " + kNoSpace},
+        FullDiskCase{"BackgroundGzipAtTheClose", true, true, false, 100, false,
+                     "Error closing gz-stream: " + kNoSpace}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(AtomicOutputPlainTest, StandardOutputIgnoresTheSettingAndAMissingFolderFailsAtOpening) {
   std::ostringstream standardOutput;

@@ -4,8 +4,15 @@
 // exit code. The expected documents are written by hand from the document
 // rules, mostly in tests/data/e2e_types.xml for tests/data/e2e_types.json;
 // variants are cut from it by element id.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -288,6 +295,130 @@ TEST_F(TypesExport, RefusedLoginLeavesTheOutputFileUntouched) {
   expect_run(run_exporter(concat(login_args(server_->port(), "Secret"), {"-f", "out.xml"}), dir.path()),
              1, "", "Exporting databaseFailed connecting to server localhost\nWrong username / password\n");
   EXPECT_EQ(e2e::read_file(dir.file("out.xml")), before);
+}
+
+// Without -P the password file logs in; the file's line end is not part of it.
+TEST_F(TypesExport, PasswordFileLogsIn) {
+  TempDir dir;
+  e2e::write_file(dir.file("pw"), "secret\nnot the password\n");
+  ASSERT_EQ(chmod(dir.file("pw").c_str(), 0600), 0);
+  expect_run(run_exporter({"-s", "localhost", "-p", std::to_string(server_->port()), "-l", "admin",
+                           "-o", "password-file=pw"},
+                          dir.path()),
+             0, full_document(), kFullErr);
+}
+
+// A disk that fills up: /dev/full takes no byte, a file size limit cuts the
+// file in its middle. The run ends with exit code 1, the target and the
+// system's text, never with "Done"; an atomic run leaves the previous export
+// as it was and nothing beside it.
+struct WriteFailureCase {
+  const char* name;
+  std::vector<std::string> args;
+  std::string message;  // "XXXXXX" stands for the temporary file's own suffix
+  bool standardOutputFull = false;
+  uint64_t fileSizeLimit = 0;
+  bool keepsPrevious = true;  // out.xml, the previous export, is left as it was
+};
+void PrintTo(const WriteFailureCase& c, std::ostream* os) { *os << c.name; }
+
+class WriteFailure : public TypesExport, public ::testing::WithParamInterface<WriteFailureCase> {};
+
+TEST_P(WriteFailure, EndsWithTheTargetAndTheSystemsText) {
+  const WriteFailureCase& c = GetParam();
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
+  TempDir dir;
+  const std::string previous = "<previous export/>\n";
+  e2e::write_file(dir.file("out.xml"), previous);
+  e2e::RunOptions options;
+  options.fileSizeLimit = c.fileSizeLimit;
+  if (c.standardOutputFull) options.standardOutput = "/dev/full";
+  const RunResult run = e2e::run_process(kExporter, concat(login_args(server_->port()), c.args),
+                                         dir.path(), kRunLimit, options);
+  ASSERT_FALSE(run.timedOut);
+  EXPECT_EQ(run.signal, 0);
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.err.find("Done"), std::string::npos) << run.err;
+  const std::string expected = "Error\n" + c.message + "\n";
+  ASSERT_GE(run.err.size(), expected.size()) << run.err;
+  std::string tail = run.err.substr(run.err.size() - expected.size());
+  if (const size_t suffix = expected.find("XXXXXX"); suffix != std::string::npos) {
+    tail.replace(suffix, 6, "XXXXXX");
+  }
+  EXPECT_EQ(tail, expected) << run.err;
+
+  EXPECT_EQ(e2e::read_file(dir.file("out.xml")) == previous, c.keepsPrevious);
+  if (!c.keepsPrevious) {
+    EXPECT_EQ(std::filesystem::file_size(dir.file("out.xml")), c.fileSizeLimit);
+  }
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    names.push_back(entry.path().filename());
+  }
+  EXPECT_EQ(names, std::vector<std::string>{"out.xml"});
+}
+
+const std::string kNoSpace = ": No space left on device";
+const std::string kTooLarge = ": File too large";
+
+INSTANTIATE_TEST_SUITE_P(
+    FullDisk, WriteFailure,
+    ::testing::Values(
+        WriteFailureCase{"File", {"-f/dev/full"}, "Error writing: /dev/full" + kNoSpace},
+        WriteFailureCase{"FilePipelined", {"-f/dev/full", "-o", "pipeline=16"},
+                         "Error writing: /dev/full" + kNoSpace},
+        WriteFailureCase{"Gzip", {"-z", "-f/dev/full"}, "Error closing gz-stream: /dev/full" + kNoSpace},
+        WriteFailureCase{"GzipPipelined", {"-z", "-f/dev/full", "-o", "pipeline=16"},
+                         "Error closing gz-stream: /dev/full" + kNoSpace},
+        WriteFailureCase{"StandardOutput", {}, "Error writing: standard output" + kNoSpace, true},
+        WriteFailureCase{"StandardOutputPipelined", {"-o", "pipeline=16"},
+                         "Error writing: standard output" + kNoSpace, true},
+        WriteFailureCase{"LimitedFile", {"-f", "out.xml"}, "Error writing: out.xml" + kTooLarge,
+                         false, 1000, false},
+        WriteFailureCase{"LimitedFileAtomic", {"-f", "out.xml", "-o", "atomic=1"},
+                         "Error writing: out.xml" + kTooLarge, false, 1000},
+        WriteFailureCase{"LimitedGzipAtomicPipelined",
+                         {"-z", "-f", "out.xml", "-o", "atomic=1,pipeline=16"},
+                         "Error closing gz-stream: out.xml.tmp-XXXXXX" + kTooLarge, false, 500}),
+    [](const ::testing::TestParamInfo<WriteFailureCase>& info) { return info.param.name; });
+
+// The password of -P is out of the process list while the export runs. The
+// run is held at its first wait for an answer, from a listener that never
+// gives one, and is looked at from outside in that state.
+TEST(PasswordOutOfSight, NeitherPsNorProcShowTheValueOfP) {
+  const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_GE(listener, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(listener, 1), 0);
+  ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
+
+  std::string cmdline, ps;
+  e2e::RunOptions options;
+  options.whileRunning = [&](pid_t pid) {
+    pollfd incoming{listener, POLLIN, 0};
+    if (poll(&incoming, 1, 20000) != 1) return;
+    const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    // Connected: the options are scanned and the exporter waits for the server.
+    cmdline = e2e::read_file("/proc/" + std::to_string(pid) + "/cmdline");
+    ps = e2e::run_process("/usr/bin/ps", {"-o", "args=", "-p", std::to_string(pid)}, "", kRunLimit).out;
+    close(connection);
+  };
+  // Both ways of giving a value: joined to the option and as the next argument.
+  const RunResult run = e2e::run_process(
+      kExporter, {"-s", "127.0.0.1", "-p", std::to_string(ntohs(address.sin_port)), "-l", "admin",
+                  "-Pfirst-hush", "-P", "second-hush"},
+      "", kRunLimit, options);
+  close(listener);
+
+  EXPECT_EQ(run.exitCode, 1) << run.err;
+  EXPECT_NE(cmdline.find(std::string("-l\0admin\0-P", 11)), std::string::npos)
+      << "the exporter's arguments were not seen while it ran: " << cmdline;
+  EXPECT_NE(ps.find("-l admin -P"), std::string::npos) << ps;
+  for (const std::string& shown : {cmdline, ps}) EXPECT_EQ(shown.find("hush"), std::string::npos) << shown;
 }
 
 TEST(Unreachable, ConnectionRefused) {

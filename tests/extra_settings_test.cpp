@@ -56,6 +56,9 @@ INSTANTIATE_TEST_SUITE_P(
                   bad("\"86401\"", "timeout", "a whole number of seconds from 1 to 86400")},
         ApplyCase{"FlagWord", "progress=maybe", bad("\"maybe\"", "progress", "0 or 1")},
         ApplyCase{"ControlByteQuoted", "atomic=\t", bad("\"\\t\"", "atomic", "0 or 1")},
+        ApplyCase{"PasswordFileWithEqualsSign", "password-file=a=b/pw", "",
+                  with([](ExtraSettings& s) { s.passwordFile = "a=b/pw"; })},
+        ApplyCase{"PasswordFileEmpty", "password-file=", bad("\"\"", "password-file", "a file name")},
         ApplyCase{"Help", "help", "", with([](ExtraSettings& s) { s.help = true; })}),
     [](const testing::TestParamInfo<ApplyCase>& info) { return std::string(info.param.name); });
 

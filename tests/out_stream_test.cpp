@@ -1,7 +1,6 @@
 #include "porter/out_stream.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <map>
@@ -77,15 +76,10 @@ TEST_F(GZOutStreamTest, TheLevelChangesTheSizeButNotTheText) {
   EXPECT_EQ(files[-1], files[6]) << "without a level zlib's default (6) is used";
 }
 
-TEST(GZOutStreamFailureTest, OpeningAndClosingFailuresAreReported) {
+// The failures of writes and closes on a full disk are in atomic_output_test.
+TEST(GZOutStreamFailureTest, OpeningFailureIsReported) {
   const std::string name = e2e::TempDir().file("x.gz");  // the folder is gone again
   expect_failure([&] { GZOutStream out(name); }, "Couldn't open for writing gz-stream: " + name);
-
-  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
-  GZOutStream out("/dev/full");
-  out.write("a text that stays in zlib's buffer until the close");
-  expect_failure([&] { out.close(); },
-                 "Error closing gz-stream: /dev/full: No space left on device");
 }
 
 }  // namespace

@@ -4,8 +4,10 @@
 #include "porter/run.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <new>
 #include <optional>
@@ -13,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "support/e2e_process.h"
 #include "util/error.h"
 
 namespace porter {
@@ -129,6 +132,10 @@ TEST_P(RunTest, MessagesExitCodeAndExportedSettings) {
     c.exported(want);
     EXPECT_EQ(driverCalls, 1);
     EXPECT_EQ(received, want);
+    for (const std::string& arg : storage) {
+      if (!want.passwordGiven || want.password.empty()) break;
+      EXPECT_EQ(arg.find(want.password), std::string::npos) << "-P value left in the arguments";
+    }
   } else {
     EXPECT_EQ(driverCalls, 0);
   }
@@ -190,10 +197,13 @@ const Case kCases[] = {
      "  pipeline=N   keep up to N requests (1 to 4096) in flight; 1 is sequential\n"
      "  progress=1   show a live progress display instead of the dots\n"
      "  atomic=1     with -f: write a temporary file and rename it over the target only on "
-     "success\n"
+     "success;\n"
+     "               a target that is not a regular file (FIFO, device) is written directly\n"
      "  timeout=S    give up when connecting or a wait for the server makes no progress for S "
      "seconds\n"
      "  level=N      gzip compression level 0 (none) to 9 (best) for -z\n"
+     "  password-file=PATH  without -P: log in with the first line of the file PATH, which\n"
+     "               must be a regular file that neither group nor others may read\n"
      "  help         print this list and exit\n"},
 
     // The checks after scanning, in their order.
@@ -225,6 +235,75 @@ const Case kCases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Table, RunTest, testing::ValuesIn(kCases),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// The password file stands in for the prompt when -P is absent; its failures
+// end the run before the export, and so before any connection.
+struct PasswordFileCase {
+  const char* name;
+  std::function<void(const std::string& path)> prepare;  // makes the file, if anything
+  std::vector<std::string> args;  // after -lu -o password-file=<path>
+  std::string err;                // "PATH" stands for the file's path
+  std::string password = "";      // handed to the export when err is ""
+};
+void PrintTo(const PasswordFileCase& c, std::ostream* os) { *os << c.name; }
+
+std::function<void(const std::string&)> file(const std::string& contents, mode_t mode) {
+  return [=](const std::string& path) {
+    std::ofstream(path) << contents;
+    ASSERT_EQ(chmod(path.c_str(), mode), 0);
+  };
+}
+
+class PasswordFileTest : public testing::TestWithParam<PasswordFileCase> {};
+
+TEST_P(PasswordFileTest, GivesThePasswordOrStopsBeforeTheExport) {
+  const PasswordFileCase& c = GetParam();
+  e2e::TempDir dir;
+  const std::string path = dir.file("pw");
+  if (c.prepare) c.prepare(path);
+  std::vector<std::string> storage{kProgram, "-lu", "-o", "password-file=" + path};
+  storage.insert(storage.end(), c.args.begin(), c.args.end());
+  std::vector<char*> argv;
+  for (std::string& s : storage) argv.push_back(s.data());
+  argv.push_back(nullptr);
+
+  std::ostringstream err;
+  std::optional<std::string> exported;
+  const int code = run_command_line(
+      int(storage.size()), argv.data(), [&](const RunSettings& s) { exported = s.password; }, err,
+      [](char*, size_t, const char*) -> const char* {
+        ADD_FAILURE() << "prompted";
+        return "Could not open CONIN$";
+      });
+  std::string expectedErr = c.err;
+  for (size_t at; (at = expectedErr.find("PATH")) != std::string::npos;) {
+    expectedErr.replace(at, 4, path);
+  }
+  EXPECT_EQ(err.str(), expectedErr);
+  EXPECT_EQ(code, c.err.empty() ? 0 : 1);
+  EXPECT_EQ(exported, c.err.empty() ? std::optional(c.password) : std::nullopt);
+}
+
+const std::string kLongest(kPasswordFileLineLimit, 'p');
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, PasswordFileTest,
+    testing::Values(
+        PasswordFileCase{"FirstLineWithoutItsEnd", file("s3cret\r\nsecond\n", 0600), {}, "", "s3cret"},
+        PasswordFileCase{"OnlyLineWithoutEnd", file("s3cret", 0400), {}, "", "s3cret"},
+        PasswordFileCase{"LongestLine", file(kLongest + "\n", 0600), {}, "", kLongest},
+        PasswordFileCase{"LineTooLong", file(kLongest + "p\n", 0600), {},
+                         "Error\nPassword file PATH: its first line is longer than 4096 bytes\n"},
+        PasswordFileCase{"ReadableByOthers", file("s3cret\n", 0644), {},
+                         "Error\nPassword file PATH may be read by others (mode 0644): allow its "
+                         "owner alone, e.g. chmod 600 PATH\n"},
+        PasswordFileCase{"Missing", nullptr, {},
+                         "Error\nError reading password file PATH: No such file or directory\n"},
+        PasswordFileCase{"Directory", [](const std::string& path) { mkdir(path.c_str(), 0700); }, {},
+                         "Error\nPassword file PATH is not a regular file\n"},
+        // -P keeps its meaning: the file is not even looked at.
+        PasswordFileCase{"PWins", nullptr, {"-Ppw"}, "", "pw"}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(RunCommandLineTest, EmptyArgumentListUsesEmptyProgramName) {
   char* argv[] = {nullptr};

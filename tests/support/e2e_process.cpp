@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -40,9 +41,18 @@ std::vector<char*> make_argv(const std::string& program, const std::vector<std::
 
 // In the child after fork: only async-signal-safe calls, then exec or _exit.
 [[noreturn]] void exec_child(const std::string& program, std::vector<char*>& argv,
-                             const std::string& workDir, int outFd, int errFd) {
+                             const std::string& workDir, int outFd, int errFd,
+                             const RunOptions& options = RunOptions()) {
   const int nullFd = open("/dev/null", O_RDONLY);
   if (nullFd < 0 || dup2(nullFd, 0) < 0) _exit(126);
+  if (!options.standardOutput.empty()) {
+    outFd = open(options.standardOutput.c_str(), O_WRONLY);
+    if (outFd < 0) _exit(126);
+  }
+  if (options.fileSizeLimit > 0) {
+    const rlimit limit{options.fileSizeLimit, options.fileSizeLimit};
+    if (signal(SIGXFSZ, SIG_IGN) == SIG_ERR || setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(126);
+  }
   if (outFd >= 0 && dup2(outFd, 1) < 0) _exit(126);
   if (errFd >= 0 && dup2(errFd, 2) < 0) _exit(126);
   if (!workDir.empty() && chdir(workDir.c_str()) != 0) _exit(126);
@@ -64,7 +74,8 @@ bool reap_until(pid_t pid, int& status, Clock::time_point deadline) {
 }  // namespace
 
 RunResult run_process(const std::string& program, const std::vector<std::string>& args,
-                      const std::string& workDir, std::chrono::milliseconds limit) {
+                      const std::string& workDir, std::chrono::milliseconds limit,
+                      const RunOptions& options) {
   int outPipe[2], errPipe[2];
   if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) {
     throw std::runtime_error("pipe failed");
@@ -75,9 +86,10 @@ RunResult run_process(const std::string& program, const std::vector<std::string>
   const Clock::time_point deadline = Clock::now() + limit;
   const pid_t pid = fork();
   if (pid < 0) throw std::runtime_error("fork failed");
-  if (pid == 0) exec_child(program, argv, workDir, outPipe[1], errPipe[1]);
+  if (pid == 0) exec_child(program, argv, workDir, outPipe[1], errPipe[1], options);
   close(outPipe[1]);
   close(errPipe[1]);
+  if (options.whileRunning) options.whileRunning(pid);
 
   // Both pipes are read until they end (the child and its children are
   // gone) or the time is up.

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,11 +25,26 @@ struct RunResult {
   std::time_t started = 0, ended = 0;  // wall-clock seconds around the run
 };
 
+// What a run may change about the child and do while it runs.
+struct RunOptions {
+  // The most bytes the child may write to a file (RLIMIT_FSIZE), with
+  // SIGXFSZ ignored, so that a write past it fails like one to a full disk.
+  // 0: no limit.
+  uint64_t fileSizeLimit = 0;
+  // Standard output goes to this file (opened for writing) instead of being
+  // collected.
+  std::string standardOutput;
+  // Called in the parent with the child's pid after the start, before the
+  // run's output is read; the child may block until it returns.
+  std::function<void(pid_t)> whileRunning;
+};
+
 // Runs `program` with `args` (without the program name) and standard input
 // from /dev/null, in `workDir` when that is not empty. Waits at most `limit`
 // for it to end; after that it is killed and `timedOut` is set.
 RunResult run_process(const std::string& program, const std::vector<std::string>& args,
-                      const std::string& workDir, std::chrono::milliseconds limit);
+                      const std::string& workDir, std::chrono::milliseconds limit,
+                      const RunOptions& options = RunOptions());
 
 // talvix-server started with `args` plus "--port 0". The constructor waits
 // (bounded) for the port line; failure to start throws std::runtime_error.
