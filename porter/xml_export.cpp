@@ -264,25 +264,23 @@ void XMLExport::writeHeader() {
   out_.write("</Meta>");
 }
 
-void XMLExport::openObject(std::string_view type, std::string_view id) {
+void XMLExport::openObject(std::string_view type, std::string_view id) { open(id, type, {}); }
+
+void XMLExport::openSeries(std::string_view indexName, std::string_view datatype) {
+  open(indexName, "Data", datatype);
+}
+
+void XMLExport::open(std::string_view id, std::string_view type, std::string_view datatype) {
   std::string text;
   indent(text);
   text += "<Object id=\"";
   escape(id, text);
   text += "\" type=\"";
   escape(type, text);
-  text += "\">\n";
-  out_.write(text);
-  ++depth_;
-}
-
-void XMLExport::openSeries(std::string_view indexName, std::string_view datatype) {
-  std::string text;
-  indent(text);
-  text += "<Object id=\"";
-  escape(indexName, text);
-  text += "\" type=\"Data\" datatype=\"";
-  escape(datatype, text);
+  if (!datatype.empty()) {
+    text += "\" datatype=\"";
+    escape(datatype, text);
+  }
   text += "\">\n";
   out_.write(text);
   ++depth_;

@@ -83,6 +83,9 @@ class XMLExport {
 
  private:
   void indent(std::string& text) const;
+  // An Object start tag; the datatype attribute only when `datatype` is not
+  // empty.
+  void open(std::string_view id, std::string_view type, std::string_view datatype);
 
   OutStream& out_;
   std::ostream& err_;
