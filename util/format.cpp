@@ -68,7 +68,10 @@ std::string real_to_string(double value, int width, int precision) {
   if (std::fabs(value) >= 1.0 && value == value / 2) return value < 0 ? "-inf" : "inf";
   std::string format = "%";
   if (width >= 0) format += std::to_string(width);
-  if (precision >= 0) format += "." + std::to_string(precision);
+  if (precision >= 0) {
+    format += '.';
+    format += std::to_string(precision);
+  }
   format += "f";
   return format_text(format.c_str(), value);
 }

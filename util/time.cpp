@@ -77,8 +77,11 @@ std::string time_zone_text(const TimeZone& zone) {
   std::string text = "GMT";
   if (zone.offset() >= 0) text += "-";
   text += std::to_string(p.hours);
-  if (p.minutes != 0) text += ":" + int_to_string(p.minutes, true);
-  if (p.seconds != 0) text += ":" + int_to_string(p.seconds, true);
+  for (int32_t part : {p.minutes, p.seconds}) {
+    if (part == 0) continue;
+    text += ':';
+    text += int_to_string(part, true);
+  }
   return text;
 }
 
