@@ -76,7 +76,8 @@ void discard_rest_of_line(int fd) {
 
 // What a signal that ends the process must undo while echo is off (Ctrl-C at
 // the prompt): without it the shell would be left with a terminal that does
-// not echo. Set only while an EchoRestorer exists.
+// not echo. Set only while an EchoRestorer exists. The one mutable state at
+// namespace scope in the tool: a signal handler cannot be handed a context.
 constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 int restoreFd = -1;
 termios restoreMode;
