@@ -34,7 +34,7 @@ class OpenSequence : public BerConstructed {
   bool operator==(const BerValue& other) const override { return this == &other; }
   bool operator<(const BerValue&) const override { return false; }
   bool operator>(const BerValue&) const override { return false; }
-  void write(BasicIo& stream, bool) const override {
+  void write(net::ByteOutput& stream, bool) const override {
     write_tag(stream, tag_);
     write_indefinite(stream);
     write_end_of_contents(stream);
