@@ -45,7 +45,7 @@ bool ResultObject::is_null(const std::string& name) const {
 
 std::string ResultObject::get_string(const std::string& name) const {
   std::string text;
-  protocol::decode_property(property(name), 6, text);
+  protocol::decode_property(property(name), protocol::kTypeString, text);
   return text;
 }
 
