@@ -44,12 +44,7 @@ void send(Session& session, const std::shared_ptr<Request>& request) {
 }
 
 std::shared_ptr<Request> processResponse(Session& session) {
-  protocol::BerReader& reader = session.reader();
-  std::unique_ptr<protocol::BerConstructed> message = reader.takeMessage();
-  while (!message) {
-    reader.readSome(false);
-    message = reader.takeMessage();
-  }
+  std::unique_ptr<protocol::BerConstructed> message = session.reader().nextMessage();
 
   auto* response = dynamic_cast<protocol::Response*>(message.get());
   if (response == nullptr) throw util::EBerError("Wrong type. Expected Response");
