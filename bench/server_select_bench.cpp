@@ -75,14 +75,6 @@ std::unique_ptr<net::OsalSocket> raw_login(uint16_t port) {
   // first request, so the reader reads nothing that belongs to later answers.
   protocol::BerReader reader(protocol::guiProtocol(),
                              std::make_unique<server::BorrowedStream>(*socket));
-  auto wait = [&reader] {
-    std::unique_ptr<protocol::BerConstructed> m = reader.takeMessage();
-    while (!m) {
-      reader.readSome(false);
-      m = reader.takeMessage();
-    }
-    return m;
-  };
   auto send = [&socket](const protocol::BerValue& m) {
     std::string b = server::encode(m, false);
     socket->write(b.data(), b.size());
@@ -91,14 +83,14 @@ std::unique_ptr<net::OsalSocket> raw_login(uint16_t port) {
   wants.version = 0x0203;
   wants.authentication = std::make_unique<protocol::ClientNoAuth>();
   send(wants);
-  wait();
+  reader.nextMessage();
   send(protocol::NegotiateAck());
   protocol::NewSession login;
   login.loginDomain = ".";
   login.userName = "admin";
   login.password = "secret";
   send(login);
-  wait();
+  reader.nextMessage();
   return socket;
 }
 

@@ -36,17 +36,13 @@ void GetData::decode(protocol::BerConstructed* body) {
     dataType = static_cast<uint32_t>(answer->dataType);
     intervals = std::move(answer->intervals);
     answer->intervals.clear();
-    onSuccess();
   } else if (auto* refusal = dynamic_cast<protocol::ErrorResp*>(body)) {
     error = static_cast<uint32_t>(refusal->code);
-    onError(refusal->code, refusal->texts);
   } else {
     throw util::EBerError("Wrong type in GetData::decode.");
   }
 }
 
 void GetData::done(Session& session) { client::forget(session, *this); }
-
-void GetData::onError(int32_t, const std::vector<std::string>&) {}
 
 }  // namespace client

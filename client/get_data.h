@@ -33,9 +33,6 @@ class GetData : public client::Request {
   // Always forgets the request.
   void done(Session& session) override;
 
-  virtual void onSuccess() {}
-  virtual void onError(int32_t code, const std::vector<std::string>& texts);
-
   // The data type number of the series; all ones until a successful answer.
   uint32_t dataType = 0xFFFFFFFF;
   // The intervals in the server's order; empty until a successful answer.

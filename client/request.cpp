@@ -1,38 +1,20 @@
 #include "client/request.h"
 
-#include <map>
 #include <utility>
 
 #include "client/session.h"
 #include "protocol/ber_reader.h"
 #include "protocol/messages.h"
-#include "util/bignum.h"
 #include "util/error.h"
 
 namespace client {
-
-namespace {
-
-// The next request id of every session id the process has seen. Sessions
-// that share a session id share the count.
-std::map<util::BigNum, uint32_t>& requestIdCounters() {
-  static std::map<util::BigNum, uint32_t> counters;
-  return counters;
-}
-
-int32_t takeRequestId(const util::BigNum& sessionId) {
-  uint32_t& next = requestIdCounters()[sessionId];
-  return static_cast<int32_t>(next++);
-}
-
-}  // namespace
 
 Request::~Request() = default;
 
 std::string Request::name() const { return "Unknown request"; }
 
 void send(Session& session, const std::shared_ptr<Request>& request) {
-  const int32_t id = takeRequestId(session.sessionId);
+  const int32_t id = session.takeRequestId();
   session.requestsById.emplace(id, request);
   session.idsByRequest.emplace(request.get(), id);
 
@@ -44,12 +26,7 @@ void send(Session& session, const std::shared_ptr<Request>& request) {
 }
 
 std::shared_ptr<Request> processResponse(Session& session) {
-  protocol::BerReader& reader = session.reader();
-  std::unique_ptr<protocol::BerConstructed> message = reader.takeMessage();
-  while (!message) {
-    reader.readSome(false);
-    message = reader.takeMessage();
-  }
+  std::unique_ptr<protocol::BerConstructed> message = session.reader().nextMessage();
 
   auto* response = dynamic_cast<protocol::Response*>(message.get());
   if (response == nullptr) throw util::EBerError("Wrong type. Expected Response");

@@ -12,8 +12,8 @@
 // reference; send() stores another in the session's tables until forget()
 // removes it. A request therefore lives until both have let go.
 //
-// All of this is single-threaded: a Session and its requests, and the
-// process-wide table of request-id counters, must be used from one thread.
+// All of this is single-threaded: a Session and its requests must be used
+// from one thread.
 #ifndef TALVIX_CLIENT_REQUEST_H_
 #define TALVIX_CLIENT_REQUEST_H_
 
@@ -62,9 +62,9 @@ class Request {
   Request() = default;
 };
 
-// Issues `request`: takes the next id of the session's sessionId, enters the
-// request into the session's tables (keeping a reference to it) and writes it
-// through the session's reader, flushed. Transport and encoding errors pass
+// Issues `request`: takes the session's next request id, enters the request
+// into the session's tables (keeping a reference to it) and writes it through
+// the session's reader, flushed. Transport and encoding errors pass
 // out unchanged; the request then stays in the tables.
 void send(Session& session, const std::shared_ptr<Request>& request);
 

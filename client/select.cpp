@@ -45,7 +45,7 @@ bool ResultObject::is_null(const std::string& name) const {
 
 std::string ResultObject::get_string(const std::string& name) const {
   std::string text;
-  protocol::decode_property(property(name), 6, text);
+  protocol::decode_property(property(name), protocol::kTypeString, text);
   return text;
 }
 
@@ -82,20 +82,14 @@ void Select::decode(protocol::BerConstructed* body) {
       results_.insert_or_assign(std::move(id), std::move(result));
     }
     error = 0;
-    onSuccess();
   } else if (auto* refusal = dynamic_cast<protocol::ErrorResp*>(body)) {
     error = static_cast<uint32_t>(refusal->code);
-    onError(refusal->code, refusal->texts);
   } else {
     throw util::EBerError("Wrong type in Select::decode.");
   }
 }
 
-void Select::done(Session& session) {
-  if ((flags_ & kKeepOutstanding) == 0) client::forget(session, *this);
-}
-
-void Select::onError(int32_t, const std::vector<std::string>&) {}
+void Select::done(Session& session) { client::forget(session, *this); }
 
 const ResultObject& Select::find_result(const std::string& id) const {
   if (state != kAnswered) {

@@ -66,11 +66,8 @@ class ResultObject {
 
 class Select : public client::Request {
  public:
-  // Flag bit: stay outstanding after an answer instead of forgetting.
-  static constexpr uint32_t kKeepOutstanding = 1;
-
   // Parses `patternText` with tql::parse; its errors pass out and no Select
-  // is made.
+  // is made. `flags` travel in the SelectReq unchanged.
   Select(const std::string& startId, const std::string& patternText, uint32_t flags);
   ~Select() override;
 
@@ -82,11 +79,8 @@ class Select : public client::Request {
   // object). ErrorResp: stores its code in `error`, results unchanged. Any
   // other body raises util::EBerError "Wrong type in Select::decode.".
   void decode(protocol::BerConstructed* body) override;
-  // Forgets the request unless kKeepOutstanding is set.
+  // Forgets the request.
   void done(Session& session) override;
-
-  virtual void onSuccess() {}
-  virtual void onError(int32_t code, const std::vector<std::string>& texts);
 
   // The top-level object with that id. Raises util::ESelectError before the
   // answer has arrived and when the id is not in the result set. The object

@@ -22,16 +22,6 @@ Session::~Session() = default;
 
 namespace {
 
-// Waits for the next complete message from the server.
-std::unique_ptr<protocol::BerConstructed> waitForMessage(protocol::BerReader& reader) {
-  std::unique_ptr<protocol::BerConstructed> message = reader.takeMessage();
-  while (!message) {
-    reader.readSome(false);
-    message = reader.takeMessage();
-  }
-  return message;
-}
-
 // Whether the server's offer is one we can speak: no authentication and the
 // same major version (the high octet of the 16-bit version).
 bool acceptableOffer(const protocol::ServerOffers& offer) {
@@ -48,7 +38,7 @@ void negotiate(protocol::BerReader& reader) {
   wants.authentication = std::make_unique<protocol::ClientNoAuth>();
   reader.send(wants);
 
-  std::unique_ptr<protocol::BerConstructed> answer = waitForMessage(reader);
+  std::unique_ptr<protocol::BerConstructed> answer = reader.nextMessage();
   if (auto* nack = dynamic_cast<protocol::NegotiateNack*>(answer.get())) {
     throw util::EConnectError("Server rejected us: " + nack->reason);
   }
@@ -81,7 +71,7 @@ std::unique_ptr<Session> openSession(const net::ConnectionFactory& factory, cons
     login.password = password;
     reader->send(login);
 
-    std::unique_ptr<protocol::BerConstructed> answer = waitForMessage(*reader);
+    std::unique_ptr<protocol::BerConstructed> answer = reader->nextMessage();
     auto* accepted = dynamic_cast<protocol::NewSessionResp*>(answer.get());
     if (accepted == nullptr) throw util::EConnectError("Protocol error: Wrong type");
     return std::make_unique<Session>(std::move(reader), accepted->sessionId,

@@ -53,9 +53,14 @@ class Session {
   std::map<int32_t, std::shared_ptr<client::Request>> requestsById;
   std::unordered_map<const client::Request*, int32_t> idsByRequest;
 
+  // The id for the next request sent through this Session: 0, 1, 2, ... in
+  // the order of client::send, each Session counting on its own.
+  int32_t takeRequestId() { return static_cast<int32_t>(nextRequestId_++); }
+
  private:
   std::unique_ptr<protocol::BerReader> reader_;
   net::BasicIo* connection_;
+  uint32_t nextRequestId_ = 0;
 };
 
 // Connects through `factory` to host:port and logs in as `user` of

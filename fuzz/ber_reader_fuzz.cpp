@@ -40,7 +40,6 @@ class OpenSequence : public BerConstructed {
     write_end_of_contents(stream);
   }
   uint32_t requiredFields() const override { return tag_ % 3; }
-  bool disposeAfterRead() const override { return false; }
 
   ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) override {
     if ((tag & 1) != 0) {

@@ -17,8 +17,8 @@ namespace net {
 namespace {
 
 [[noreturn]] void raise_errno(const char* what, int code) {
-  util::throw_system_error(
-      socket_errorf("%s: %s (%d)", what, socket_strerror(static_cast<uint32_t>(code)), code));
+  util::throw_system_error(socket_errorf(
+      "%s: %s (%d)", what, socket_strerror(static_cast<uint32_t>(code)).c_str(), code));
 }
 
 }  // namespace

@@ -14,16 +14,15 @@ namespace {
 // is blocking and keeps Nagle's algorithm.
 constexpr unsigned kConnectOptions = 4;
 
-void raise_if(const char* prefix, const char* text) {
-  if (text != nullptr) util::throw_system_error(std::string(prefix) + text);
+void raise_if(const char* prefix, const SocketError& text) {
+  if (text) util::throw_system_error(prefix + *text);
 }
 
 socket_t connect_to(const std::string& host, uint16_t port) {
-  raise_if("Error initializing socket subsystem: ", socket_init());
   uint32_t address = 0;
   raise_if("", socket_resolve(host.c_str(), &address));
   socket_t sock = INVALID_SOCKET_HANDLE;
-  raise_if("", socket_connect(&address, port, &sock, kConnectOptions));
+  raise_if("", socket_connect(&address, port, &sock, kConnectOptions, SOCKET_WAIT_SECONDS));
   return sock;
 }
 
@@ -31,20 +30,21 @@ socket_t connect_to(const std::string& host, uint16_t port) {
 
 SocketStream::~SocketStream() {
   if (sock_ == INVALID_SOCKET_HANDLE) return;
-  if (socket_close(&sock_) != nullptr && sock_ != INVALID_SOCKET_HANDLE) ::close(sock_);
+  if (socket_close(&sock_) && sock_ != INVALID_SOCKET_HANDLE) ::close(sock_);
 }
 
 void SocketStream::write(const void* data, size_t length) {
-  raise_if("Error writing to socket: ", socket_send(&sock_, data, length));
+  raise_if("Error writing to socket: ", socket_send(&sock_, data, length, SOCKET_WAIT_SECONDS));
 }
 
-void SocketStream::flush() { socket_flush(&sock_); }
+void SocketStream::flush() {}
 
 uint64_t SocketStream::read(void* buffer, uint64_t capacity) {
   if (capacity == 0) return 0;
   size_t count = 0;
   const size_t wanted = capacity > SIZE_MAX ? SIZE_MAX : static_cast<size_t>(capacity);
-  raise_if("Error reading from socket: ", socket_recv(&sock_, buffer, wanted, &count));
+  raise_if("Error reading from socket: ",
+           socket_recv(&sock_, buffer, wanted, &count, SOCKET_WAIT_SECONDS));
   if (count == 0) util::throw_system_error("Error reading: OsalSocket::read end of stream");
   return count;
 }
@@ -53,9 +53,9 @@ bool SocketStream::readable() { return socket_readable(&sock_, 0); }
 
 void SocketStream::close() {
   if (sock_ == INVALID_SOCKET_HANDLE) return;
-  const char* text = socket_close(&sock_);
-  if (text == nullptr) return;
-  const std::string message = std::string("Error closing socket: ") + text;
+  const SocketError text = socket_close(&sock_);
+  if (!text) return;
+  const std::string message = "Error closing socket: " + *text;
   // A socket that could not be switched back to blocking mode is still open:
   // release it so the stream never leaks its descriptor.
   if (sock_ != INVALID_SOCKET_HANDLE) ::close(sock_);

@@ -51,10 +51,9 @@ class SocketStream : public BasicIo {
 // The client's connection to the server: blocking, with Nagle's algorithm on.
 class OsalSocket : public SocketStream {
  public:
-  // Starts the socket subsystem, resolves `host` and connects to it at
-  // `port`. Raises util::ESystemError: "Error initializing socket subsystem: "
-  // + text for a start-up failure, the socket layer's text alone for a failed
-  // lookup or connect. A constructed OsalSocket is connected.
+  // Resolves `host` and connects to it at `port`. Raises util::ESystemError
+  // with the socket layer's text alone for a failed lookup or connect. A
+  // constructed OsalSocket is connected.
   OsalSocket(const std::string& host, uint16_t port);
 };
 

@@ -44,15 +44,15 @@ std::string within_text(unsigned seconds) {
 
 // The "%s (%d)" form of the socket layer for errno `code`.
 std::string code_text(const char* head, int code) {
-  return socket_errorf("%s%s (%d)", head, socket_strerror(static_cast<uint32_t>(code)), code);
+  return socket_errorf("%s%s (%d)", head, socket_strerror(static_cast<uint32_t>(code)).c_str(),
+                       code);
 }
 
 // A connected blocking socket, or a raise. The connect itself is made
 // non-blocking so that it can be given up after the limit.
 socket_t connect_within(const std::string& host, uint32_t port, unsigned seconds) {
-  if (const char* text = socket_init()) raise(std::string("Error initializing socket subsystem: ") + text);
   uint32_t address = 0;
-  if (const char* text = socket_resolve(host.c_str(), &address)) raise(text);
+  if (const SocketError text = socket_resolve(host.c_str(), &address)) raise(*text);
 
   const socket_t sock = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (sock < 0) raise(code_text("Error creating socket: ", errno));

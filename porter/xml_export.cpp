@@ -32,36 +32,36 @@ bool is_plain(unsigned char c) {
 int render_value(const protocol::Property& p, uint32_t code, std::ostream& err, std::string& type,
                  std::string& value) {
   switch (code) {
-    case 1: {
+    case protocol::kTypeBoolean: {
       bool v = false;
       protocol::decode_property(p, code, v);
       type += "Boolean";
       value = v ? "true" : "false";
       return 0;
     }
-    case 2:
-    case 10: {
+    case protocol::kTypeUnsigned:
+    case protocol::kTypeIndex: {
       uint32_t v = 0;
       protocol::decode_property(p, code, v);
-      type += code == 2 ? "Unsigned Integer" : "Index";
+      type += code == protocol::kTypeUnsigned ? "Unsigned Integer" : "Index";
       value = util::uint_to_string(v);
       return 0;
     }
-    case 3: {
+    case protocol::kTypeInteger: {
       int32_t v = 0;
       protocol::decode_property(p, code, v);
       type += "Integer";
       value = util::int_to_string(v);
       return 0;
     }
-    case 4: {
+    case protocol::kTypeReal: {
       double v = 0;
       protocol::decode_property(p, code, v);
       type += "Real";
       value = util::real_to_string(v);
       return 0;
     }
-    case 5: {
+    case protocol::kTypeDate: {
       int64_t v = 0;
       protocol::decode_property(p, code, v);
       type += "Date";
@@ -72,40 +72,42 @@ int render_value(const protocol::Property& p, uint32_t code, std::ostream& err, 
       value = utc_time(v);
       return 0;
     }
-    case 6:
-    case 7:
-    case 15:
+    case protocol::kTypeString:
+    case protocol::kTypeObject:
+    case protocol::kTypeSnmpOid:
       protocol::decode_property(p, code, value);
-      type += code == 6 ? "String" : code == 7 ? "Object" : "SnmpOid";
+      type += code == protocol::kTypeString   ? "String"
+              : code == protocol::kTypeObject ? "Object"
+                                              : "SnmpOid";
       return 0;
-    case 8:
-    case 11: {
+    case protocol::kTypeObjectSet:
+    case protocol::kTypeStringList: {
       std::vector<std::string> v;
       protocol::decode_property(p, code, v);
-      type += code == 8 ? "ObjectSet" : "StringList";
+      type += code == protocol::kTypeObjectSet ? "ObjectSet" : "StringList";
       for (size_t i = 0; i < v.size(); ++i) {
         if (i > 0) value += ',';
         value += v[i];
       }
       return 0;
     }
-    case 9:
+    case protocol::kTypeHidden:
       return 1;
-    case 12: {
+    case protocol::kTypeBlob: {
       std::vector<uint8_t> v;
       protocol::decode_property(p, code, v);
       type += "Blob";
       util::base64_encode(v, value);
       return 0;
     }
-    case 13: {
+    case protocol::kTypeGid: {
       uint32_t v = 0;
       protocol::decode_property(p, code, v);
       type += "Gid";
       value = util::gid_to_string(v);
       return 0;
     }
-    case 14: {
+    case protocol::kTypeGidList: {
       std::vector<uint32_t> v;
       protocol::decode_property(p, code, v);
       type += "GidList";
@@ -115,7 +117,7 @@ int render_value(const protocol::Property& p, uint32_t code, std::ostream& err, 
       }
       return 0;
     }
-    case 18: {
+    case protocol::kTypeBigNum: {
       util::BigNum v;
       protocol::decode_property(p, code, v);
       type += "BigNum";

@@ -275,9 +275,9 @@ class BerPrimitiveSkipper : public BerPrimitive {
   TagCode tag_;
 };
 
-// Reads a constructed value of any tag: requires no children, answers every
-// child with makeSkipper and asks to be disposed of after reading. Writing or
-// ordering one is a programming error (assertion).
+// Reads a constructed value of any tag: requires no children and answers
+// every child with makeSkipper. Writing or ordering one is a programming
+// error (assertion).
 class BerConstructedSkipper : public BerConstructed {
  public:
   explicit BerConstructedSkipper(TagCode tag) : tag_(tag) {}
@@ -290,7 +290,6 @@ class BerConstructedSkipper : public BerConstructed {
   void write(net::ByteOutput& stream, bool legacy) const override;
   ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) override;
   uint32_t requiredFields() const override { return 0; }
-  bool disposeAfterRead() const override { return true; }
 
  private:
   TagCode tag_;

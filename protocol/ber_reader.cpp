@@ -289,4 +289,13 @@ void BerReader::closeCompleted() {
   }
 }
 
+std::unique_ptr<BerConstructed> BerReader::nextMessage() {
+  std::unique_ptr<BerConstructed> message = takeMessage();
+  while (!message) {
+    readSome(false);
+    message = takeMessage();
+  }
+  return message;
+}
+
 }  // namespace protocol

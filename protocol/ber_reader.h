@@ -69,6 +69,13 @@ class BerReader {
   // octets have arrived).
   bool legacy() const { return legacy_; }
 
+  // The oldest complete message, reading (readSome(false)) until one is
+  // queued; never null, the caller owns it. Blocks as long as the stream
+  // below does. The end of the stream and every other failure of the stream
+  // below pass out as it raised them (the util:: family); decoding failures
+  // throw protocol::EBer.
+  std::unique_ptr<protocol::BerConstructed> nextMessage();
+
  private:
   enum class State { kIdentifier, kTagNumber, kLength, kLongLength, kContent, kEndOfContents };
 

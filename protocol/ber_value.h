@@ -74,8 +74,6 @@ class BerConstructed : public BerValue {
   virtual ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) = 0;
   // The least number of children that must have arrived when the value ends.
   virtual uint32_t requiredFields() const = 0;
-  // True for list/set adapters and skippers, which the reader disposes of.
-  virtual bool disposeAfterRead() const = 0;
 };
 
 }  // namespace protocol

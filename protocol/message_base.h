@@ -56,7 +56,6 @@ class Message : public BerConstructed {
   // not fit its field throws EBer.
   ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) override;
   uint32_t requiredFields() const override;
-  bool disposeAfterRead() const override { return false; }
 
   // The class's tag in the given encoding and its name ("SelectReq").
   static TagCode staticTag(bool legacy);
@@ -91,7 +90,6 @@ class ListAdapter : public BerConstructed {
   // Appends a new element, then checks the tag against the element type.
   ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) override;
   uint32_t requiredFields() const override { return 0; }
-  bool disposeAfterRead() const override { return true; }
 
   static TagCode staticTag(bool legacy);
   static const char* typeName();

@@ -7,16 +7,12 @@
 
 namespace protocol {
 
-using protocol::kPropEnumeration;
-using protocol::kPropTypeMask;
 using protocol::Property;
 
 namespace {
 
 // The server's code for "Property updated with illegal type".
 constexpr int32_t kIllegalType = 9;
-
-uint32_t type_of(uint32_t typeWord) { return typeWord & kPropTypeMask; }
 
 bool one_of(uint32_t type, std::initializer_list<uint32_t> codes) {
   for (uint32_t c : codes) {
@@ -26,7 +22,7 @@ bool one_of(uint32_t type, std::initializer_list<uint32_t> codes) {
 }
 
 bool is_unsigned_type(uint32_t type) {
-  return one_of(type, {2, 10, 13}) || (type & kPropEnumeration) != 0;
+  return one_of(type, {kTypeUnsigned, kTypeIndex, kTypeGid}) || (type & kPropEnumeration) != 0;
 }
 
 template <class V>
@@ -48,11 +44,11 @@ void store_value(Property& p, const std::string& name, uint32_t typeWord, const 
 template <class V>
 const V& checked_value(const Property& p, uint32_t wanted, const char* nullMessage,
                        bool withCodes = true) {
-  if (type_of(p.type) != type_of(wanted)) {
+  if (type_code(p.type) != type_code(wanted)) {
     std::string message = "Type mismatch for property: " + p.name;
     if (withCodes) {
-      message += ", wanted " + std::to_string(type_of(wanted)) + " got " +
-                 std::to_string(type_of(p.type));
+      message += ", wanted " + std::to_string(type_code(wanted)) + " got " +
+                 std::to_string(type_code(p.type));
     }
     throw util::ETqlError(message, kIllegalType);
   }
@@ -68,19 +64,20 @@ void encode_property(Property& p, const std::string& name, uint32_t typeWord) {
 }
 
 void encode_property(Property& p, const std::string& name, uint32_t typeWord, bool value) {
-  if (type_of(typeWord) != 1) util::assert_failed("Type mismatch in tql::encode bool: " + name);
+  if (type_code(typeWord) != kTypeBoolean)
+    util::assert_failed("Type mismatch in tql::encode bool: " + name);
   store_value<protocol::BooleanProp>(p, name, typeWord, value);
 }
 
 void encode_property(Property& p, const std::string& name, uint32_t typeWord, int32_t value) {
-  if (!one_of(type_of(typeWord), {3, 5})) {
+  if (!one_of(type_code(typeWord), {kTypeInteger, kTypeDate})) {
     util::assert_failed("Type mismatch in tql::encode int: " + name);
   }
   store_value<protocol::SignedIntProp>(p, name, typeWord, value);
 }
 
 void encode_property(Property& p, const std::string& name, uint32_t typeWord, uint32_t value) {
-  if (!is_unsigned_type(type_of(typeWord))) {
+  if (!is_unsigned_type(type_code(typeWord))) {
     util::assert_failed("Type mismatch in tql::encode unsigned int: " + name);
   }
   store_value<protocol::UnsignedIntProp>(p, name, typeWord, value);
@@ -88,7 +85,7 @@ void encode_property(Property& p, const std::string& name, uint32_t typeWord, ui
 
 void encode_property(Property& p, const std::string& name, uint32_t typeWord,
                      const std::string& value) {
-  if (!one_of(type_of(typeWord), {6, 7, 15})) {
+  if (!one_of(type_code(typeWord), {kTypeString, kTypeObject, kTypeSnmpOid})) {
     util::assert_failed("Type mismatch in tql::encode string: " + name);
   }
   store_value<protocol::StringProp>(p, name, typeWord, value);
@@ -100,7 +97,7 @@ void encode_property(Property& p, const std::string& name, uint32_t typeWord, co
 
 void encode_property(Property& p, const std::string& name, uint32_t typeWord,
                      const std::vector<std::string>& value) {
-  if (!one_of(type_of(typeWord), {8, 11})) {
+  if (!one_of(type_code(typeWord), {kTypeObjectSet, kTypeStringList})) {
     util::assert_failed("Type mismatch in tql::encode list<string>: " + name);
   }
   store_value<protocol::StringListProp>(p, name, typeWord, value);
@@ -108,30 +105,33 @@ void encode_property(Property& p, const std::string& name, uint32_t typeWord,
 
 void encode_property(Property& p, const std::string& name, uint32_t typeWord,
                      const util::BigNum& value) {
-  if (type_of(typeWord) != 18) util::assert_failed("Type mismatch in tql::encode bignum: " + name);
+  if (type_code(typeWord) != kTypeBigNum)
+    util::assert_failed("Type mismatch in tql::encode bignum: " + name);
   store_value<protocol::BigNumProp>(p, name, typeWord, value);
 }
 
 void decode_property(const Property& p, uint32_t wantedType, bool& out) {
-  if (type_of(wantedType) != 1) util::assert_failed("Type mismatch in tql::decode bool");
+  if (type_code(wantedType) != kTypeBoolean)
+    util::assert_failed("Type mismatch in tql::decode bool");
   out = checked_value<protocol::BooleanProp>(p, wantedType, "Null given for boolean property: ",
                                              false)
             .value;
 }
 
 void decode_property(const Property& p, uint32_t wantedType, double& out) {
-  if (type_of(wantedType) != 4) util::assert_failed("Type mismatch in tql::decode real");
+  if (type_code(wantedType) != kTypeReal) util::assert_failed("Type mismatch in tql::decode real");
   out = checked_value<protocol::RealProp>(p, wantedType, "Null given for real property: ").value;
 }
 
 void decode_property(const Property& p, uint32_t wantedType, int32_t& out) {
-  if (type_of(wantedType) != 3) util::assert_failed("Type mismatch in tql::decode int :" + p.name);
+  if (type_code(wantedType) != kTypeInteger)
+    util::assert_failed("Type mismatch in tql::decode int :" + p.name);
   out = checked_value<protocol::SignedIntProp>(p, wantedType, "Null given for integer property: ")
             .value;
 }
 
 void decode_property(const Property& p, uint32_t wantedType, uint32_t& out) {
-  if (!is_unsigned_type(type_of(wantedType))) {
+  if (!is_unsigned_type(type_code(wantedType))) {
     util::assert_failed("Type mismatch in tql::decode uint/enum/index");
   }
   out = checked_value<protocol::UnsignedIntProp>(p, wantedType,
@@ -140,7 +140,7 @@ void decode_property(const Property& p, uint32_t wantedType, uint32_t& out) {
 }
 
 void decode_property(const Property& p, uint32_t wantedType, std::string& out) {
-  if (!one_of(type_of(wantedType), {6, 7, 15})) {
+  if (!one_of(type_code(wantedType), {kTypeString, kTypeObject, kTypeSnmpOid})) {
     util::assert_failed("Type mismatch in tql::decode string/object");
   }
   out = checked_value<protocol::StringProp>(p, wantedType, "Null given for string property: ")
@@ -148,13 +148,13 @@ void decode_property(const Property& p, uint32_t wantedType, std::string& out) {
 }
 
 void decode_property(const Property& p, uint32_t wantedType, int64_t& out) {
-  switch (type_of(wantedType)) {
-    case 5:
+  switch (type_code(wantedType)) {
+    case kTypeDate:
       out = checked_value<protocol::SignedIntProp>(p, wantedType,
                                                    "Null given for time property: ")
                 .value;
       return;
-    case 17:
+    case kTypeInt64:
       out = checked_value<protocol::SignedInt64Prop>(p, wantedType,
                                                      "Null given for integer property: ")
                 .value;
@@ -165,14 +165,14 @@ void decode_property(const Property& p, uint32_t wantedType, int64_t& out) {
 }
 
 void decode_property(const Property& p, uint32_t wantedType, util::BigNum& out) {
-  if (type_of(wantedType) != 18)
+  if (type_code(wantedType) != kTypeBigNum)
     util::assert_failed("Type mismatch in tql::decode bignum: " + p.name);
   out = checked_value<protocol::BigNumProp>(p, wantedType, "Null given for bignum property: ")
             .value;
 }
 
 void decode_property(const Property& p, uint32_t wantedType, std::vector<std::string>& out) {
-  if (!one_of(type_of(wantedType), {8, 11})) {
+  if (!one_of(type_code(wantedType), {kTypeObjectSet, kTypeStringList})) {
     util::assert_failed("Type mismatch in tql::decode objectset");
   }
   out = checked_value<protocol::StringListProp>(p, wantedType, "Null given for slist property: ")
@@ -181,12 +181,12 @@ void decode_property(const Property& p, uint32_t wantedType, std::vector<std::st
 
 void decode_property(const Property& p, uint32_t wantedType, std::vector<uint8_t>& out) {
   const std::string* bytes = nullptr;
-  switch (type_of(wantedType)) {
-    case 12:
+  switch (type_code(wantedType)) {
+    case kTypeBlob:
       bytes = &checked_value<protocol::BlobProp>(p, wantedType, "Null given for blob property: ")
                    .value;
       break;
-    case 19:
+    case kTypeLob:
       bytes = &checked_value<protocol::LobProp>(p, wantedType, "Null given for lob property: ")
                    .value;
       break;
@@ -197,7 +197,8 @@ void decode_property(const Property& p, uint32_t wantedType, std::vector<uint8_t
 }
 
 void decode_property(const Property& p, uint32_t wantedType, std::vector<uint32_t>& out) {
-  if (type_of(wantedType) != 14) util::assert_failed("Type mismatch in tql::decode list<uint32_t>");
+  if (type_code(wantedType) != kTypeGidList)
+    util::assert_failed("Type mismatch in tql::decode list<uint32_t>");
   out = checked_value<protocol::UnsignedIntListProp>(p, wantedType,
                                                      "Null given for unsigned int list property: ")
             .value;

@@ -31,26 +31,6 @@ namespace server {
 
 // Longest object id the protocol carries.
 constexpr size_t kMaxIdLength = 32;
-// Property type codes (low 16 bits of a type word without the enumeration flag).
-enum TypeCode : uint32_t {
-  kTypeBoolean = 1,
-  kTypeUnsigned = 2,
-  kTypeInteger = 3,
-  kTypeReal = 4,
-  kTypeDate = 5,
-  kTypeString = 6,
-  kTypeObject = 7,
-  kTypeObjectSet = 8,
-  kTypeIndex = 10,
-  kTypeStringList = 11,
-  kTypeBlob = 12,
-  kTypeGid = 13,
-  kTypeGidList = 14,
-  kTypeSnmpOid = 15,
-  kTypeInt64 = 17,
-  kTypeBigNum = 18,
-  kTypeLob = 19,
-};
 
 // ---------------------------------------------------------------------------
 // Property values. The alternatives of Value are in the order of the value

@@ -195,7 +195,7 @@ class Loader {
       if (object == objects_.end()) fail(where, "object " + in_quotes(objectId) + " does not exist");
       if (index.size() > kMaxIndexName) fail(where, "index name is longer than 16 octets");
       const PropertyValue* p = object->second->findProperty(index);
-      if (p == nullptr || (p->type & protocol::kPropTypeMask) != kTypeIndex) {
+      if (p == nullptr || protocol::type_code(p->type) != protocol::kTypeIndex) {
         fail(where, "the object has no Index property " + in_quotes(index));
       }
       auto series = std::make_shared<History>();

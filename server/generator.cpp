@@ -3,11 +3,14 @@
 #include <optional>
 #include <string_view>
 
+#include "protocol/property_types.h"
 #include "util/error.h"
 
 namespace server {
 
 namespace {
+
+using enum protocol::PropertyType;
 
 constexpr uint64_t kMaxDomains = uint64_t{1} << 31;
 constexpr uint64_t kMaxObjects = uint64_t{1} << 48;

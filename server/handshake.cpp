@@ -13,18 +13,9 @@ const char kServerText[] = "talvix-server";
 
 namespace {
 
-std::unique_ptr<protocol::BerConstructed> wait_for_message(protocol::BerReader& reader) {
-  std::unique_ptr<protocol::BerConstructed> message = reader.takeMessage();
-  while (!message) {
-    reader.readSome(false);
-    message = reader.takeMessage();
-  }
-  return message;
-}
-
 template <class T>
 std::unique_ptr<T> expect(protocol::BerReader& reader) {
-  std::unique_ptr<protocol::BerConstructed> message = wait_for_message(reader);
+  std::unique_ptr<protocol::BerConstructed> message = reader.nextMessage();
   if (dynamic_cast<T*>(message.get()) == nullptr) return nullptr;
   return std::unique_ptr<T>(static_cast<T*>(message.release()));
 }
@@ -73,7 +64,7 @@ HandshakeResult run_handshake(net::BasicIo& socket,
     // message. Octets that arrived together with ClientWants are lost.
     reader = std::make_unique<protocol::BerReader>(
         protocol::guiProtocol(), std::make_unique<PrefixedStream>(legacy_greeting(), socket));
-    wait_for_message(*reader);
+    reader->nextMessage();
   }
 
   protocol::ServerOffers offer;

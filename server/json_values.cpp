@@ -5,11 +5,14 @@
 #include <limits>
 #include <optional>
 
+#include "protocol/property_types.h"
 #include "util/error.h"
 
 namespace server::json_format {
 
 namespace {
+
+using enum protocol::PropertyType;
 
 constexpr size_t kMaxPropertyName = 128;
 constexpr size_t kMaxString = 1024;
@@ -24,11 +27,11 @@ struct NamedCode {
 };
 
 constexpr std::array<NamedCode, 17> kTypeNames = {{
-    {"Boolean", 1}, {"Unsigned Integer", 2}, {"Integer", 3}, {"Real", 4},
-    {"Date", 5}, {"String", 6}, {"Object", 7}, {"ObjectSet", 8},
-    {"Index", 10}, {"StringList", 11}, {"Blob", 12}, {"Gid", 13},
-    {"GidList", 14}, {"SnmpOid", 15}, {"Int64", 17}, {"BigNum", 18},
-    {"Lob", 19},
+    {"Boolean", kTypeBoolean}, {"Unsigned Integer", kTypeUnsigned}, {"Integer", kTypeInteger},
+    {"Real", kTypeReal}, {"Date", kTypeDate}, {"String", kTypeString}, {"Object", kTypeObject},
+    {"ObjectSet", kTypeObjectSet}, {"Index", kTypeIndex}, {"StringList", kTypeStringList},
+    {"Blob", kTypeBlob}, {"Gid", kTypeGid}, {"GidList", kTypeGidList}, {"SnmpOid", kTypeSnmpOid},
+    {"Int64", kTypeInt64}, {"BigNum", kTypeBigNum}, {"Lob", kTypeLob},
 }};
 
 // Names of the value classes, by alternative number (Value::index()).
@@ -199,7 +202,7 @@ std::string type_label(uint32_t typeWord) {
   if (typeWord & protocol::kPropEnumeration) {
     return "type Enumeration(" + std::to_string(typeWord & 0xffff) + ")";
   }
-  uint32_t code = typeWord & protocol::kPropTypeMask;
+  uint32_t code = protocol::type_code(typeWord);
   for (const NamedCode& t : kTypeNames) {
     if (t.code == code) return std::string("type ") + t.name;
   }
@@ -209,18 +212,18 @@ std::string type_label(uint32_t typeWord) {
 // The value class a type word carries, or -1 for codes without one.
 int default_class(uint32_t typeWord) {
   if (typeWord & protocol::kPropEnumeration) return kUnsignedInt;
-  switch (typeWord & 0xffff) {
-    case 1: return kBoolean;
-    case 2: case 10: case 13: return kUnsignedInt;
-    case 3: case 5: return kSignedInt;
-    case 4: return kReal;
-    case 6: case 7: case 15: return kString;
-    case 8: case 11: return kStringList;
-    case 12: return kBlob;
-    case 14: return kUnsignedIntList;
-    case 17: return kSignedInt64;
-    case 18: return kBigNum;
-    case 19: return kLob;
+  switch (protocol::type_code(typeWord)) {
+    case kTypeBoolean: return kBoolean;
+    case kTypeUnsigned: case kTypeIndex: case kTypeGid: return kUnsignedInt;
+    case kTypeInteger: case kTypeDate: return kSignedInt;
+    case kTypeReal: return kReal;
+    case kTypeString: case kTypeObject: case kTypeSnmpOid: return kString;
+    case kTypeObjectSet: case kTypeStringList: return kStringList;
+    case kTypeBlob: return kBlob;
+    case kTypeGidList: return kUnsignedIntList;
+    case kTypeInt64: return kSignedInt64;
+    case kTypeBigNum: return kBigNum;
+    case kTypeLob: return kLob;
     default: return -1;
   }
 }
@@ -274,9 +277,8 @@ std::optional<uint32_t> read_u32(const Json& v, bool gid) {
 
 // The value of class `cls` from `v`, or nothing when it does not fit.
 std::optional<Value> read_value(const Json& v, int cls, uint32_t typeWord) {
-  const bool plain = (typeWord & protocol::kPropEnumeration) == 0;
-  const uint32_t code = typeWord & 0xffff;
-  const bool gid = plain && (code == 13 || code == 14);
+  const uint32_t code = protocol::type_code(typeWord);  // no plain code when an enumeration
+  const bool gid = code == kTypeGid || code == kTypeGidList;
   switch (cls) {
     case kString:
       if (!v.is_string() || v.get_ref<const std::string&>().size() > kMaxString) break;
@@ -292,7 +294,7 @@ std::optional<Value> read_value(const Json& v, int cls, uint32_t typeWord) {
     }
     case kSignedInt: {
       std::optional<int64_t> n;
-      if (plain && code == kTypeDate && v.is_string()) n = parse_date_text(v.get<std::string>());
+      if (code == kTypeDate && v.is_string()) n = parse_date_text(v.get<std::string>());
       else n = as_int64(v);
       if (!n || *n < std::numeric_limits<int32_t>::min() || *n > std::numeric_limits<int32_t>::max()) {
         break;

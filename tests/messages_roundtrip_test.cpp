@@ -52,9 +52,9 @@ std::vector<TagCode> candidate_tags(bool legacy, bool list) {
 // Drives newChild the way the reader does, probing each position with the
 // candidate tags until one is accepted: every field of a sequence gets a
 // value, every list two elements (none below depth 3, so recursive classes
-// end).
-void fill(BerConstructed& value, bool legacy, int depth) {
-  const bool list = value.disposeAfterRead();
+// end). A constructed child is a list when the reader owns it (a skipper
+// never gets here).
+void fill(BerConstructed& value, bool legacy, int depth, bool list = false) {
   const uint32_t limit = list ? (depth > 3 ? 0 : 2) : 64;
   for (uint32_t index = 0; index < limit; ++index) {
     ChildSlot slot;
@@ -75,7 +75,7 @@ void fill(BerConstructed& value, bool legacy, int depth) {
     }
     ASSERT_EQ(tag, slot.value->tag(legacy));
     if (auto* c = dynamic_cast<BerConstructed*>(slot.value)) {
-      fill(*c, legacy, depth + 1);
+      fill(*c, legacy, depth + 1, slot.transient != nullptr);
       c->readDone();
       continue;
     }

@@ -96,13 +96,15 @@ TEST(RequestPipelineTest, IdsCountFromZeroInSendOrderAndEnvelopeIsLiteral) {
       });
 }
 
-TEST(RequestPipelineTest, SessionsWithOneSessionIdShareTheCounter) {
-  const uint32_t shared = peer::freshSessionId();
-  ScriptedPeer first(loginThen(probeRequest(0, 1), forgetAnswer(0), shared));
-  ScriptedPeer second(loginThen(hex("74 80 02 01 01 A5 80 02 01 02 00 00 00 00"), forgetAnswer(1), shared));
+// Ids belong to the Session: a second session, though under the same session
+// id, counts from 0 again.
+TEST(RequestPipelineTest, EachSessionCountsItsOwnIds) {
+  ScriptedPeer first(loginThen(probeRequest(0, 1), forgetAnswer(0)));
+  ScriptedPeer second(loginThen(probeRequest(0, 2), forgetAnswer(0)));
   auto one = peer::openTestSession(first.port());
   auto two = peer::openTestSession(second.port());
-  for (auto [session, probe] : {std::pair{one.get(), std::make_shared<Probe>(1)}, std::pair{two.get(), std::make_shared<Probe>(2)}}) {
+  for (auto [session, probe] : {std::pair{one.get(), std::make_shared<Probe>(1)},
+                                std::pair{two.get(), std::make_shared<Probe>(2)}}) {
     client::send(*session, probe);
     EXPECT_EQ(client::await(*session, *probe), 0u);
   }

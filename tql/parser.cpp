@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "protocol/property_codec.h"
+#include "protocol/property_types.h"
 #include "tql/lexer.h"
 #include "util/bignum.h"
 #include "util/error.h"
@@ -14,16 +15,8 @@ namespace tql {
 
 namespace {
 
-// Property type words the constants make.
-constexpr uint32_t kTypeBoolean = 1;
-constexpr uint32_t kTypeUnsigned = 2;
-constexpr uint32_t kTypeInteger = 3;
-constexpr uint32_t kTypeString = 6;
-constexpr uint32_t kTypeObject = 7;
-constexpr uint32_t kTypeObjectSet = 8;
-constexpr uint32_t kTypeIndex = 10;
-constexpr uint32_t kTypeSnmpOid = 15;
-constexpr uint32_t kTypeBigNum = 18;
+using enum protocol::PropertyType;
+using protocol::kPropEnumeration;
 
 struct NamedCode {
   const char* name;
@@ -53,7 +46,8 @@ constexpr NamedCode kNrtNames[] = {
     {"NRT_None", 0}, {"NRT_Node", 1}, {"NRT_Domain", 2}, {"NRT_Check", 3}, {"NRT_Grouping", 4}};
 
 // An enumeration constant family: names starting with `prefix` must be one
-// of `names`; anything else with the prefix fails with `unknownTail`.
+// of `names`; anything else with the prefix fails with `unknownTail`. The
+// type word is kPropEnumeration | the number of the enumeration.
 struct Enumeration {
   const char* prefix;
   uint32_t typeWord;
@@ -63,10 +57,11 @@ struct Enumeration {
 };
 
 constexpr Enumeration kEnumerations[] = {
-    {"ES_", 0x10005, kEsNames, std::size(kEsNames), " (ES_unknown)"},
-    {"NOTIFY_", 0x1000E, kNotifyNames, std::size(kNotifyNames), " (NOTIFY_unknown"},
-    {"RIF_", 0x10009, kRifNames, std::size(kRifNames), " (RIF_unknown)"},
-    {"NRT_", 0x10015, kNrtNames, std::size(kNrtNames), " (NRT_unknown)"},
+    {"ES_", kPropEnumeration | 5, kEsNames, std::size(kEsNames), " (ES_unknown)"},
+    {"NOTIFY_", kPropEnumeration | 14, kNotifyNames, std::size(kNotifyNames),
+     " (NOTIFY_unknown"},
+    {"RIF_", kPropEnumeration | 9, kRifNames, std::size(kRifNames), " (RIF_unknown)"},
+    {"NRT_", kPropEnumeration | 21, kNrtNames, std::size(kNrtNames), " (NRT_unknown)"},
 };
 
 const NamedCode* findName(const NamedCode* table, size_t count, const std::string& name) {

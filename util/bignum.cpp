@@ -18,6 +18,7 @@ namespace {
 // so a count above this (or 0) can only mean a corrupted block.
 constexpr uint32_t kMaxSharers = 1000;
 
+// Process-wide like the allocator whose frees it watches; set by unit tests only.
 BigNum::FreeObserver g_free_observer = nullptr;
 
 uint32_t& count_of(uint32_t* limbs) { return limbs[-1]; }

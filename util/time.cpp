@@ -17,6 +17,7 @@ struct StartZone {
 };
 
 StartZone& start_zone() {
+  // Process-wide by nature: it mirrors the process's TZ environment variable.
   static StartZone zone;
   return zone;
 }

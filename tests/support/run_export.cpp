@@ -40,7 +40,7 @@ class FaultyObjectDatabase : public ForwardingDatabase {
                                                                    : "";
       std::erase_if(properties, [&](const server::PropertyValue& p) { return p.name == dropped; });
       if (fault_ == ObjectFault::kUnrenderable) {
-        properties.push_back({"when", server::kTypeDate, std::string("soon")});
+        properties.push_back({"when", protocol::kTypeDate, std::string("soon")});
       }
     }
     return changed;

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <utility>
 
 #include "client/session.h"
@@ -165,22 +164,14 @@ Bytes testLogin() {
 
 Bytes serverOffer() { return hex("61 80 02 02 02 03 A0 80 00 00 00 00"); }
 
-uint32_t freshSessionId() {
-  static std::atomic<uint32_t> next{0x1000};
-  return next++;
-}
-
-ScriptedPeer::Script loginThen(const Bytes& requests, const Bytes& answers, uint32_t sessionId) {
+ScriptedPeer::Script loginThen(const Bytes& requests, const Bytes& answers) {
   return [=](PeerLink& link) {
     link.expect(clientWants(), "ClientWants");
     link.send(serverOffer());
     link.expect(hex("62 80 00 00"), "NegotiateAck");
     link.expect(testLogin(), "NewSession");
-    // The session id as a big number: its magnitude without a sign octet.
-    Bytes id;
-    for (uint32_t rest = sessionId; rest != 0; rest >>= 8) id.insert(0, 1, static_cast<char>(rest));
-    link.send(berIndefinite("71", "\x02" + berLength(id.size()) + id + hex("02 01 00") +
-                                      berString("root") + berString("") + berString("mib")));
+    link.send(berIndefinite("71", hex("02 02 10 00 02 01 00") + berString("root") + berString("") +
+                                      berString("mib")));
     link.expect(requests, "requests");
     link.send(answers);
     link.expectEnd("after the answers");

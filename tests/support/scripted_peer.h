@@ -106,15 +106,10 @@ Bytes testLogin();
 // The server's offer of version 0x0203 without authentication.
 Bytes serverOffer();
 
-// A session id no other test of the process has used, so that request ids
-// start at 0.
-uint32_t freshSessionId();
-
-// A script that logs the client in under `sessionId` (root domain "root",
-// MIB root "mib"), expects `requests`, sends `answers` and then expects the
-// client to close the connection.
-ScriptedPeer::Script loginThen(const Bytes& requests, const Bytes& answers,
-                               uint32_t sessionId = freshSessionId());
+// A script that logs the client in under session id 4096 (root domain
+// "root", MIB root "mib"), expects `requests`, sends `answers` and then
+// expects the client to close the connection.
+ScriptedPeer::Script loginThen(const Bytes& requests, const Bytes& answers);
 
 // Opens a session to the peer on 127.0.0.1 as user "admin" of domain "lab"
 // with password "secret" and client name "Exporter".
