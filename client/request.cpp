@@ -1,5 +1,6 @@
 #include "client/request.h"
 
+#include <exception>
 #include <map>
 #include <utility>
 
@@ -45,21 +46,32 @@ void send(Session& session, const std::shared_ptr<Request>& request) {
 
 std::shared_ptr<Request> processResponse(Session& session) {
   protocol::BerReader& reader = session.reader();
-  std::unique_ptr<protocol::BerConstructed> message = reader.takeMessage();
-  while (!message) {
+  // A Response that fails to decode once its id is known answers its request.
+  reader.setKeyedFailures(true);
+  protocol::BerReader::Received received = reader.takeReceived();
+  while (!received.message) {
     reader.readSome(false);
-    message = reader.takeMessage();
+    received = reader.takeReceived();
   }
 
-  auto* response = dynamic_cast<protocol::Response*>(message.get());
-  if (response == nullptr) throw util::EBerError("Wrong type. Expected Response");
+  auto* response = dynamic_cast<protocol::Response*>(received.message.get());
+  if (response == nullptr) {
+    if (received.failure) std::rethrow_exception(received.failure);
+    throw util::EBerError("Wrong type. Expected Response");
+  }
 
   auto found = session.requestsById.find(response->id);
-  if (found == session.requestsById.end()) return nullptr;  // already forgotten, or never sent
+  if (found == session.requestsById.end()) {
+    // An answer nobody waits for, whether it decoded or not.
+    return nullptr;
+  }
 
   // Our own reference keeps the request alive while done() forgets it.
   std::shared_ptr<Request> request = found->second;
   request->state = Request::kAnswered;
+  // Its answer failed to decode: the failure is this request's, as if its
+  // decode() had raised it.
+  if (received.failure) std::rethrow_exception(received.failure);
   request->decode(response->resp.get());
   request->done(session);
   return request;
