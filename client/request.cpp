@@ -1,5 +1,6 @@
 #include "client/request.h"
 
+#include <exception>
 #include <utility>
 
 #include "client/session.h"
@@ -26,17 +27,29 @@ void send(Session& session, const std::shared_ptr<Request>& request) {
 }
 
 std::shared_ptr<Request> processResponse(Session& session) {
-  std::unique_ptr<protocol::BerConstructed> message = session.reader().nextMessage();
+  protocol::BerReader& reader = session.reader();
+  // A Response that fails to decode once its id is known answers its request.
+  reader.setKeyedFailures(true);
+  protocol::BerReader::Received received = reader.nextReceived();
 
-  auto* response = dynamic_cast<protocol::Response*>(message.get());
-  if (response == nullptr) throw util::EBerError("Wrong type. Expected Response");
+  auto* response = dynamic_cast<protocol::Response*>(received.message.get());
+  if (response == nullptr) {
+    if (received.failure) std::rethrow_exception(received.failure);
+    throw util::EBerError("Wrong type. Expected Response");
+  }
 
   auto found = session.requestsById.find(response->id);
-  if (found == session.requestsById.end()) return nullptr;  // already forgotten, or never sent
+  if (found == session.requestsById.end()) {
+    // An answer nobody waits for, whether it decoded or not.
+    return nullptr;
+  }
 
   // Our own reference keeps the request alive while done() forgets it.
   std::shared_ptr<Request> request = found->second;
   request->state = Request::kAnswered;
+  // Its answer failed to decode: the failure is this request's, as if its
+  // decode() had raised it.
+  if (received.failure) std::rethrow_exception(received.failure);
   request->decode(response->resp.get());
   request->done(session);
   return request;

@@ -84,7 +84,10 @@ void forget(Session& session, Request& request);
 // the request it answered, or nullptr when its id is not outstanding (the
 // answer is dropped). Raises util::EBerError "Wrong type. Expected Response"
 // for any other message; errors of the request's decode() pass out, leaving
-// the request outstanding with `state` kAnswered and done() not called.
+// the request outstanding with `state` kAnswered and done() not called. A
+// Response that fails to decode after its id is treated alike: its failure
+// passes out and its request is left kAnswered. Failures before the id are
+// the reader's and pass out with no request answered.
 std::shared_ptr<Request> processResponse(Session& session);
 
 // The text of a server error code; "Unknown error" for unknown codes.

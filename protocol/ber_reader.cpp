@@ -5,7 +5,9 @@
 #include <limits>
 #include <string>
 #include <typeinfo>
+#include <utility>
 
+#include "protocol/ber_primitives.h"
 #include "util/error.h"
 
 namespace protocol {
@@ -39,6 +41,18 @@ struct BerReader::Entry {
   size_t length;  // kIndefinite for the indefinite form
 };
 
+template <class Operation>
+bool BerReader::guarded(Operation&& operation) {
+  try {
+    operation();
+    return true;
+  } catch (const util::Exception&) {
+    if (!keyedFailures_ || !keyed_ || failure_) throw;
+    failure_ = std::current_exception();
+    return false;
+  }
+}
+
 BerReader::BerReader(const protocol::BerProtocol& protocol, std::unique_ptr<net::BasicIo> lower)
     : protocol_(protocol), lower_(std::move(lower)) {}
 
@@ -50,11 +64,17 @@ BerReader::~BerReader() {
   while (!stack_.empty()) stack_.pop_back();
 }
 
-std::unique_ptr<BerConstructed> BerReader::takeMessage() {
-  if (queue_.empty()) return nullptr;
-  std::unique_ptr<BerConstructed> message = std::move(queue_.front());
+BerReader::Received BerReader::takeReceived() {
+  if (queue_.empty()) return {};
+  Received received = std::move(queue_.front());
   queue_.pop_front();
-  return message;
+  return received;
+}
+
+std::unique_ptr<BerConstructed> BerReader::takeMessage() {
+  Received received = takeReceived();
+  if (received.failure) std::rethrow_exception(received.failure);
+  return std::move(received.message);
 }
 
 void BerReader::send(const BerValue& message) {
@@ -63,6 +83,11 @@ void BerReader::send(const BerValue& message) {
 }
 
 bool BerReader::readSome(bool stopWhenQueued) {
+  if (broken_) {
+    // Like a failure of the stream below: held back while a message is queued.
+    if (!queue_.empty()) return false;
+    throw *broken_;
+  }
   if (sniffPending_) {
     const uint64_t got = lower_->read(sniff_ + sniffFill_, sizeof sniff_ - sniffFill_);
     if (got == 0) return false;
@@ -95,6 +120,7 @@ bool BerReader::parse(const uint8_t* bytes, size_t count, bool stopWhenQueued) {
   size_t pos = 0;
   while (pos < count) {
     const bool endedValue = step(bytes, count, &pos);
+    if (broken_) return false;
     if (endedValue && stopWhenQueued && !queue_.empty()) return false;
   }
   return true;
@@ -107,7 +133,11 @@ void BerReader::countOctets(size_t count) {
 bool BerReader::step(const uint8_t* bytes, size_t count, size_t* pos) {
   if (state_ == State::kContent) {
     const size_t take = std::min(count - *pos, length_ - received_);
-    primitive_->readData(bytes + *pos, take);
+    // A primitive dropped by a keyed failure has its content skipped.
+    if (primitive_ != nullptr && !guarded([&] { primitive_->readData(bytes + *pos, take); })) {
+      primitive_ = nullptr;
+      primitiveOwned_.reset();
+    }
     *pos += take;
     received_ += take;
     if (received_ == length_) completePrimitive();
@@ -151,7 +181,10 @@ bool BerReader::step(const uint8_t* bytes, size_t count, size_t* pos) {
         startValue();
       } else {
         lengthOctetCount_ = b & 0x7F;
-        if (lengthOctetCount_ > sizeof lengthOctets_) throw EBer("Length field too long");
+        if (lengthOctetCount_ > sizeof lengthOctets_) {
+          breakFraming(EBer("Length field too long"));
+          return false;
+        }
         lengthOctets_[0] = 0;
         received_ = 0;  // counts the length octets collected so far
         state_ = State::kLongLength;
@@ -168,7 +201,10 @@ bool BerReader::step(const uint8_t* bytes, size_t count, size_t* pos) {
       return false;
 
     case State::kEndOfContents:
-      if (b != 0) throw EBer("Length field nonzero after zero tag " + std::to_string(b));
+      if (b != 0) {
+        breakFraming(EBer("Length field nonzero after zero tag " + std::to_string(b)));
+        return false;
+      }
       state_ = State::kIdentifier;
       endOfContents();
       return true;
@@ -194,20 +230,32 @@ void BerReader::startValue() {
   BerValue* value = nullptr;
   std::unique_ptr<BerValue> transient;
   std::unique_ptr<BerConstructed> message;
-  try {
-    if (!stack_.empty()) {
-      Entry& top = stack_.back();
-      const uint32_t index = top.children++;
-      protocol::ChildSlot slot = top.value->newChild(index, tag_, legacy_);
-      value = slot.value;
-      transient = std::move(slot.transient);
-    } else {
-      message = protocol_.makeMessage(tag_, legacy_);
-      value = message.get();
+  const auto withPath = [this](auto&& make) {
+    try {
+      make();
+    } catch (EBer& e) {
+      e.detail += ", BerReader: " + stackPath();
+      throw;
     }
-  } catch (EBer& e) {
-    e.detail += ", BerReader: " + stackPath();
-    throw;
+  };
+  if (stack_.empty()) {
+    withPath([&] { message = protocol_.makeMessage(tag_, legacy_); });
+    value = message.get();
+  } else {
+    Entry& top = stack_.back();
+    const uint32_t index = top.children++;
+    // Once the message failed its values are skipped, not asked for.
+    const bool asked = !failure_ && guarded([&] {
+      withPath([&] {
+        protocol::ChildSlot slot = top.value->newChild(index, tag_, legacy_);
+        value = slot.value;
+        transient = std::move(slot.transient);
+      });
+    });
+    if (!asked) {
+      transient = protocol::makeSkipper(tag_);
+      value = transient.get();
+    }
   }
 
   if (value == nullptr) util::assert_failed("Value neither BerPrimitive nor BerConstructed");
@@ -223,18 +271,27 @@ void BerReader::startValue() {
   }
 
   if (auto* constructed = dynamic_cast<BerConstructed*>(value)) {
-    if (stack_.size() >= kMaxDepth) throw EBer("Constructed values nested too deeply");
+    if (stack_.size() >= kMaxDepth) {
+      breakFraming(EBer("Constructed values nested too deeply"));
+      return;
+    }
     stack_.push_back(Entry{constructed, std::move(transient), std::move(message), 0, 0, length_});
     closeCompleted();
     return;
   }
   auto* primitive = dynamic_cast<BerPrimitive*>(value);
   if (primitive == nullptr) util::assert_failed("Value neither BerPrimitive nor BerConstructed");
-  if (length_ == kIndefinite) throw EBer("Indefinite length on tag " + std::to_string(tag_));
-  primitive->readStart(length_);
+  if (length_ == kIndefinite) {
+    breakFraming(EBer("Indefinite length on tag " + std::to_string(tag_)));
+    return;
+  }
   primitive_ = primitive;
   primitiveOwned_ = std::move(transient);
   received_ = 0;
+  if (!guarded([&] { primitive->readStart(length_); })) {
+    primitive_ = nullptr;
+    primitiveOwned_.reset();
+  }
   if (length_ == 0) {
     completePrimitive();
   } else {
@@ -248,30 +305,41 @@ void BerReader::completePrimitive() {
   std::unique_ptr<BerValue> owned = std::move(primitiveOwned_);
   primitive_ = nullptr;
   countOctets(received_);
-  primitive->readDone();
+  if (primitive != nullptr) guarded([&] { primitive->readDone(); });
   owned.reset();
+  if (stack_.size() == 1) keyed_ = true;
   closeCompleted();
 }
 
 void BerReader::endOfContents() {
   if (primitive_ != nullptr) util::assert_failed("Primitive object on top of stack");
   if (stack_.empty()) util::assert_failed("Stack empty");
-  Entry& top = stack_.back();
-  if (top.children < top.value->requiredFields()) {
-    throw EBer("Got to few fields of constructed value");
-  }
-  top.value->readDone();
-  finishTop();
+  closeTop();
   closeCompleted();
+}
+
+void BerReader::closeTop() {
+  Entry& top = stack_.back();
+  if (!failure_) {
+    guarded([&] {
+      if (top.children < top.value->requiredFields()) {
+        throw EBer("Got to few fields of constructed value");
+      }
+      top.value->readDone();
+    });
+  }
+  finishTop();
 }
 
 void BerReader::finishTop() {
   Entry entry = std::move(stack_.back());
   stack_.pop_back();
   if (stack_.empty()) {
-    queue_.push_back(std::move(entry.message));
+    queue_.push_back(Received{std::move(entry.message), std::exchange(failure_, nullptr)});
+    keyed_ = false;
   } else {
     stack_.back().consumed += entry.consumed;
+    if (stack_.size() == 1) keyed_ = true;
   }
   // A value the reader owns (a list adapter, a skipper) goes with `entry`;
   // one its parent stored stays with the parent.
@@ -281,21 +349,36 @@ void BerReader::closeCompleted() {
   while (!stack_.empty()) {
     Entry& top = stack_.back();
     if (top.length == kIndefinite || top.consumed != top.length) return;
-    if (top.children < top.value->requiredFields()) {
-      throw EBer("Got to few fields of constructed value");
-    }
-    top.value->readDone();
-    finishTop();
+    closeTop();
   }
 }
 
-std::unique_ptr<BerConstructed> BerReader::nextMessage() {
-  std::unique_ptr<BerConstructed> message = takeMessage();
-  while (!message) {
+void BerReader::breakFraming(const EBer& failure) {
+  if (!keyedFailures_ || !keyed_) throw failure;
+  if (!failure_) failure_ = std::make_exception_ptr(failure);
+  broken_ = failure;
+  // What is still open refers into the values below it: from the top down.
+  primitive_ = nullptr;
+  primitiveOwned_.reset();
+  while (stack_.size() > 1) stack_.pop_back();
+  queue_.push_back(Received{std::move(stack_.back().message), std::exchange(failure_, nullptr)});
+  stack_.pop_back();
+  keyed_ = false;
+}
+
+BerReader::Received BerReader::nextReceived() {
+  Received received = takeReceived();
+  while (!received.message) {
     readSome(false);
-    message = takeMessage();
+    received = takeReceived();
   }
-  return message;
+  return received;
+}
+
+std::unique_ptr<BerConstructed> BerReader::nextMessage() {
+  Received received = nextReceived();
+  if (received.failure) std::rethrow_exception(received.failure);
+  return std::move(received.message);
 }
 
 }  // namespace protocol

@@ -20,16 +20,34 @@
 // nor the native stack of the recursive clone, compare, write and
 // destruction of the messages it yields, without bound.
 //
+// Keyed failures (off until setKeyedFailures(true)): a top-level message is
+// keyed once its first field is complete (the id of a Request or Response).
+// A decoding failure inside a keyed message travels with the message instead
+// of being thrown, so that the peer's answer fails its own request only:
+//  - the framing intact (a value refused for its content, length or tag, a
+//    constructed value with too few fields): the rest of the message is read
+//    and dropped, the message is queued with its first failure, and decoding
+//    goes on with the next message;
+//  - the framing broken (a long length of more than four octets, an end of
+//    contents with content, an indefinite primitive, nesting too deep): the
+//    message is queued with its first failure at once, and every later
+//    readSome() throws the framing failure: the stream is of no further use.
+// A failure before the first field is complete throws from readSome() as
+// without keyed failures.
+//
 // Ownership: the reader owns the stream below, every message under
-// construction and every complete message until takeMessage() hands it out.
-// Children follow the ChildSlot convention of protocol/ber_value.h.
+// construction and every complete message until takeMessage() or
+// takeReceived() hands it out. Children follow the ChildSlot convention of
+// protocol/ber_value.h.
 #ifndef TALVIX_PROTOCOL_BER_READER_H_
 #define TALVIX_PROTOCOL_BER_READER_H_
 
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "net/basic_io.h"
@@ -55,12 +73,27 @@ class BerReader {
   // octets are still incomplete, when a stream failure was swallowed because
   // a message is queued, or after an early end (with stopWhenQueued, the
   // rest of the chunk is dropped once an end of contents completed a value
-  // while a message is queued). Decoding failures throw protocol::EBer; the
-  // reader is of no further use then.
+  // while a message is queued), and when a keyed failure broke the framing.
+  // Decoding failures throw protocol::EBer (or the util::Exception a value
+  // raised); the reader is of no further use then. Keyed failures are queued
+  // with their message instead (see above).
   bool readSome(bool stopWhenQueued);
 
+  // Whether failures inside keyed messages travel with them; applies to the
+  // failures met from now on.
+  void setKeyedFailures(bool on) { keyedFailures_ = on; }
+
+  // A message as the queue hands it out. With `failure` set, `message` holds
+  // its first field and whatever else was decoded before the failure.
+  struct Received {
+    std::unique_ptr<protocol::BerConstructed> message;  // null when none was queued
+    std::exception_ptr failure;
+  };
+  // The oldest complete message with its failure, if any; the caller owns it.
+  Received takeReceived();
   // The oldest complete message, or null when none is queued; the caller
-  // owns it.
+  // owns it. A message queued with a failure is dropped and its failure
+  // rethrown.
   std::unique_ptr<protocol::BerConstructed> takeMessage();
   // Writes `message` in the reader's encoding to the stream below and
   // flushes it.
@@ -70,10 +103,12 @@ class BerReader {
   bool legacy() const { return legacy_; }
 
   // The oldest complete message, reading (readSome(false)) until one is
-  // queued; never null, the caller owns it. Blocks as long as the stream
-  // below does. The end of the stream and every other failure of the stream
-  // below pass out as it raised them (the util:: family); decoding failures
-  // throw protocol::EBer.
+  // queued; its message is never null, the caller owns it. Blocks as long as
+  // the stream below does. The end of the stream and every other failure of
+  // the stream below pass out as it raised them (the util:: family); decoding
+  // failures outside keyed messages throw protocol::EBer.
+  Received nextReceived();
+  // nextReceived(), with a keyed message's failure rethrown.
   std::unique_ptr<protocol::BerConstructed> nextMessage();
 
  private:
@@ -89,10 +124,21 @@ class BerReader {
   void startValue();
   void completePrimitive();
   void endOfContents();
+  // Checks and completes the top entry (unless the message already failed),
+  // then finishTop().
+  void closeTop();
   void finishTop();
   void closeCompleted();
   void countOctets(size_t count);
   std::string stackPath() const;
+  // Runs `operation`, a call into a value object. A util::Exception from it
+  // becomes the failure of the current message when that is keyed (false is
+  // returned); otherwise it passes on.
+  template <class Operation>
+  bool guarded(Operation&& operation);
+  // A failure of the framing: queued with the keyed message, which ends
+  // here, and thrown by every later readSome(); thrown at once otherwise.
+  void breakFraming(const protocol::EBer& failure);
 
   const protocol::BerProtocol& protocol_;
   std::unique_ptr<net::BasicIo> lower_;
@@ -106,7 +152,12 @@ class BerReader {
   size_t received_ = 0;
   uint8_t lengthOctets_[4] = {0, 0, 0, 0};
   size_t lengthOctetCount_ = 0;
-  std::deque<std::unique_ptr<protocol::BerConstructed>> queue_;
+  std::deque<Received> queue_;
+
+  bool keyedFailures_ = false;
+  bool keyed_ = false;             // the current message's first field is complete
+  std::exception_ptr failure_;     // its first failure; the rest of it is skipped
+  std::optional<protocol::EBer> broken_;  // the framing failure that ended decoding
 
   bool legacy_ = false;
   bool sniffPending_ = true;

@@ -124,7 +124,8 @@ std::unique_ptr<protocol::DataInterval> to_interval(const Interval& row);
 
 // The stored history of one index property of one object. `dataType` is the
 // number sent in GetDataResp (0..17; 0 rawDEPRECATED, 1 continuousDEPRECATED,
-// 2 sawtooth, 3 enum, 4 incidents, 5 continuous, 6 accumulation). The rows
+// 2 sawtooth, 3 enum, 4 incidents, 5 continuous, 6 accumulation); any other
+// number is sent as it is, an answer the client cannot decode. The rows
 // normally use the record class of the datatype, but nothing enforces it.
 struct History {
   int32_t dataType = 0;

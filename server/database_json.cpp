@@ -199,7 +199,8 @@ class Loader {
         fail(where, "the object has no Index property " + in_quotes(index));
       }
       auto series = std::make_shared<History>();
-      series->dataType = json_format::read_datatype(f.get("datatype"), where);
+      const bool unchecked = f.boolean("unchecked", false);
+      series->dataType = json_format::read_datatype(f.get("datatype"), where, unchecked);
       const Json& intervals = f.get("intervals");
       if (!intervals.is_array()) fail(where, "field \"intervals\" must be an array");
       for (size_t k = 0; k < intervals.size(); ++k) {

@@ -1,13 +1,38 @@
 #include "server/request_handler.h"
 
+#include <cstdint>
+#include <limits>
 #include <memory>
+#include <vector>
 
+#include "protocol/ber_primitives.h"
 #include "server/byte_sink.h"
 #include "server/select_eval.h"
 
 namespace server {
 
 namespace {
+
+// The largest datatype number the protocol carries.
+constexpr int32_t kMaxDataType = 17;
+
+// A GetDataResp whose datatype is written as it is, outside the range the
+// protocol allows too, so that clients can be tested against one. The
+// intervals are written as GetDataResp writes them.
+class UncheckedDatatypeResp : public protocol::GetDataResp {
+ public:
+  void write(net::ByteOutput& stream, bool legacy) const override {
+    protocol::write_tag(stream, staticTag(legacy));
+    protocol::write_indefinite(stream);
+    int32_t value = dataType;
+    protocol::BerInt32(value, std::numeric_limits<int32_t>::min(),
+                       std::numeric_limits<int32_t>::max(), protocol::BE_INTEGER).write(stream, legacy);
+    // Writing reads the list and leaves it as it is.
+    protocol::ListOfDataInterval(const_cast<std::vector<std::unique_ptr<protocol::DataInterval>>&>(intervals))
+        .write(stream, legacy);
+    protocol::write_end_of_contents(stream);
+  }
+};
 
 std::string response(int32_t id, std::unique_ptr<protocol::BerConstructed> body, bool legacy) {
   protocol::Response message;
@@ -48,7 +73,9 @@ std::string get_data_response(const Database& db, int32_t id, const protocol::Ge
     return error_response(id, kErrorIdNotFound,
                           "No history of " + request.indexName + " for " + request.objectId, legacy);
   }
-  auto body = std::make_unique<protocol::GetDataResp>();
+  const bool inRange = history->dataType >= 0 && history->dataType <= kMaxDataType;
+  auto body = inRange ? std::make_unique<protocol::GetDataResp>()
+                      : std::make_unique<UncheckedDatatypeResp>();
   body->dataType = history->dataType;
   body->intervals.reserve(history->intervals.size());
   for (const Interval& row : history->intervals) body->intervals.push_back(to_interval(row));

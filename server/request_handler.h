@@ -3,7 +3,8 @@
 //
 // SelectReq is evaluated by select_eval.h; GetDataReq is answered from the
 // stored history (GetDataResp with the series' datatype and rows, or
-// ErrorResp 1 when the object or the series is unknown); every other
+// ErrorResp 1 when the object or the series is unknown); a datatype outside
+// 0..17 is sent as it is, which clients refuse to decode; every other
 // request kind gets ErrorResp 12.
 #ifndef TALVIX_SERVER_REQUEST_HANDLER_H_
 #define TALVIX_SERVER_REQUEST_HANDLER_H_

@@ -1,7 +1,7 @@
 // The stream reader over the client's own protocol: the encoding sniff,
 // values split across reads at any octet, filler octets, both length forms,
-// skipped extras, every failure text of the reader, early ends and failures
-// of the stream below.
+// skipped extras, every failure text of the reader, failures keyed to the
+// message they occur in, early ends and failures of the stream below.
 #include "protocol/ber_reader.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +13,7 @@
 #include "protocol/gui_protocol.h"
 #include "protocol/messages.h"
 #include "support/ber_streams.h"
+#include "support/error_text.h"
 #include "support/message_io.h"
 
 namespace protocol {
@@ -57,6 +58,34 @@ struct Harness {
       return e.text();
     }
     return "no EBer";
+  }
+
+  // With keyed failures: every message written back, a failed Response as
+  // "#<id> failed: <text>", until readSome throws ("thrown: <text>"; the
+  // script's end throws "end of script").
+  Texts drainKeyed() {
+    reader.setKeyedFailures(true);
+    Texts out;
+    for (;;) {
+      for (auto r = reader.takeReceived(); r.message; r = reader.takeReceived()) {
+        if (!r.failure) {
+          out.push_back(to_hex(encode_message(*r.message, reader.legacy())));
+          continue;
+        }
+        try {
+          std::rethrow_exception(r.failure);
+        } catch (const util::Exception& e) {
+          auto* response = dynamic_cast<protocol::Response*>(r.message.get());
+          out.push_back("#" + (response ? std::to_string(response->id) : "?") + " failed: " + e.text());
+        }
+      }
+      try {
+        reader.readSome(false);
+      } catch (const util::Exception& e) {
+        out.push_back("thrown: " + e.text());
+        return out;
+      }
+    }
   }
 
   ScriptedStream* stream;
@@ -135,6 +164,9 @@ TEST(BerReaderTest, DecodingFailures) {
       {"75 00", "Got to few fields of constructed value"},
       {"75 03 02 01 05", "Got to few fields of constructed value"},
       {"6E 80 00 00", "Unknown tag 115, BerReader: "},
+      // Refused while keyed failures are off: after the id too.
+      {"75 80 02 01 05 A6 80 02 01 12 30 80 00 00 00 00 00 00",
+       "data out of range in BerIntegerTemplate<int>::readDone 0 <= 18 <= 17"},
       {"75 80 04 01 41", "Tag mismatch, got 32 expected BE_INTEGER, BerReader: protocol::Response:1"},
       {"74 80 02 01 05 A0 80 30 80",
        "Tag mismatch, got 129 expected BE_SET_CURRENT, BerReader: protocol::Request:2, "
@@ -151,6 +183,70 @@ TEST(BerReaderTest, DecodingFailures) {
     h.stream->chunk(c.stream);
     EXPECT_EQ(h.error(), c.error) << c.stream;
   }
+}
+
+// Response 5 carrying GetDataResp with datatype 18 and one enum interval
+// (start 1, end 2, mask 5), then Response 6 (a ForgetResp).
+const std::string kDatatype18 =
+    "75 80 02 01 05 A6 80 02 01 12 30 80 30 80 A4 80 02 01 01 02 01 02 02 01 05 00 00 00 00 00 00 "
+    "00 00 00 00";
+const std::string kForget6 = "75 80 02 01 06 A5 80 00 00 00 00";
+const std::string kEnd = "thrown: end of script";
+const std::string kRange18 = "data out of range in BerIntegerTemplate<int>::readDone 0 <= 18 <= 17";
+
+// A failure after the id travels with its Response, which is read to its
+// end, and the next message is decoded; a broken framing ends decoding after
+// delivering the Response; before the id complete, failures throw as ever.
+TEST(BerReaderTest, KeyedFailures) {
+  const struct {
+    std::string stream;
+    Texts received;
+  } cases[] = {
+      {kDatatype18 + kForget6, {"#5 failed: " + kRange18, kForget6, kEnd}},
+      // A datatype of five octets: its content skipped unread.
+      {"75 80 02 01 05 A6 80 02 05 00 00 00 00 12 30 80 00 00 00 00 00 00" + kForget6,
+       {"#5 failed: Data value exceeds maximum allowed length 5 > 4", kForget6, kEnd}},
+      // A datatype of the wrong tag, then a list that is skipped whole.
+      {"75 80 02 01 05 A6 80 04 01 41 30 80 30 80 00 00 00 00 00 00 00 00" + kForget6,
+       {"#5 failed: Tag mismatch, got 32 expected BE_INTEGER, BerReader: protocol::Response:2, "
+        "protocol::GetDataResp:1",
+        kForget6, kEnd}},
+      // Definite lengths: a Response without its body.
+      {"75 03 02 01 05" + kForget6, {"#5 failed: Got to few fields of constructed value", kForget6, kEnd}},
+      // The first failure is kept; the framing breaks later.
+      {"75 80 02 01 05 A6 80 02 01 12 30 80 02 80" + kForget6,
+       {"#5 failed: " + kRange18, "thrown: Indefinite length on tag 16"}},
+      {"75 80 02 01 05 A6 80 02 85 00" + kForget6,
+       {"#5 failed: Length field too long", "thrown: Length field too long"}},
+      {"75 80 02 01 05 00 01" + kForget6,
+       {"#5 failed: Length field nonzero after zero tag 1", "thrown: Length field nonzero after zero tag 1"}},
+      // Before the id is complete.
+      {"75 80 02 05 01 00 00 00 00" + kForget6, {"thrown: Data value exceeds maximum allowed length 5 > 4"}},
+      {"75 80 04 01 41" + kForget6,
+       {"thrown: Tag mismatch, got 32 expected BE_INTEGER, BerReader: protocol::Response:1"}},
+      {"75 80 02 04 80 00 00 00 A5 80 00 00 00 00",
+       {"thrown: data out of range in BerIntegerTemplate<int>::readDone 0 <= -2147483648 <= 2147483647"}},
+  };
+  for (const auto& c : cases) {
+    const Bytes bytes = from_hex(c.stream);
+    for (size_t cut = 0; cut <= bytes.size(); ++cut) {
+      SCOPED_TRACE(c.stream + ", cut at " + std::to_string(cut));
+      Harness h;  // cut 0: one octet per read; otherwise two chunks
+      if (cut == 0) {
+        h.stream->octets(bytes);
+      } else {
+        h.stream->chunk(Bytes(bytes.begin(), bytes.begin() + cut));
+        h.stream->chunk(Bytes(bytes.begin() + cut, bytes.end()));
+      }
+      EXPECT_EQ(h.drainKeyed(), c.received);
+    }
+  }
+  // takeMessage() gives no failed message: it throws its failure.
+  Harness h;
+  h.reader.setKeyedFailures(true);
+  h.stream->chunk(kDatatype18);
+  while (h.stream->readable()) h.reader.readSome(false);
+  EXPECT_EQ(peer::errorText<util::Exception>([&] { h.reader.takeMessage(); }), kRange18);
 }
 
 // With stopWhenQueued the rest of a chunk is dropped once a message is complete.

@@ -100,12 +100,16 @@ TEST(JsonDatabase, ValidationNamesTheFault) {
       {doc("", series("5", "")), h + ": object \"x\" does not exist"},
       {doc(kIndexed, series("5", "", "s")), "history of \"x\" index \"s\": the object has no Index property \"s\""},
       {doc(kIndexed, series("18", "")), h + ": datatype must be a datatype name or a number from 0 to 17, not 18"},
+      {doc(kIndexed, series(R"(18, "unchecked": 1)", "")), "history[0]: field \"unchecked\" must be true or false"},
+      {doc(kIndexed, series(R"(2147483648, "unchecked": true)", "")),
+       h + ": an unchecked datatype must be a datatype name or a 32-bit number, not 2147483648"},
   };
   for (const auto& c : cases) EXPECT_EQ(load_error(c.text), c.message);
 }
 
 // Forms the end-to-end sample does not use: a record class given for a
-// datatype without one, a raw type word with its value class, a time before 1970.
+// datatype without one, an unchecked datatype, a raw type word with its value
+// class, a time before 1970.
 TEST(JsonDatabase, AcceptsRawFormsAndEarlyTimes) {
   const std::string properties = R"({"name": "raw", "typeWord": 16, "valueClass": "Lob", "value": "xy"},
                                     {"name": "d", "type": "Date", "value": "1969-12-31T23:00:00Z"})";
@@ -113,6 +117,8 @@ TEST(JsonDatabase, AcceptsRawFormsAndEarlyTimes) {
       doc(kIndexed, series("9", R"({"class": "incident", "time": -5, "severity": 0, "message": ""})"),
           R"(, {"class": "Node", "id": "y", "properties": [)" + properties + "]}"));
   EXPECT_EQ(db->history("x", "v")->dataType, 9);
+  EXPECT_EQ(parse_json_database(doc(kIndexed, series(R"(18, "unchecked": true)", "")))->history("x", "v")->dataType,
+            18);
   EXPECT_EQ(std::get<IncidentRow>(db->history("x", "v")->intervals.at(0)).time, -5);
   auto y = db->find("y");
   EXPECT_EQ(y->properties.at(0).type, 16u);

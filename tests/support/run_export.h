@@ -75,6 +75,7 @@ enum class ObjectFault {
   kVanishes,       // listed by its parent, but selecting it by its id finds nothing
   kBadHistory,     // every history series of datatype 12, with a continuous row
   kOldHistory,     // every history series of datatype 1 (continuousDEPRECATED)
+  kDatatype18,     // every history series of datatype 18, which no answer may carry
   kNoSiblingName,  // its siblingName property is missing
   kNoTreeLabel,    // its treeLabel property is missing
   kUnrenderable,   // an extra Date property holding a string
