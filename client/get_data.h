@@ -16,7 +16,7 @@ class DataInterval;
 
 namespace client {
 
-class GetData : public client::Request {
+class GetData : public Request {
  public:
   // The meaning of the four parameters and the flag is the server's; the
   // third must lie between 0 and 2000 to be sendable.

@@ -27,10 +27,7 @@ void send(Session& session, const std::shared_ptr<Request>& request) {
 }
 
 std::shared_ptr<Request> processResponse(Session& session) {
-  protocol::BerReader& reader = session.reader();
-  // A Response that fails to decode once its id is known answers its request.
-  reader.setKeyedFailures(true);
-  protocol::BerReader::Received received = reader.nextReceived();
+  protocol::BerReader::Received received = session.reader().nextReceived();
 
   auto* response = dynamic_cast<protocol::Response*>(received.message.get());
   if (response == nullptr) {

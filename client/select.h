@@ -64,7 +64,7 @@ class ResultObject {
   std::vector<std::unique_ptr<ResultObject>> children_;
 };
 
-class Select : public client::Request {
+class Select : public Request {
  public:
   // Parses `patternText` with tql::parse; its errors pass out and no Select
   // is made. `flags` travel in the SelectReq unchanged.

@@ -16,7 +16,11 @@ Session::Session(std::unique_ptr<protocol::BerReader> reader, util::BigNum sessi
       rootDomainId(std::move(rootDomainId)),
       mibRootId(std::move(mibRootId)),
       reader_(std::move(reader)),
-      connection_(reader_->lower()) {}
+      connection_(reader_->lower()) {
+  // From the login on, a Response that fails to decode once its id is known
+  // answers its request (client::processResponse).
+  reader_->setKeyedFailures(true);
+}
 
 Session::~Session() = default;
 

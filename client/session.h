@@ -32,7 +32,9 @@ constexpr int32_t PROTOCOL_VERSION = 515;
 
 class Session {
  public:
-  // Takes over `reader`, which owns the connection.
+  // Takes over `reader`, which owns the connection, and switches on its keyed
+  // failures (protocol/ber_reader.h): a Response that fails to decode once its
+  // id is known fails its own request.
   Session(std::unique_ptr<protocol::BerReader> reader, util::BigNum sessionId,
           std::string rootDomainId, std::string mibRootId);
   Session(const Session&) = delete;
@@ -50,8 +52,8 @@ class Session {
 
   // The outstanding requests, kept by client::send and client::forget
   // only: both tables hold exactly the same requests.
-  std::map<int32_t, std::shared_ptr<client::Request>> requestsById;
-  std::unordered_map<const client::Request*, int32_t> idsByRequest;
+  std::map<int32_t, std::shared_ptr<Request>> requestsById;
+  std::unordered_map<const Request*, int32_t> idsByRequest;
 
   // The id for the next request sent through this Session: 0, 1, 2, ... in
   // the order of client::send, each Session counting on its own.
