@@ -1,6 +1,7 @@
 #include "porter/xml_export.h"
 
 #include <ctime>
+#include <typeinfo>
 #include <iterator>
 #include <vector>
 
@@ -21,6 +22,9 @@ constexpr std::string_view kIndentUnit = "  ";
 
 // Times in the document are always written in UTC.
 std::string utc_time(int64_t time) { return util::iso_time2str(time, util::TimeZone(0)); }
+void append_utc_time(std::string& out, int64_t time) {
+  util::append_iso_time(out, time, util::TimeZone(0));
+}
 
 bool is_plain(unsigned char c) {
   return c == ' ' || (c >= 33 && c <= 126 && c != '"' && c != '<' && c != '>' && c != '&');
@@ -163,9 +167,13 @@ const protocol::BerConstructed* record_of(const std::unique_ptr<protocol::DataIn
 
 template <class Record>
 const Record& asserted_record(const std::unique_ptr<protocol::DataInterval>& row) {
-  const auto* record = dynamic_cast<const Record*>(record_of(row));
-  if (record == nullptr) util::assert_failed("Error in data format");
-  return *record;
+  const protocol::BerConstructed* record = record_of(row);
+  // Record classes are leaves: comparing the dynamic type is dynamic_cast
+  // without its search through the bases.
+  if (record == nullptr || typeid(*record) != typeid(Record)) {
+    util::assert_failed("Error in data format");
+  }
+  return static_cast<const Record&>(*record);
 }
 
 template <class Record>
@@ -193,24 +201,36 @@ IncidentRow read_incident(const std::unique_ptr<protocol::DataInterval>& row) {
 
 bool valid_interval(int64_t start, int64_t end) { return start >= 0 && end >= 0 && start <= end; }
 
-void append_attribute(std::string& out, std::string_view name, const std::string& value) {
+// The attributes of a row: `first` opens the element, every later one
+// closes the attribute before it.
+void first_attribute(std::string& out, std::string_view name) {
+  out += "<Data ";
   out += name;
   out += "=\"";
-  out += value;
-  out += "\" ";
 }
+void next_attribute(std::string& out, std::string_view name) {
+  out += "\" ";
+  out += name;
+  out += "=\"";
+}
+void end_row(std::string& out) { out += "\"/>\n"; }
 
 void append_measure_row(const MeasureRow& row, std::string& out) {
-  out += "<Data ";
-  append_attribute(out, "start", utc_time(row.start));
-  append_attribute(out, "end", utc_time(row.end));
-  append_attribute(out, "max", util::real_to_string(row.max));
-  append_attribute(out, "avg", util::real_to_string(row.avg));
-  append_attribute(out, "min", util::real_to_string(row.min));
-  append_attribute(out, "ngood", util::uint_to_string(row.ngood));
-  out += "nbad=\"";
-  out += util::uint_to_string(row.nbad);
-  out += "\"/>\n";
+  first_attribute(out, "start");
+  append_utc_time(out, row.start);
+  next_attribute(out, "end");
+  append_utc_time(out, row.end);
+  next_attribute(out, "max");
+  util::append_real(out, row.max);
+  next_attribute(out, "avg");
+  util::append_real(out, row.avg);
+  next_attribute(out, "min");
+  util::append_real(out, row.min);
+  next_attribute(out, "ngood");
+  util::append_uint(out, row.ngood);
+  next_attribute(out, "nbad");
+  util::append_uint(out, row.nbad);
+  end_row(out);
 }
 
 // The numbers of the set bits, lowest first, joined with ".".
@@ -219,32 +239,34 @@ void append_mask_list(uint32_t mask, std::string& out) {
   for (int bit = 0; bit < 32; ++bit) {
     if ((mask >> bit) & 1u) {
       if (!first) out += '.';
-      out += util::int_to_string(bit);
+      util::append_int(out, bit);
       first = false;
     }
   }
 }
 
 void append_enum_row(const EnumRow& row, std::string& out) {
-  out += "<Data ";
-  append_attribute(out, "start", utc_time(row.start));
-  append_attribute(out, "end", utc_time(row.end));
-  out += "mask=\"";
+  first_attribute(out, "start");
+  append_utc_time(out, row.start);
+  next_attribute(out, "end");
+  append_utc_time(out, row.end);
+  next_attribute(out, "mask");
   append_mask_list(row.mask, out);
-  out += "\" ";
-  append_attribute(out, "ngood", util::uint_to_string(row.ngood));
-  out += "nbad=\"";
-  out += util::uint_to_string(row.nbad);
-  out += "\"/>\n";
+  next_attribute(out, "ngood");
+  util::append_uint(out, row.ngood);
+  next_attribute(out, "nbad");
+  util::append_uint(out, row.nbad);
+  end_row(out);
 }
 
 void append_incident_row(const IncidentRow& row, std::string& out) {
-  out += "<Data ";
-  append_attribute(out, "time", utc_time(row.time));
-  append_attribute(out, "severity", util::int_to_string(row.severity));
-  out += "message=\"";
+  first_attribute(out, "time");
+  append_utc_time(out, row.time);
+  next_attribute(out, "severity");
+  util::append_int(out, row.severity);
+  next_attribute(out, "message");
   XMLExport::escape(*row.message, out);
-  out += "\"/>\n";
+  end_row(out);
 }
 
 }  // namespace
@@ -369,7 +391,7 @@ void XMLExport::escape(std::string_view value, std::string& out) {
     if (is_plain(c)) continue;
     out.append(value, plainStart, i - plainStart);
     out += "&#";
-    out += util::uint_to_string(c);
+    util::append_uint(out, c);
     out += ';';
     plainStart = i + 1;
   }

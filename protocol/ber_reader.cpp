@@ -270,7 +270,7 @@ void BerReader::startValue() {
                         " != " + std::to_string(own) + where);
   }
 
-  if (auto* constructed = dynamic_cast<BerConstructed*>(value)) {
+  if (BerConstructed* constructed = value->asConstructed()) {
     if (stack_.size() >= kMaxDepth) {
       breakFraming(EBer("Constructed values nested too deeply"));
       return;
@@ -279,7 +279,7 @@ void BerReader::startValue() {
     closeCompleted();
     return;
   }
-  auto* primitive = dynamic_cast<BerPrimitive*>(value);
+  BerPrimitive* primitive = value->asPrimitive();
   if (primitive == nullptr) util::assert_failed("Value neither BerPrimitive nor BerConstructed");
   if (length_ == kIndefinite) {
     breakFraming(EBer("Indefinite length on tag " + std::to_string(tag_)));

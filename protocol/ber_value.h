@@ -26,6 +26,9 @@ class EBer : public util::EParseError {
   explicit EBer(std::string message) : EParseError(std::move(message)) {}
 };
 
+class BerPrimitive;
+class BerConstructed;
+
 class BerValue {
  public:
   virtual ~BerValue() = default;
@@ -41,6 +44,10 @@ class BerValue {
   virtual bool operator>(const BerValue& other) const = 0;
   // Encodes tag, length and content.
   virtual void write(net::ByteOutput& stream, bool legacy) const = 0;
+  // The value as one of the two kinds, null for the other: how the reader
+  // tells them apart without run-time type identification on every value.
+  virtual BerPrimitive* asPrimitive() { return nullptr; }
+  virtual BerConstructed* asConstructed() { return nullptr; }
 };
 
 class BerPrimitive : public BerValue {
@@ -50,6 +57,7 @@ class BerPrimitive : public BerValue {
   virtual void readStart(size_t length) = 0;
   // Successive pieces of content, adding up to the announced length.
   virtual void readData(const uint8_t* bytes, size_t count) = 0;
+  BerPrimitive* asPrimitive() final { return this; }
 };
 
 // What newChild() returns: the object that receives the child. When
@@ -74,6 +82,7 @@ class BerConstructed : public BerValue {
   virtual ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) = 0;
   // The least number of children that must have arrived when the value ends.
   virtual uint32_t requiredFields() const = 0;
+  BerConstructed* asConstructed() final { return this; }
 };
 
 }  // namespace protocol

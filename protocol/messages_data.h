@@ -63,7 +63,7 @@ class DataInterval : public Message<DataInterval> {
 };
 
 // Measurements aggregated over [start, end].
-class DataIntervalContinuous : public Message<DataIntervalContinuous> {
+class DataIntervalContinuous final : public Message<DataIntervalContinuous> {
  public:
   int32_t start = 0;
   int32_t end = 0;
@@ -74,7 +74,7 @@ class DataIntervalContinuous : public Message<DataIntervalContinuous> {
   uint32_t nbad = 0;
 };
 
-class DataIntervalSawtooth : public Message<DataIntervalSawtooth> {
+class DataIntervalSawtooth final : public Message<DataIntervalSawtooth> {
  public:
   int32_t start = 0;
   int32_t end = 0;
@@ -85,7 +85,7 @@ class DataIntervalSawtooth : public Message<DataIntervalSawtooth> {
   uint32_t nbad = 0;
 };
 
-class DataIntervalRawElement : public Message<DataIntervalRawElement> {
+class DataIntervalRawElement final : public Message<DataIntervalRawElement> {
  public:
   int32_t start = 0;
   int32_t end = 0;
@@ -96,7 +96,7 @@ class DataIntervalRawElement : public Message<DataIntervalRawElement> {
   uint32_t nbad = 0;
 };
 
-class DataIntervalEnum : public Message<DataIntervalEnum> {
+class DataIntervalEnum final : public Message<DataIntervalEnum> {
  public:
   int32_t start = 0;
   int32_t end = 0;
@@ -105,14 +105,14 @@ class DataIntervalEnum : public Message<DataIntervalEnum> {
   uint32_t nbad = 0;
 };
 
-class DataIntervalIncident : public Message<DataIntervalIncident> {
+class DataIntervalIncident final : public Message<DataIntervalIncident> {
  public:
   int32_t time = 0;
   int32_t severity = 0;  // Severity
   std::string message;   // at most 65536 octets
 };
 
-class DataIntervalContinuousDEPRECATED : public Message<DataIntervalContinuousDEPRECATED> {
+class DataIntervalContinuousDEPRECATED final : public Message<DataIntervalContinuousDEPRECATED> {
  public:
   int32_t start = 0;
   int32_t end = 0;
@@ -121,7 +121,7 @@ class DataIntervalContinuousDEPRECATED : public Message<DataIntervalContinuousDE
   std::vector<double> values;
 };
 
-class DataIntervalRawDEPRECATED : public Message<DataIntervalRawDEPRECATED> {
+class DataIntervalRawDEPRECATED final : public Message<DataIntervalRawDEPRECATED> {
  public:
   std::vector<std::unique_ptr<DataIntervalRawElement>> elements;
 };

@@ -2,6 +2,7 @@
 
 #include <initializer_list>
 #include <memory>
+#include <typeinfo>
 
 #include "util/error.h"
 
@@ -52,9 +53,12 @@ const V& checked_value(const Property& p, uint32_t wanted, const char* nullMessa
     }
     throw util::ETqlError(message, kIllegalType);
   }
-  const V* value = dynamic_cast<const V*>(p.data.get());
-  if (value == nullptr) throw util::ETqlError(nullMessage + p.name, kIllegalType);
-  return *value;
+  // The value classes are leaves: comparing the dynamic type is dynamic_cast
+  // without its search through the bases.
+  if (p.data == nullptr || typeid(*p.data) != typeid(V)) {
+    throw util::ETqlError(nullMessage + p.name, kIllegalType);
+  }
+  return static_cast<const V&>(*p.data);
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include "protocol/property_values.h"
 
+#include <typeinfo>
+
 #include "protocol/message_schema.h"
 
 namespace protocol {
@@ -34,7 +36,7 @@ TALVIX_MESSAGE_CLASS(Property, kSequence, 3,
                          "data", &Property::data))
 
 bool is_null_value(const Property& property) {
-  return property.data == nullptr || dynamic_cast<const NullProp*>(property.data.get()) != nullptr;
+  return property.data == nullptr || typeid(*property.data) == typeid(NullProp);
 }
 
 }  // namespace protocol

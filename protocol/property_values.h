@@ -31,52 +31,52 @@ class Property : public Message<Property> {
 bool is_null_value(const Property& property);
 
 // The value classes, alternatives 0 to 12 of Property::data.
-class StringProp : public Message<StringProp> {
+class StringProp final : public Message<StringProp> {
  public:
   std::string value;  // at most 1024 octets
 };
-class StringListProp : public Message<StringListProp> {
+class StringListProp final : public Message<StringListProp> {
  public:
   std::vector<std::string> value;  // each at most 1024 octets
 };
-class SignedIntProp : public Message<SignedIntProp> {
+class SignedIntProp final : public Message<SignedIntProp> {
  public:
   int32_t value = 0;
 };
-class UnsignedIntProp : public Message<UnsignedIntProp> {
+class UnsignedIntProp final : public Message<UnsignedIntProp> {
  public:
   uint32_t value = 0;
 };
-class RealProp : public Message<RealProp> {
+class RealProp final : public Message<RealProp> {
  public:
   double value = 0.0;
 };
-class BooleanProp : public Message<BooleanProp> {
+class BooleanProp final : public Message<BooleanProp> {
  public:
   bool value = false;
 };
-class NullProp : public Message<NullProp> {};
-class BlobProp : public Message<BlobProp> {
+class NullProp final : public Message<NullProp> {};
+class BlobProp final : public Message<BlobProp> {
  public:
   std::string value;  // bytes, at most 2048
 };
-class UnsignedIntListProp : public Message<UnsignedIntListProp> {
+class UnsignedIntListProp final : public Message<UnsignedIntListProp> {
  public:
   std::vector<uint32_t> value;
 };
-class SignedInt64Prop : public Message<SignedInt64Prop> {
+class SignedInt64Prop final : public Message<SignedInt64Prop> {
  public:
   int64_t value = 0;
 };
-class UnsignedInt64Prop : public Message<UnsignedInt64Prop> {
+class UnsignedInt64Prop final : public Message<UnsignedInt64Prop> {
  public:
   uint64_t value = 0;
 };
-class BigNumProp : public Message<BigNumProp> {
+class BigNumProp final : public Message<BigNumProp> {
  public:
   util::BigNum value;
 };
-class LobProp : public Message<LobProp> {
+class LobProp final : public Message<LobProp> {
  public:
   std::string value;  // bytes, at most 2097152
 };

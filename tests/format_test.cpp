@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <limits>
 
 #include "support/scripted_peer.h"
@@ -37,6 +38,21 @@ TEST(FormatTest, NumberTexts) {
        "54883270092325904157150886684127560071009217256545885393053328527589376.000000"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.actual, c.expected);
+}
+
+// Reals are rendered exactly as the C library's "%.<n>f": ties of the exact
+// binary value, signed zero, the extremes.
+TEST(FormatTest, RealsAsPrintf) {
+  const double values[] = {0.5, 1.5, 2.5, -0.0, 1e-7, 5e-7, 0.1234565, 123456789.0000005,
+                           -77.875, std::numeric_limits<double>::max(),
+                           std::numeric_limits<double>::denorm_min()};
+  for (double v : values) {
+    for (int precision : {-1, 0, 3, 20}) {
+      char expected[512];
+      std::snprintf(expected, sizeof expected, "%.*f", precision < 0 ? 6 : precision, v);
+      EXPECT_EQ(util::real_to_string(v, -1, precision), expected) << v << " " << precision;
+    }
+  }
 }
 
 // Integers are read in base 10 (not octal) and saturate.

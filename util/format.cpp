@@ -1,5 +1,6 @@
 #include "util/format.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -34,22 +35,45 @@ const char kBase64Alphabet[] =
 }  // namespace
 
 std::string uint_to_string(uint32_t value, bool twoDigits) {
-  return format_text(twoDigits ? "%02u" : "%u", static_cast<unsigned>(value));
+  std::string text;
+  append_uint(text, value, twoDigits);
+  return text;
 }
 
 std::string int_to_string(int32_t value, bool twoDigits) {
-  return format_text(twoDigits ? "%02i" : "%i", static_cast<int>(value));
+  std::string text;
+  append_int(text, value, twoDigits);
+  return text;
 }
 
 std::string size_to_string(uint64_t value) {
-  return format_text("%llu", static_cast<unsigned long long>(value));
+  std::string text;
+  append_uint(text, value);
+  return text;
+}
+
+void append_uint(std::string& out, uint64_t value, bool twoDigits) {
+  char buffer[24];
+  char* end = std::to_chars(buffer, buffer + sizeof buffer, value).ptr;
+  if (twoDigits && end - buffer < 2) out += '0';
+  out.append(buffer, end);
+}
+
+void append_int(std::string& out, int64_t value, bool twoDigits) {
+  char buffer[24];
+  char* end = std::to_chars(buffer, buffer + sizeof buffer, value).ptr;
+  // printf's zero padding goes after the sign; a negative number already
+  // has two characters.
+  if (twoDigits && end - buffer < 2) out += '0';
+  out.append(buffer, end);
 }
 
 std::string hex_string(uint32_t value, int width) {
-  std::string text = format_text("%x", static_cast<unsigned>(value));
-  if (width > 0 && text.size() < static_cast<size_t>(width)) {
-    text.insert(0, static_cast<size_t>(width) - text.size(), '0');
-  }
+  char buffer[16];
+  char* end = std::to_chars(buffer, buffer + sizeof buffer, value, 16).ptr;
+  std::string text;
+  if (width > 0 && end - buffer < width) text.append(static_cast<size_t>(width - (end - buffer)), '0');
+  text.append(buffer, end);
   return text;
 }
 
@@ -63,17 +87,40 @@ std::string gid_to_string(uint32_t value) {
 }
 
 std::string real_to_string(double value, int width, int precision) {
-  if (std::isnan(value)) return "nan";
-  // An infinity is the only value of magnitude 1 or more that equals its half.
-  if (std::fabs(value) >= 1.0 && value == value / 2) return value < 0 ? "-inf" : "inf";
-  std::string format = "%";
-  if (width >= 0) format += std::to_string(width);
-  if (precision >= 0) {
-    format += '.';
-    format += std::to_string(precision);
+  std::string text;
+  append_real(text, value, width, precision);
+  return text;
+}
+
+void append_real(std::string& out, double value, int width, int precision) {
+  if (std::isnan(value)) {
+    out += "nan";
+    return;
   }
-  format += "f";
-  return format_text(format.c_str(), value);
+  // An infinity is the only value of magnitude 1 or more that equals its half.
+  if (std::fabs(value) >= 1.0 && value == value / 2) {
+    out += value < 0 ? "-inf" : "inf";
+    return;
+  }
+  // The exact decimal expansion with the given number of decimals, as
+  // printf's "%<width>.<precision>f" (6 decimals when none are given).
+  // DBL_MAX with six decimals needs 316 characters.
+  char buffer[400];
+  const std::to_chars_result result = std::to_chars(
+      buffer, buffer + sizeof buffer, value, std::chars_format::fixed, precision < 0 ? 6 : precision);
+  if (result.ec != std::errc()) {
+    // More decimals than the buffer holds.
+    std::string format = "%";
+    if (width >= 0) format += std::to_string(width);
+    format += "." + std::to_string(precision) + "f";
+    out += format_text(format.c_str(), value);
+    return;
+  }
+  const auto length = static_cast<size_t>(result.ptr - buffer);
+  if (width > 0 && length < static_cast<size_t>(width)) {
+    out.append(static_cast<size_t>(width) - length, ' ');
+  }
+  out.append(buffer, length);
 }
 
 double parse_real(const std::string& text) {

@@ -17,12 +17,18 @@ std::string uint_to_string(uint32_t value, bool twoDigits = false);
 std::string int_to_string(int32_t value, bool twoDigits = false);
 // An unsigned 64-bit size in decimal.
 std::string size_to_string(uint64_t value);
+// Append the decimal text of `value` to `out`; with twoDigits a single digit
+// gets a leading zero (printf's "%02u" and "%02i").
+void append_uint(std::string& out, uint64_t value, bool twoDigits = false);
+void append_int(std::string& out, int64_t value, bool twoDigits = false);
 // Lower-case hexadecimal without prefix, zero-padded to at least `width`.
 std::string hex_string(uint32_t value, int width);
 // The four bytes of a Gid, most significant first, as hex pairs joined by ':'.
 std::string gid_to_string(uint32_t value);
 // "nan", "inf", "-inf", or printf "%<width>.<precision>f" (negative = omitted).
 std::string real_to_string(double value, int width = -1, int precision = -1);
+// real_to_string(value, width, precision) appended to `out`.
+void append_real(std::string& out, double value, int width = -1, int precision = -1);
 
 // strtod over the whole text; "nan", "inf", "-inf" accepted. Throws
 // util::EParseError "Error parsing: \"<text>\"" when text is left over.

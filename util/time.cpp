@@ -96,9 +96,9 @@ void apply_time_zone(const TimeZone& zone) {
 }
 
 struct tm local_time(const TimeZone& zone, int64_t time) {
-  apply_time_zone(zone);
   struct tm result {};
   if (zone.offset() == TimeZone::kStartZone) {
+    apply_time_zone(zone);
     time_t t = static_cast<time_t>(time);
     if (localtime_r(&t, &result) == nullptr) throw_localtime_failure(time);
     return result;
@@ -106,7 +106,7 @@ struct tm local_time(const TimeZone& zone, int64_t time) {
   // A fixed-offset zone has no daylight saving time: the local time is UTC
   // moved by the offset the zone text stands for. Computing it here rather
   // than with localtime_r keeps offsets beyond 24 hours, which glibc's TZ
-  // parser would cut to 24 hours.
+  // parser would cut to 24 hours, and leaves TZ alone.
   int64_t shifted = 0;
   if (__builtin_add_overflow(time, effective_offset(zone.offset()), &shifted)) {
     throw_localtime_failure(time);
@@ -117,12 +117,26 @@ struct tm local_time(const TimeZone& zone, int64_t time) {
   return result;
 }
 
-std::string iso_time2str(int64_t time, const TimeZone& zone) {
+void append_iso_time(std::string& out, int64_t time, const TimeZone& zone) {
   if (time < 0) assert_failed("iso_time2str(): Parameter less than 0");
-  struct tm t = local_time(zone, time);
-  return std::to_string(int64_t{t.tm_year} + 1900) + "-" + int_to_string(t.tm_mon + 1, true) +
-         "-" + int_to_string(t.tm_mday, true) + "-T" + int_to_string(t.tm_hour, true) + ":" +
-         int_to_string(t.tm_min, true) + ":" + int_to_string(t.tm_sec, true);
+  const struct tm t = local_time(zone, time);
+  append_int(out, int64_t{t.tm_year} + 1900);
+  out += '-';
+  append_int(out, t.tm_mon + 1, true);
+  out += '-';
+  append_int(out, t.tm_mday, true);
+  out += "-T";
+  append_int(out, t.tm_hour, true);
+  out += ':';
+  append_int(out, t.tm_min, true);
+  out += ':';
+  append_int(out, t.tm_sec, true);
+}
+
+std::string iso_time2str(int64_t time, const TimeZone& zone) {
+  std::string text;
+  append_iso_time(text, time, zone);
+  return text;
 }
 
 }  // namespace util

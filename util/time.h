@@ -1,6 +1,7 @@
 // Points in time (signed seconds since 1970-01-01 00:00:00 UTC) as date-time
-// text in a chosen time zone. Choosing a zone sets the process's TZ
-// environment variable, so none of this is safe from several threads.
+// text in a chosen time zone. The start zone is the process's TZ: using it
+// sets that environment variable, so that zone is not safe from several
+// threads. Fixed-offset zones leave TZ alone.
 #ifndef TALVIX_UTIL_TIME_H_
 #define TALVIX_UTIL_TIME_H_
 
@@ -36,7 +37,8 @@ std::string time_zone_text(const TimeZone& zone);
 // "Couldn't set TZ environment variable" when the environment refuses.
 void apply_time_zone(const TimeZone& zone);
 
-// Applies the zone, then gives the broken-down time of `time` in it. Throws
+// The broken-down time of `time` in the zone; the start zone is applied
+// first (apply_time_zone), a fixed offset is computed without TZ. Throws
 // util::ESystemError "Couldn't get localtime for time <n>" (n: the low 32
 // bits as a signed number) when the time is beyond the calendar's range.
 struct tm local_time(const TimeZone& zone, int64_t time);
@@ -45,6 +47,8 @@ struct tm local_time(const TimeZone& zone, int64_t time);
 // time 0 at offset 0. A negative time is an assertion failure (the process
 // ends); local_time's failures propagate.
 std::string iso_time2str(int64_t time, const TimeZone& zone);
+// iso_time2str(time, zone) appended to `out`.
+void append_iso_time(std::string& out, int64_t time, const TimeZone& zone);
 
 }  // namespace util
 
