@@ -22,11 +22,14 @@ void send(Session& session, const std::shared_ptr<Request>& request) {
   protocol::Request message;
   message.id = id;
   message.req = request->makeBody();
-  session.reader().send(message);
+  // Requests sent one after another without an answer taken in between go
+  // out together, before the reader next waits for the server.
+  session.reader().queue(message);
   request->state = Request::kSent;
 }
 
 std::shared_ptr<Request> processResponse(Session& session) {
+  if (session.beforeWait && !session.reader().hasReceived()) session.beforeWait();
   protocol::BerReader::Received received = session.reader().nextReceived();
 
   auto* response = dynamic_cast<protocol::Response*>(received.message.get());

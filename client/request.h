@@ -64,8 +64,11 @@ class Request {
 
 // Issues `request`: takes the session's next request id, enters the request
 // into the session's tables (keeping a reference to it) and writes it through
-// the session's reader, flushed. Transport and encoding errors pass
-// out unchanged; the request then stays in the tables.
+// the session's reader, held back (BerReader::queue): requests sent before the
+// next wait for an answer reach the server together. Encoding errors, and
+// transport errors of a buffer that fills, pass out unchanged; the request
+// then stays in the tables. Other transport errors of the request show when
+// the reader next reads.
 void send(Session& session, const std::shared_ptr<Request>& request);
 
 // Dispatches answers until `request` is answered or no longer outstanding and
@@ -80,7 +83,8 @@ uint32_t await(Session& session, Request& request);
 // broken invariant and aborts the process.
 void forget(Session& session, Request& request);
 
-// Reads one message, waiting as long as it takes, and dispatches it. Returns
+// Reads one message, waiting as long as it takes (after calling the session's
+// beforeWait when no message is queued), and dispatches it. Returns
 // the request it answered, or nullptr when its id is not outstanding (the
 // answer is dropped). Raises util::EBerError "Wrong type. Expected Response"
 // for any other message; errors of the request's decode() pass out, leaving

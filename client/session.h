@@ -8,6 +8,7 @@
 #define TALVIX_CLIENT_SESSION_H_
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -54,6 +55,11 @@ class Session {
   // only: both tables hold exactly the same requests.
   std::map<int32_t, std::shared_ptr<Request>> requestsById;
   std::unordered_map<const Request*, int32_t> idsByRequest;
+
+  // Called by processResponse() before it waits for the server (no complete
+  // message queued), e.g. to show output held back until then; may be empty.
+  // What it raises passes out of processResponse().
+  std::function<void()> beforeWait;
 
   // The id for the next request sent through this Session: 0, 1, 2, ... in
   // the order of client::send, each Session counting on its own.

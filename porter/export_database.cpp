@@ -62,6 +62,13 @@ void export_database(const RunSettings& settings, const ExportEnvironment& envir
   }
   ProgressScope progress(extra.progress, *environment.errorStream, environment.errorIsTerminal);
   WalkSource& source = progress.watch(*direct);
+  // The marks held so far show before every wait for the server. The hook
+  // is cleared before `progress` goes.
+  session->beforeWait = [&progress] { progress.release(); };
+  struct ClearHook {
+    client::Session& session;
+    ~ClearHook() { session.beforeWait = nullptr; }
+  } clearHook{*session};
 
   const std::string rootId = find_export_root(source, *session, settings.exportDomain);
   std::shared_ptr<client::Select> rootSelect = source.select({RequestKind::kFallback, rootId, {}});

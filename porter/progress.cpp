@@ -194,7 +194,7 @@ class ProgressScope::CountingStream : public OutStream {
 };
 
 ProgressScope::ProgressScope(bool enabled, std::ostream& err, bool terminal)
-    : err_(err), marks_(err) {
+    : held_(err), marks_(held_.marks()) {
   if (enabled) display_ = std::make_unique<ProgressDisplay>(err, terminal);
 }
 
@@ -206,8 +206,10 @@ WalkEvents& ProgressScope::events() {
 }
 
 std::ostream& ProgressScope::notices() {
-  return display_ == nullptr ? err_ : display_->notices();
+  return display_ == nullptr ? held_.messages() : display_->notices();
 }
+
+void ProgressScope::release() { held_.release(); }
 
 WalkSource& ProgressScope::watch(WalkSource& source) {
   if (display_ == nullptr) return source;

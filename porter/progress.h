@@ -19,6 +19,7 @@
 #include <ostream>
 #include <string>
 
+#include "porter/held_error_stream.h"
 #include "porter/out_stream.h"
 #include "porter/walk_events.h"
 #include "porter/walk_source.h"
@@ -95,7 +96,8 @@ std::string format_bytes(uint64_t bytes);
 std::string format_elapsed(std::chrono::nanoseconds elapsed);
 
 // The progress of one export: with `enabled` a live display, otherwise the
-// walk's progress marks on the error stream.
+// walk's progress marks on the error stream, held back (HeldErrorStream) until
+// release(), a notice, 100 ms, or the end of the scope.
 class ProgressScope {
  public:
   // `err` must outlive the scope.
@@ -107,8 +109,11 @@ class ProgressScope {
   // Where the walk reports: the display or the marks. Valid as long as the
   // scope.
   WalkEvents& events();
-  // Where the export's notices go: the display's notice stream, or `err`.
+  // Where the export's notices go: the display's notice stream, or `err`
+  // after the marks held so far.
   std::ostream& notices();
+  // Writes out the marks held so far; the export calls it before it waits.
+  void release();
   // A source that counts the answers of `source` for the display, or
   // `source` itself; `source` must outlive the scope, and so does the result.
   WalkSource& watch(WalkSource& source);
@@ -122,7 +127,7 @@ class ProgressScope {
   class CountingSource;
   class CountingStream;
 
-  std::ostream& err_;
+  HeldErrorStream held_;
   ProgressMarks marks_;
   std::unique_ptr<ProgressDisplay> display_;
   std::unique_ptr<CountingSource> source_;

@@ -1,5 +1,6 @@
 #include "protocol/ber_primitives.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -85,7 +86,13 @@ void BerShortValue::readStart(size_t length) {
     throw EBer("Data value exceeds maximum allowed length " + std::to_string(length) + " > " +
                std::to_string(maxLength_));
   }
-  buffer_.reset(length > 0 ? new uint8_t[length] : nullptr);
+  if (length > sizeof inline_) {
+    heap_ = std::make_unique<uint8_t[]>(length);
+    buffer_ = heap_.get();
+  } else {
+    heap_.reset();
+    buffer_ = inline_;
+  }
   bufferLength_ = length;
   receivedLength_ = 0;
 }
@@ -94,7 +101,7 @@ void BerShortValue::readData(const uint8_t* bytes, size_t count) {
   if (count > bufferLength_ - receivedLength_) {
     util::assert_failed("More content than announced for BerShortValue");
   }
-  std::memcpy(buffer_.get() + receivedLength_, bytes, count);
+  std::memcpy(buffer_ + receivedLength_, bytes, count);
   receivedLength_ += count;
 }
 
@@ -102,7 +109,7 @@ bool BerShortValue::operator==(const BerValue& other) const {
   const auto* o = dynamic_cast<const BerShortValue*>(&other);
   if (o == nullptr || o->receivedLength_ != receivedLength_) return false;
   return receivedLength_ == 0 ||
-         std::memcmp(buffer_.get(), o->buffer_.get(), receivedLength_) == 0;
+         std::memcmp(buffer_, o->buffer_, receivedLength_) == 0;
 }
 
 bool BerShortValue::operator<(const BerValue& other) const {
@@ -169,7 +176,18 @@ void BerReal::readDone() {
   const uint8_t* content = received();
   switch (content[0]) {
     case 0x00: {
-      const std::string text(reinterpret_cast<const char*>(content + 1), n - 1);
+      // The usual text, a plain decimal number, is read without a copy;
+      // anything else (blanks, a plus sign, hexadecimal, out of range) the
+      // way strtod reads it.
+      const char* first = reinterpret_cast<const char*>(content + 1);
+      const char* last = first + (n - 1);
+      double value = 0.0;
+      const std::from_chars_result fast = std::from_chars(first, last, value);
+      if (fast.ec == std::errc() && fast.ptr == last) {
+        *target_ = value;
+        return;
+      }
+      const std::string text(first, last);
       try {
         *target_ = util::parse_real(text);
       } catch (const util::EParseError&) {
@@ -201,13 +219,16 @@ void BerReal::write(net::ByteOutput& stream, bool) const {
     content[n++] = value > 0 ? 0x40 : 0x41;
   } else if (value != 0.0) {
     content[n++] = 0x00;
+    // printf's "%e": six decimals, an exponent of at least two digits.
     char text[64];
-    const int length = std::snprintf(text, sizeof text, "%e", value);
-    if (length < 0 || length >= 59) {
+    const std::to_chars_result result =
+        std::to_chars(text, text + 59, value, std::chars_format::scientific, 6);
+    if (result.ec != std::errc()) {
       util::assert_failed("String representation of double larger than buffer");
     }
-    std::memcpy(content + n, text, static_cast<size_t>(length));
-    n += static_cast<size_t>(length);
+    const auto length = static_cast<size_t>(result.ptr - text);
+    std::memcpy(content + n, text, length);
+    n += length;
   }
   write_short(stream, tag_, content, n);
 }

@@ -28,8 +28,9 @@ namespace protocol {
 
 // Base of every value decoded from a small receive buffer. readStart throws
 // EBer "Data value exceeds maximum allowed length <n> > <max>" when the
-// announced length exceeds the maximum, else allocates exactly `length`
-// octets. Comparisons look at the received octets only: == when both
+// announced length exceeds the maximum; content of up to 64 octets (every
+// value but a big number) is kept inside the object, longer content in a
+// buffer of exactly `length` octets. Comparisons look at the received octets only: == when both
 // received the same octets, < and > by the number of received octets; a
 // value of another family compares false.
 class BerShortValue : public BerPrimitive {
@@ -48,16 +49,19 @@ class BerShortValue : public BerPrimitive {
   BerShortValue(const BerShortValue&) = delete;
   BerShortValue& operator=(const BerShortValue&) = delete;
 
-  // The octets received so far; valid until the value is destroyed.
-  const uint8_t* received() const { return buffer_.get(); }
+  // The octets received so far; valid until the next readStart() or the
+  // value's destruction.
+  const uint8_t* received() const { return buffer_; }
   size_t receivedLength() const { return receivedLength_; }
 
  private:
   bool ownsTarget_;
   size_t receivedLength_ = 0;
   size_t bufferLength_ = 0;
-  std::unique_ptr<uint8_t[]> buffer_;
+  uint8_t* buffer_ = nullptr;  // inline_ or heap_
+  std::unique_ptr<uint8_t[]> heap_;
   size_t maxLength_;
+  uint8_t inline_[64];
 };
 
 // BOOLEAN: one octet 01/00 on write; any non-zero first octet reads as true,

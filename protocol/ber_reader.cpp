@@ -78,8 +78,18 @@ std::unique_ptr<BerConstructed> BerReader::takeMessage() {
 }
 
 void BerReader::send(const BerValue& message) {
+  queue(message);
+  flush();
+}
+
+void BerReader::queue(const BerValue& message) {
+  held_ = true;
   message.write(*lower_, legacy_);
+}
+
+void BerReader::flush() {
   lower_->flush();
+  held_ = false;
 }
 
 bool BerReader::readSome(bool stopWhenQueued) {
@@ -88,6 +98,7 @@ bool BerReader::readSome(bool stopWhenQueued) {
     if (!queue_.empty()) return false;
     throw *broken_;
   }
+  if (held_) flush();
   if (sniffPending_) {
     const uint64_t got = lower_->read(sniff_ + sniffFill_, sizeof sniff_ - sniffFill_);
     if (got == 0) return false;

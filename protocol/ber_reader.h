@@ -98,6 +98,15 @@ class BerReader {
   // Writes `message` in the reader's encoding to the stream below and
   // flushes it.
   void send(const protocol::BerValue& message);
+  // Writes `message` like send() but leaves it in the buffers below: held
+  // messages go out together at the next send() or flush(), when the
+  // buffer below fills, and at the latest before the reader next reads from
+  // the stream below, so no answer is ever awaited for a message still held.
+  // Failures of the stream below pass out of whichever call sends.
+  void queue(const protocol::BerValue& message);
+  void flush();
+  // Whether a complete message waits in the queue.
+  bool hasReceived() const { return !queue_.empty(); }
   // Whether the peer uses the legacy encoding (final once the first eight
   // octets have arrived).
   bool legacy() const { return legacy_; }
@@ -160,6 +169,7 @@ class BerReader {
   std::optional<protocol::EBer> broken_;  // the framing failure that ended decoding
 
   bool legacy_ = false;
+  bool held_ = false;  // queue() left output in the buffers below
   bool sniffPending_ = true;
   uint8_t sniff_[8] = {0, 0, 0, 0, 0, 0, 0, 0};
   size_t sniffFill_ = 0;

@@ -147,6 +147,32 @@ size_t count(const std::string& text, const std::string& piece) {
   return n;
 }
 
+// The marks without the display are held back, in order, until the export
+// waits, a notice comes, the interval has passed, or the export ends.
+TEST(HeldErrorStreamTest, MarksWaitForAReleaseANoticeTheIntervalOrTheEnd) {
+  std::ostringstream err;
+  porter::HeldErrorStream::Clock::time_point now{};
+  {
+    porter::HeldErrorStream held(err, 100ms, [&] { return now; });
+    held.marks() << "a" << std::endl << "." << std::flush;
+    EXPECT_EQ(err.str(), "");
+    held.release();
+    EXPECT_EQ(err.str(), "a\n.");
+    held.marks() << "b";
+    held.messages() << "(notice)";
+    EXPECT_EQ(err.str(), "a\n.b(notice)");
+    held.marks() << "c";
+    now += 99ms;
+    held.marks() << 'd';
+    EXPECT_EQ(err.str(), "a\n.b(notice)");
+    now += 1ms;
+    held.marks() << "e";
+    EXPECT_EQ(err.str(), "a\n.b(notice)cde");
+    held.marks() << "f";
+  }
+  EXPECT_EQ(err.str(), "a\n.b(notice)cdef");
+}
+
 // A whole export with the display in place of the marks: the same document,
 // and totals that count what was written; a failed export on a terminal also
 // puts the marks back.
