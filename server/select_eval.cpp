@@ -132,7 +132,11 @@ SelectOutcome evaluate_select(const Database& db, ObjectEncoder& encoder,
     }
     Evaluator evaluator(db, encoder, legacy);
     for (const auto& start : starts) evaluator.match(*request.pattern, *start, true, outcome.objects);
-    if (outcome.objects.empty()) throw Failure{kErrorNothingMatched, "Pattern matched nothing"};
+    if (outcome.objects.empty()) {
+      // Common (a select of an object without children): no exception.
+      outcome.error = kErrorNothingMatched;
+      outcome.text = "Pattern matched nothing";
+    }
   } catch (const Failure& f) {
     outcome.error = f.code;
     outcome.text = f.text;
