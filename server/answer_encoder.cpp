@@ -22,6 +22,34 @@ constexpr int32_t kIntMax = std::numeric_limits<int32_t>::max();
 constexpr int32_t kIdMax = 0x7fffffff;
 constexpr int32_t kMaxDataType = 17;
 
+// The "%e" text of `v` when it is a multiple of 1/8 below 2^50 in magnitude
+// with at most seven significant digits (so that the text is exact), else
+// nothing; returns the length written to `out` (at most 14 octets).
+size_t short_decimal(double v, char* out) {
+  const double eighths = v * 8;  // exact: a power of two
+  if (!(std::fabs(eighths) < 0x1p50) || eighths != std::trunc(eighths)) return 0;
+  // The value times 1000, an integer.
+  const uint64_t thousandths = static_cast<uint64_t>(std::fabs(eighths)) * 125;
+  char digits[24] = {};
+  const auto end = std::to_chars(digits, digits + sizeof digits, thousandths).ptr;
+  const int count = static_cast<int>(end - digits);
+  for (int d = 7; d < count; ++d) {
+    if (digits[d] != '0') return 0;
+  }
+  size_t n = 0;
+  if (v < 0) out[n++] = '-';
+  out[n++] = digits[0];
+  out[n++] = '.';
+  for (int d = 1; d <= 6; ++d) out[n++] = d < count ? digits[d] : '0';
+  const int exponent = count - 1 - 3;
+  out[n++] = 'e';
+  out[n++] = exponent < 0 ? '-' : '+';
+  const int magnitude = exponent < 0 ? -exponent : exponent;
+  out[n++] = static_cast<char>('0' + magnitude / 10);
+  out[n++] = static_cast<char>('0' + magnitude % 10);
+  return n;
+}
+
 // Appends to one string; the primitives go through the protocol's classes,
 // which write into `sink`.
 class Writer {
@@ -69,9 +97,12 @@ class Writer {
       content[n++] = v > 0 ? 0x40 : 0x41;
     } else if (v != 0.0) {
       content[n++] = 0x00;
-      const auto result = std::to_chars(content + 1, content + sizeof content, v,
-                                        std::chars_format::scientific, 6);
-      n = static_cast<size_t>(result.ptr - content);
+      n += short_decimal(v, content + 1);
+      if (n == 1) {
+        const auto result = std::to_chars(content + 1, content + sizeof content, v,
+                                          std::chars_format::scientific, 6);
+        n = static_cast<size_t>(result.ptr - content);
+      }
     }
     uint8_t header[8];
     size_t h = protocol::encode_tag(protocol::BE_REAL, header);

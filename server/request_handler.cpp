@@ -40,9 +40,9 @@ std::string error_response(int32_t id, int32_t code, const std::string& text, bo
   return response(id, std::move(error), legacy);
 }
 
-std::string get_data_response(const Database& db, int32_t id, const protocol::GetDataReq& request,
-                              bool legacy) {
-  if (!db.find(request.objectId)) {
+std::string get_data_response(const Database& db, ObjectEncoder& encoder, int32_t id,
+                              const protocol::GetDataReq& request, bool legacy) {
+  if (!encoder.find(db, request.objectId)) {
     return error_response(id, kErrorIdNotFound, "No object with id " + request.objectId, legacy);
   }
   std::shared_ptr<const History> history = db.history(request.objectId, request.indexName);
@@ -68,7 +68,7 @@ std::string answer_request(const Database& db, ObjectEncoder& encoder,
     return select_response(request.id, outcome.objects, legacy);
   }
   if (auto* data = dynamic_cast<const protocol::GetDataReq*>(body)) {
-    return get_data_response(db, request.id, *data, legacy);
+    return get_data_response(db, encoder, request.id, *data, legacy);
   }
   return error_response(request.id, kErrorNotImplemented, "The request is not implemented", legacy);
 }
