@@ -162,12 +162,14 @@ void Connection::serve() {
       } else {
         pending.erase(0, pos);
       }
+      writer.hold();
       for (const auto& request : ready) {
         if (!answer(*request)) {
           ended = true;
           break;
         }
       }
+      writer.release();
       if (ended) break;
     }
     if (ended) {
