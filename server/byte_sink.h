@@ -20,6 +20,20 @@ class ByteSink : public net::ByteOutput {
   std::string bytes;
 };
 
+// An output stream that appends everything written to a string it does not
+// own, which must outlive it.
+class AppendingSink : public net::ByteOutput {
+ public:
+  explicit AppendingSink(std::string& out) : out_(out) {}
+  void write(const void* data, size_t length) override {
+    out_.append(static_cast<const char*>(data), length);
+  }
+  void flush() override {}
+
+ private:
+  std::string& out_;
+};
+
 // `message` in the given encoding. Range and length failures of its fields
 // throw protocol::EBer.
 inline std::string encode(const protocol::BerValue& message, bool legacy) {

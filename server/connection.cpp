@@ -3,10 +3,13 @@
 #include <chrono>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "protocol/messages.h"
 #include "server/handshake.h"
+#include "server/link_streams.h"
 #include "server/reply_writer.h"
+#include "server/request_decoder.h"
 #include "server/request_handler.h"
 #include "util/error.h"
 
@@ -16,6 +19,8 @@ namespace {
 
 // How long a partly filled reverse window waits for more requests.
 constexpr auto kWindowGrace = std::chrono::milliseconds(20);
+// Octets asked for per read, as many as the reader asks for.
+constexpr size_t kReadSize = 65536;
 
 // Whether `stream` becomes readable within `limit`.
 bool readable_within(net::BasicIo& stream, std::chrono::milliseconds limit) {
@@ -71,10 +76,16 @@ void Connection::serve() {
   const FaultOptions& faults = options.faults;
   auto send = [&](const std::string& bytes) { write_in_chunks(socket, bytes, faults.chunkSize); };
 
+  FeedStream feed(socket);
   HandshakeResult login =
-      run_handshake(socket, send, *shared_->db, options.handshake, shared_->sessionIds);
+      run_handshake(feed, send, *shared_->db, options.handshake, shared_->sessionIds);
   if (!login.reader) return;
   protocol::BerReader& reader = *login.reader;
+  // The requests are decoded here as long as they take the fast decoder's
+  // form, which needs the reader to have stopped right behind the login:
+  // exactly the three messages of the handshake were read, nothing more.
+  bool decodingHere = !login.legacy && is_whole_values(feed.recorded(), 3);
+  feed.stopRecording();
 
   ReplyWriter writer(socket, faults, login.legacy);
   // Makes the writer reachable for abort() while it lives.
@@ -88,10 +99,90 @@ void Connection::serve() {
     }
   } registration(*this, &writer);
   uint64_t requests = 0;
+  // Answers `request`; false when the connection is to end.
+  auto answer = [&](const protocol::Request& request) {
+    const Clock::time_point due = Clock::now() + std::chrono::milliseconds(faults.delayMs);
+    ++requests;
+    if (shared_->options.onRequest) shared_->options.onRequest(request);
+    if (faults.closeAtRequest != 0 && requests == faults.closeAtRequest) return false;
+    if (faults.malformedAtRequest != 0 && requests == faults.malformedAtRequest) {
+      writer.submit(malformed_reply(), due);
+      return true;
+    }
+    writer.submit(answer_request(*shared_->db, shared_->encoder, request, login.legacy), due);
+    return true;
+  };
+
+  if (decodingHere) {
+    // Each read is decoded completely before anything of it is answered, as
+    // the reader does: octets the fast decoder declines go to the reader
+    // (which decodes everything from then on), and when the reader refuses
+    // them, nothing of that read is answered.
+    const RequestDecoder decoder(false);
+    std::string pending;  // octets read but not decoded yet: an incomplete message
+    std::vector<std::unique_ptr<protocol::Request>> ready;
+    auto chunk = std::make_unique<char[]>(kReadSize);
+    bool ended = false;
+    while (decodingHere && !aborted_ && writer.healthy()) {
+      if (writer.windowPending() && !readable_within(socket, kWindowGrace)) writer.flushWindow();
+      uint64_t got = 0;
+      try {
+        got = socket.read(chunk.get(), kReadSize);
+      } catch (const util::Exception&) {
+        ended = true;
+        break;
+      }
+      pending.append(chunk.get(), static_cast<size_t>(got));
+      size_t pos = 0;
+      ready.clear();
+      while (pos < pending.size()) {
+        if (pending[pos] == '\0' || pending[pos] == '\x19') {  // ignored between messages
+          ++pos;
+          continue;
+        }
+        RequestDecoder::Result r = decoder.decode(
+            reinterpret_cast<const uint8_t*>(pending.data()) + pos, pending.size() - pos);
+        if (r.outcome == RequestDecoder::Outcome::kIncomplete) break;
+        if (r.outcome == RequestDecoder::Outcome::kDeclined) {
+          decodingHere = false;
+          break;
+        }
+        ready.push_back(std::move(r.request));
+        pos += r.length;
+      }
+      if (!decodingHere) {
+        feed.feed(pending.data() + pos, pending.size() - pos);
+        pending.clear();
+        try {
+          while (feed.fedPending()) reader.readSome(false);
+        } catch (const util::Exception&) {
+          ended = true;
+          break;
+        }
+      } else {
+        pending.erase(0, pos);
+      }
+      writer.hold();
+      for (const auto& request : ready) {
+        if (!answer(*request)) {
+          ended = true;
+          break;
+        }
+      }
+      writer.release();
+      if (ended) break;
+    }
+    if (ended) {
+      if (aborted_) writer.abort();
+      writer.finish();
+      return;
+    }
+  }
+
   while (!aborted_ && writer.healthy()) {
     std::unique_ptr<protocol::BerConstructed> message = reader.takeMessage();
     if (!message) {
-      if (writer.windowPending() && !readable_within(socket, kWindowGrace)) writer.flushWindow();
+      if (writer.windowPending() && !readable_within(feed, kWindowGrace)) writer.flushWindow();
       try {
         reader.readSome(false);
       } catch (const util::Exception&) {
@@ -104,15 +195,7 @@ void Connection::serve() {
       if (dynamic_cast<protocol::EndSession*>(message.get()) != nullptr) break;
       continue;  // nothing else a logged-in client sends is answered
     }
-    const Clock::time_point due = Clock::now() + std::chrono::milliseconds(faults.delayMs);
-    ++requests;
-    if (shared_->options.onRequest) shared_->options.onRequest(*request);
-    if (faults.closeAtRequest != 0 && requests == faults.closeAtRequest) break;
-    if (faults.malformedAtRequest != 0 && requests == faults.malformedAtRequest) {
-      writer.submit(malformed_reply(), due);
-      continue;
-    }
-    writer.submit(answer_request(*shared_->db, shared_->encoder, *request, login.legacy), due);
+    if (!answer(*request)) break;
   }
   if (aborted_) writer.abort();
   writer.finish();

@@ -86,17 +86,19 @@ class GeneratedDatabase : public Database {
 
   std::shared_ptr<const History> history(const std::string& objectId,
                                          const std::string& indexName) const override {
-    if (indexName != kIndexName || objectId.empty() || objectId[0] != 'c') return nullptr;
-    std::shared_ptr<const StoredObject> check = find(objectId);
-    if (!check) return nullptr;
+    if (indexName != kIndexName || objectId.size() > kMaxIdLength || objectId.empty() ||
+        objectId[0] != 'c') {
+      return nullptr;
+    }
     std::string_view s(objectId);
     size_t pos = 1;
-    uint64_t k = *read_number(s, pos);
-    ++pos;
-    uint64_t i = *read_number(s, pos);
-    ++pos;
-    uint64_t j = *read_number(s, pos);
-    return makeHistory(k, i, j);
+    std::optional<uint64_t> k = read_number(s, pos);
+    if (!k || *k >= domains_ || pos == s.size() || s[pos++] != '.') return nullptr;
+    std::optional<uint64_t> i = read_number(s, pos);
+    if (!i || *i >= shape_.nodesPerDomain || pos == s.size() || s[pos++] != '.') return nullptr;
+    std::optional<uint64_t> j = read_number(s, pos);
+    if (!j || *j >= shape_.checksPerNode || pos != s.size()) return nullptr;
+    return makeHistory(*k, *i, *j);
   }
 
   bool checkLogin(const std::string& loginDomain, const std::string& user,

@@ -5,7 +5,7 @@
 // and property list) and its tail (the list of child objects, the empty
 // number set and the end of contents). Heads do not depend on the select
 // that asks for them unless it limits the properties, so they are cached;
-// children are appended per answer with append_object().
+// children are appended per answer (answer_encoder.h).
 #ifndef TALVIX_SERVER_OBJECT_ENCODER_H_
 #define TALVIX_SERVER_OBJECT_ENCODER_H_
 
@@ -16,15 +16,10 @@
 #include <unordered_map>
 #include <vector>
 
+#include "server/answer_encoder.h"
 #include "server/database.h"
 
 namespace server {
-
-// What of an object's properties an answer carries.
-struct PropertyChoice {
-  bool any = true;                       // false: no properties at all
-  const std::vector<std::string>* only = nullptr;  // non-empty: just these names
-};
 
 class ObjectEncoder {
  public:
@@ -51,11 +46,6 @@ class ObjectEncoder {
   std::unordered_map<std::string, std::shared_ptr<const std::string>> heads_[4];
   std::unordered_map<std::string, std::shared_ptr<const StoredObject>> objects_;
 };
-
-// Appends a complete Object to `out`: `head`, then a list holding the
-// already encoded `children` (concatenated Objects), then the tail.
-void append_object(std::string& out, const std::string& head, const std::string& children,
-                   bool legacy);
 
 }  // namespace server
 

@@ -36,6 +36,12 @@ void ReplyWriter::submit(std::string answer, Clock::time_point due) {
   }
   std::lock_guard<std::mutex> lock(mutex_);
   queue_.push_back(std::move(item));
+  if (!holding_) wake_.notify_all();
+}
+
+void ReplyWriter::release() {
+  holding_ = false;
+  std::lock_guard<std::mutex> lock(mutex_);
   wake_.notify_all();
 }
 
@@ -50,6 +56,7 @@ void ReplyWriter::flushWindow() {
 }
 
 void ReplyWriter::finish() {
+  holding_ = false;
   flushWindow();
   {
     std::lock_guard<std::mutex> lock(mutex_);

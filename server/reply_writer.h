@@ -49,6 +49,12 @@ class ReplyWriter {
 
   // Queues an encoded answer due at `due`.
   void submit(std::string answer, Clock::time_point due);
+  // Between hold() and release() submitted answers are queued without
+  // waking the writer thread, so that the answers to the requests of one
+  // read go out together, in as few writes as they fit; their due times
+  // stay as given.
+  void hold() { holding_ = true; }
+  void release();
   // Whether answers wait for their reverse window to fill up.
   bool windowPending() const;
   // Sends a partly filled reverse window as it is (reversed).
@@ -79,6 +85,7 @@ class ReplyWriter {
   std::condition_variable wake_;
   std::deque<Item> queue_;
   std::vector<Item> window_;  // touched by the submitting thread only
+  bool holding_ = false;      // likewise
   bool finishing_ = false;
   bool aborted_ = false;
   bool failed_ = false;

@@ -28,9 +28,10 @@ std::string answer_request(const Database& db, ObjectEncoder& encoder,
 std::string error_response(int32_t id, int32_t code, const std::string& text, bool legacy);
 
 // An encoded Response with `id` carrying a GetDataResp for `objectId` and
-// `indexName`, or the ErrorResp the request earns.
-std::string get_data_response(const Database& db, int32_t id, const protocol::GetDataReq& request,
-                              bool legacy);
+// `indexName`, or the ErrorResp the request earns. Objects are looked up
+// through `encoder`'s cache.
+std::string get_data_response(const Database& db, ObjectEncoder& encoder, int32_t id,
+                              const protocol::GetDataReq& request, bool legacy);
 
 }  // namespace server
 

@@ -1,5 +1,6 @@
 #include "server/select_eval.h"
 
+#include <exception>
 #include <utility>
 #include <vector>
 
@@ -61,14 +62,27 @@ class Evaluator {
         throw Failure{e.code, e.text};
       }
     }
-    std::string children;
-    if (!step.children.empty() || !step.colonChildren.empty()) {
-      if (!matchChildren(step, object, children)) return false;
-    }
     PropertyChoice choice;
     choice.any = !root || (step.flags & kFlagSelf) != 0;
     choice.only = &step.properties;
-    append_object(out, *encoder_.head(object, choice, legacy_), children, legacy_);
+    // A head that cannot be encoded fails the evaluation only if the
+    // object matches.
+    const size_t mark = out.size();
+    std::exception_ptr headFailure;
+    try {
+      out += *encoder_.head(object, choice, legacy_);
+    } catch (const protocol::EBer&) {
+      headFailure = std::current_exception();
+    }
+    append_child_list_start(out, legacy_);
+    if (!step.children.empty() || !step.colonChildren.empty()) {
+      if (!matchChildren(step, object, out)) {
+        out.resize(mark);
+        return false;
+      }
+    }
+    if (headFailure) std::rethrow_exception(headFailure);
+    append_object_end(out, legacy_);
     return true;
   }
 
@@ -118,7 +132,11 @@ SelectOutcome evaluate_select(const Database& db, ObjectEncoder& encoder,
     }
     Evaluator evaluator(db, encoder, legacy);
     for (const auto& start : starts) evaluator.match(*request.pattern, *start, true, outcome.objects);
-    if (outcome.objects.empty()) throw Failure{kErrorNothingMatched, "Pattern matched nothing"};
+    if (outcome.objects.empty()) {
+      // Common (a select of an object without children): no exception.
+      outcome.error = kErrorNothingMatched;
+      outcome.text = "Pattern matched nothing";
+    }
   } catch (const Failure& f) {
     outcome.error = f.code;
     outcome.text = f.text;

@@ -3,12 +3,18 @@
 // forms and error codes the exporter's own patterns do not reach.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
 #include <string>
 #include <typeinfo>
 #include <vector>
 
+#include "protocol/gui_protocol.h"
+#include "server/answer_encoder.h"
 #include "server/handshake.h"
+#include "server/request_decoder.h"
 #include "server/select_eval.h"
+#include "support/message_io.h"
 #include "support/server_harness.h"
 
 namespace {
@@ -205,6 +211,194 @@ TEST(ServerRequests, OverlongStoredIdIsABackendErrorAndTheConnectionGoesOn) {
   c.sendRequest(2, select_req({"asia"}, ".!"));
   EXPECT_EQ(c.nextAnswer(), "#1 error 14");
   EXPECT_EQ(c.nextAnswer(), "#2 asia:Domain{name=Asia}");
+}
+
+// ---------------------------------------------------------------------------
+// The server's own decoding and encoding, against the protocol classes.
+
+using testing_support::Bytes;
+using Outcome = server::RequestDecoder::Outcome;
+
+std::unique_ptr<protocol::Request> request(int32_t id, std::unique_ptr<protocol::BerConstructed> body) {
+  auto r = std::make_unique<protocol::Request>();
+  r->id = id;
+  r->req = std::move(body);
+  return r;
+}
+
+// Every select of kSelects, history requests and an erase: the forms the
+// fast decoder takes and those it leaves to the protocol's reader.
+std::vector<std::unique_ptr<protocol::Request>> sample_requests() {
+  std::vector<std::unique_ptr<protocol::Request>> out;
+  int32_t id = 0;
+  for (const auto& k : kSelects) out.push_back(request(id += 977, select_req(k.starts, k.pattern)));
+  out.push_back(request(0x7fffffff, get_data("c2", "cpu")));
+  auto extremes = get_data(std::string(32, 'o'), std::string(16, 'i'));
+  extremes->p1 = -1;
+  extremes->p2 = std::numeric_limits<int32_t>::min();
+  extremes->p3 = 2000;
+  extremes->p4 = 128;
+  extremes->flag = false;
+  out.push_back(request(0, std::move(extremes)));
+  auto numbered = select_req({"root"}, ". > Node=3 [load, name]");
+  numbered->flags = 0xffffffffu;
+  out.push_back(request(128, std::move(numbered)));
+  out.push_back(request(5, std::make_unique<protocol::EraseReq>()));
+  return out;
+}
+
+bool has_conditions(const protocol::PathPattern& p) {
+  if (!p.conditions.empty()) return true;
+  for (const auto* list : {&p.children, &p.colonChildren}) {
+    for (const auto& c : *list) {
+      if (has_conditions(*c)) return true;
+    }
+  }
+  return false;
+}
+
+bool fast_form(const protocol::Request& r) {
+  if (auto* select = dynamic_cast<const protocol::SelectReq*>(r.req.get())) {
+    return !has_conditions(*select->pattern);
+  }
+  return dynamic_cast<const protocol::GetDataReq*>(r.req.get()) != nullptr;
+}
+
+// What the fast decoder makes of `bytes` must be what the protocol's reader
+// makes of the same octets.
+void expect_agreement(const server::RequestDecoder& decoder, const Bytes& bytes, bool legacy,
+                      const std::string& what) {
+  server::RequestDecoder::Result r = decoder.decode(bytes.data(), bytes.size());
+  if (r.outcome != Outcome::kComplete) return;
+  const Bytes message(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(r.length));
+  testing_support::MessageList read;
+  try {
+    read = testing_support::decode_messages(message, legacy, protocol::guiProtocol());
+  } catch (const protocol::EBer& e) {
+    ADD_FAILURE() << what << ": decoded here, refused by the reader: " << e.text();
+    return;
+  }
+  ASSERT_EQ(read.size(), 1u) << what;
+  EXPECT_TRUE(*read.front() == *r.request) << what;
+}
+
+TEST(ServerCodec, FastDecoderAgreesWithTheProtocolReader) {
+  for (bool legacy : {false, true}) {
+    const server::RequestDecoder decoder(legacy);
+    for (const auto& original : sample_requests()) {
+      const Bytes bytes = testing_support::encode_message(*original, legacy);
+      const std::string what = testing_support::to_hex(bytes) + (legacy ? " legacy" : "");
+      server::RequestDecoder::Result r = decoder.decode(bytes.data(), bytes.size());
+      if (!fast_form(*original)) {
+        EXPECT_EQ(r.outcome, Outcome::kDeclined) << what;
+        continue;
+      }
+      ASSERT_EQ(r.outcome, Outcome::kComplete) << what;
+      EXPECT_EQ(r.length, bytes.size()) << what;
+      EXPECT_TRUE(*r.request == *original) << what;
+      for (size_t cut = 0; cut < bytes.size(); ++cut) {
+        EXPECT_EQ(decoder.decode(bytes.data(), cut).outcome, Outcome::kIncomplete) << what << " cut at " << cut;
+      }
+      // Every octet changed: declined, or decoded as the reader decodes it.
+      for (size_t i = 0; i < bytes.size(); ++i) {
+        for (uint8_t flip : {0x01, 0x20, 0x80, 0xff}) {
+          Bytes changed = bytes;
+          changed[i] ^= flip;
+          expect_agreement(decoder, changed, legacy, what + " octet " + std::to_string(i));
+        }
+      }
+    }
+  }
+}
+
+TEST(ServerCodec, WholeValuesAfterTheHandshake) {
+  const Bytes select = testing_support::encode_message(*request(1, select_req({"a"}, ".!")), false);
+  const std::string one(select.begin(), select.end());
+  EXPECT_TRUE(server::is_whole_values(one + std::string("\0\x19", 2) + one, 2));
+  EXPECT_FALSE(server::is_whole_values(one + one, 1));
+  EXPECT_FALSE(server::is_whole_values(one + one.substr(0, 5), 2));
+  EXPECT_FALSE(server::is_whole_values(one.substr(0, 4) + "\x19" + one.substr(4), 1));  // filler inside
+  EXPECT_FALSE(server::is_whole_values(std::string("\x30\x03\x02\x01\x01", 5), 1));  // definite constructed
+}
+
+// Values of every kind, and reals that take every branch of the encoding.
+server::StoredObject every_kind() {
+  using server::PropertyValue;
+  server::StoredObject o{"Node", "n1", 5, "root", {}, {}};
+  const std::vector<server::Value> values = {
+      std::string("text"), std::vector<std::string>{"a", std::string(200, 'b')},
+      std::numeric_limits<int32_t>::min(), int32_t{-1}, int32_t{0}, int32_t{128},
+      uint32_t{0xffffffffu}, uint32_t{0x80}, true, false, server::NullValue{},
+      server::BlobValue{std::string(300, '\0')}, std::vector<uint32_t>{0, 0x7f, 0x80, 0xffffffffu},
+      std::numeric_limits<int64_t>::min(), uint64_t{0xffffffffffffffffu},
+      server::BigNumValue{std::string("\x01\x00\x00\x00\x00\x00\x00\x00\x00", 9)},
+      server::LobValue{"lob"}};
+  for (const auto& v : values) o.properties.push_back({"p" + std::to_string(o.properties.size()), 7, v});
+  const double reals[] = {0.0, -0.0, 1.0, -1.0, 0.1, 127.5, 0.125, 1234567.0, 12345678.0, 9999999.5,
+                          1e-5, 2.5e-310, 1e300, -123.456e-7, std::numeric_limits<double>::max(),
+                          std::numeric_limits<double>::denorm_min(), std::nan(""),
+                          std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
+                          0.5 / 3, 1.0 / 3, 2.0 / 3, 999999.95, 9.9999995, 1e7 - 0.5};
+  for (double r : reals) o.properties.push_back({"r" + std::to_string(o.properties.size()), 4, r});
+  return o;
+}
+
+std::string generic_head(const server::StoredObject& object, bool legacy) {
+  protocol::Object message;
+  message.className = object.className;
+  message.flags = object.flags;
+  message.id = object.id;
+  for (const auto& p : object.properties) message.properties.push_back(server::to_property(p));
+  const Bytes bytes = testing_support::encode_message(message, legacy);
+  return std::string(bytes.begin(), bytes.end() - 10);  // without children, numbers, end
+}
+
+TEST(ServerCodec, AnswersAreWrittenAsTheProtocolClassesWriteThem) {
+  for (bool legacy : {false, true}) {
+    const server::StoredObject object = every_kind();
+    std::string head;
+    server::append_object_head(head, object, server::PropertyChoice{}, legacy);
+    const std::string generic = generic_head(object, legacy);
+    EXPECT_EQ(testing_support::to_hex(Bytes(head.begin(), head.end())),
+              testing_support::to_hex(Bytes(generic.begin(), generic.end())));
+
+    server::History history;
+    history.dataType = 5;
+    history.intervals = {server::ContinuousRow{1, -2, 0.5, 1e-9, -7.25, 3, 0xffffffffu},
+                         server::SawtoothRow{0, 0, std::nan(""), 0, -0.0, 0, 0},
+                         server::EnumRow{-1, 1, 0x80000000u, 1, 2},
+                         server::IncidentRow{7, -3, "incident"},
+                         server::IncidentRow{7, 0, ""},
+                         server::ContinuousDeprecatedRow{1, 2, 3.5, 4.5, {1.5, 0.0, -2e10}},
+                         server::RawDeprecatedRow{{server::ContinuousRow{1, 2, 3, 4, 5, 6, 7}}}};
+    protocol::Response response;
+    response.id = 0x12345;
+    auto body = std::make_unique<protocol::GetDataResp>();
+    body->dataType = history.dataType;
+    for (const auto& row : history.intervals) body->intervals.push_back(server::to_interval(row));
+    response.resp = std::move(body);
+    std::string answer;
+    server::append_get_data_response(answer, response.id, history, legacy);
+    EXPECT_EQ(testing_support::to_hex(Bytes(answer.begin(), answer.end())),
+              testing_support::to_hex(testing_support::encode_message(response, legacy)));
+  }
+}
+
+// A field beyond its wire limit fails as the protocol classes fail.
+TEST(ServerCodec, OverlongFieldsFailAsTheProtocolClassesFail) {
+  server::StoredObject object{std::string(129, 'C'), "n1", 0, "", {}, {}};
+  std::string head;
+  try {
+    server::append_object_head(head, object, server::PropertyChoice{}, false);
+    ADD_FAILURE() << "no failure";
+  } catch (const protocol::EBer& e) {
+    try {
+      generic_head(object, false);
+      ADD_FAILURE() << "no failure of the protocol class";
+    } catch (const protocol::EBer& g) {
+      EXPECT_EQ(e.text(), g.text());
+    }
+  }
 }
 
 }  // namespace

@@ -1,0 +1,305 @@
+#include "server/answer_encoder.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <type_traits>
+
+#include "protocol/ber_primitives.h"
+#include "protocol/messages.h"
+#include "protocol/tags.h"
+#include "server/byte_sink.h"
+
+namespace server {
+
+namespace {
+
+using protocol::TagCode;
+
+constexpr int32_t kIntMin = std::numeric_limits<int32_t>::min();
+constexpr int32_t kIntMax = std::numeric_limits<int32_t>::max();
+constexpr int32_t kIdMax = 0x7fffffff;
+constexpr int32_t kMaxDataType = 17;
+
+// The "%e" text of `v` when it is a multiple of 1/8 below 2^50 in magnitude
+// with at most seven significant digits (so that the text is exact), else
+// nothing; returns the length written to `out` (at most 14 octets).
+size_t short_decimal(double v, char* out) {
+  const double eighths = v * 8;  // exact: a power of two
+  if (!(std::fabs(eighths) < 0x1p50) || eighths != std::trunc(eighths)) return 0;
+  // The value times 1000, an integer.
+  const uint64_t thousandths = static_cast<uint64_t>(std::fabs(eighths)) * 125;
+  char digits[24] = {};
+  const auto end = std::to_chars(digits, digits + sizeof digits, thousandths).ptr;
+  const int count = static_cast<int>(end - digits);
+  for (int d = 7; d < count; ++d) {
+    if (digits[d] != '0') return 0;
+  }
+  size_t n = 0;
+  if (v < 0) out[n++] = '-';
+  out[n++] = digits[0];
+  out[n++] = '.';
+  for (int d = 1; d <= 6; ++d) out[n++] = d < count ? digits[d] : '0';
+  const int exponent = count - 1 - 3;
+  out[n++] = 'e';
+  out[n++] = exponent < 0 ? '-' : '+';
+  const int magnitude = exponent < 0 ? -exponent : exponent;
+  out[n++] = static_cast<char>('0' + magnitude / 10);
+  out[n++] = static_cast<char>('0' + magnitude % 10);
+  return n;
+}
+
+// Appends to one string; the primitives go through the protocol's classes,
+// which write into `sink`.
+class Writer {
+ public:
+  Writer(std::string& out, bool legacy) : out_(out), sink_(out), legacy_(legacy) {}
+
+  // Tag and indefinite length of a constructed value.
+  void open(TagCode tag) {
+    uint8_t octets[8];
+    const size_t n = protocol::encode_tag(tag, octets);
+    out_.append(reinterpret_cast<const char*>(octets), n);
+    out_ += '\x80';
+  }
+  void close() { out_.append(2, '\0'); }
+
+  void int32(int32_t v, int32_t min = kIntMin, int32_t max = kIntMax) {
+    protocol::BerIntegerTemplate<int32_t>(v, min, max, protocol::BE_INTEGER).write(sink_, legacy_);
+  }
+  void uint32(uint32_t v) {
+    protocol::BerIntegerTemplate<uint32_t>(v, 0, std::numeric_limits<uint32_t>::max(),
+                                           protocol::BE_INTEGER)
+        .write(sink_, legacy_);
+  }
+  template <class T>
+  void integer64(T v) {
+    protocol::BerIntegerTemplate<T>(v, std::numeric_limits<T>::min(),
+                                    std::numeric_limits<T>::max(), protocol::BE_INTEGER)
+        .write(sink_, legacy_);
+  }
+  void text(const std::string& v, size_t max) {
+    protocol::BerString(const_cast<std::string&>(v), max, protocol::string_tag(legacy_))
+        .write(sink_, legacy_);
+  }
+  void boolean(bool v) { protocol::BerBoolean(v, protocol::BE_BOOLEAN).write(sink_, legacy_); }
+  void severity(int32_t v) { protocol::Severity(v).write(sink_, legacy_); }
+  // As protocol::BerReal writes it: NaN 60, infinities 40/41, zero without
+  // content, anything else 00 and the "%e" text of the value (which
+  // std::to_chars gives exactly, without the locale).
+  void real(double v) {
+    char content[64];
+    size_t n = 0;
+    if (std::isnan(v)) {
+      content[n++] = 0x60;
+    } else if (std::fabs(v) >= 1.0 && v == v / 2) {
+      content[n++] = v > 0 ? 0x40 : 0x41;
+    } else if (v != 0.0) {
+      content[n++] = 0x00;
+      n += short_decimal(v, content + 1);
+      if (n == 1) {
+        const auto result = std::to_chars(content + 1, content + sizeof content, v,
+                                          std::chars_format::scientific, 6);
+        n = static_cast<size_t>(result.ptr - content);
+      }
+    }
+    uint8_t header[8];
+    size_t h = protocol::encode_tag(protocol::BE_REAL, header);
+    h += protocol::encode_length(n, header + h);
+    out_.append(reinterpret_cast<const char*>(header), h);
+    out_.append(content, n);
+  }
+
+  bool legacy() const { return legacy_; }
+  AppendingSink& sink() { return sink_; }
+
+ private:
+  std::string& out_;
+  AppendingSink sink_;
+  const bool legacy_;
+};
+
+TagCode seq(bool legacy) { return protocol::seq_tag(legacy); }
+
+void write_value(Writer& w, const Value& value) {
+  const bool legacy = w.legacy();
+  std::visit(
+      [&](const auto& v) {
+        using T = std::decay_t<decltype(v)>;
+        if constexpr (std::is_same_v<T, std::string>) {
+          w.open(protocol::StringProp::staticTag(legacy));
+          w.text(v, 1024);
+        } else if constexpr (std::is_same_v<T, std::vector<std::string>>) {
+          w.open(protocol::StringListProp::staticTag(legacy));
+          w.open(seq(legacy));
+          for (const std::string& s : v) w.text(s, 1024);
+          w.close();
+        } else if constexpr (std::is_same_v<T, int32_t>) {
+          w.open(protocol::SignedIntProp::staticTag(legacy));
+          w.int32(v);
+        } else if constexpr (std::is_same_v<T, uint32_t>) {
+          w.open(protocol::UnsignedIntProp::staticTag(legacy));
+          w.uint32(v);
+        } else if constexpr (std::is_same_v<T, double>) {
+          w.open(protocol::RealProp::staticTag(legacy));
+          w.real(v);
+        } else if constexpr (std::is_same_v<T, bool>) {
+          w.open(protocol::BooleanProp::staticTag(legacy));
+          w.boolean(v);
+        } else if constexpr (std::is_same_v<T, NullValue>) {
+          w.open(protocol::NullProp::staticTag(legacy));
+        } else if constexpr (std::is_same_v<T, BlobValue>) {
+          w.open(protocol::BlobProp::staticTag(legacy));
+          w.text(v.bytes, 2048);
+        } else if constexpr (std::is_same_v<T, std::vector<uint32_t>>) {
+          w.open(protocol::UnsignedIntListProp::staticTag(legacy));
+          w.open(seq(legacy));
+          for (uint32_t n : v) w.uint32(n);
+          w.close();
+        } else if constexpr (std::is_same_v<T, int64_t> || std::is_same_v<T, uint64_t>) {
+          w.open(std::is_same_v<T, int64_t> ? protocol::SignedInt64Prop::staticTag(legacy)
+                                            : protocol::UnsignedInt64Prop::staticTag(legacy));
+          w.integer64(v);
+        } else if constexpr (std::is_same_v<T, BigNumValue>) {
+          // Rare: the protocol's own value, made fresh (see to_property()).
+          to_property(PropertyValue{"", 0, v})->data->write(w.sink(), legacy);
+          return;
+        } else {
+          static_assert(std::is_same_v<T, LobValue>);
+          w.open(protocol::LobProp::staticTag(legacy));
+          w.text(v.bytes, 2097152);
+        }
+        w.close();
+      },
+      value);
+}
+
+template <class Row>
+void write_measurement(Writer& w, const Row& r) {
+  w.int32(r.start);
+  w.int32(r.end);
+  w.real(r.max);
+  w.real(r.avg);
+  w.real(r.min);
+  w.uint32(r.ngood);
+  w.uint32(r.nbad);
+}
+
+void write_row(Writer& w, const Interval& row) {
+  const bool legacy = w.legacy();
+  std::visit(
+      [&](const auto& r) {
+        using T = std::decay_t<decltype(r)>;
+        if constexpr (std::is_same_v<T, ContinuousRow>) {
+          w.open(protocol::DataIntervalContinuous::staticTag(legacy));
+          write_measurement(w, r);
+        } else if constexpr (std::is_same_v<T, SawtoothRow>) {
+          w.open(protocol::DataIntervalSawtooth::staticTag(legacy));
+          write_measurement(w, r);
+        } else if constexpr (std::is_same_v<T, EnumRow>) {
+          w.open(protocol::DataIntervalEnum::staticTag(legacy));
+          w.int32(r.start);
+          w.int32(r.end);
+          w.uint32(r.mask);
+          w.uint32(r.ngood);
+          w.uint32(r.nbad);
+        } else if constexpr (std::is_same_v<T, IncidentRow>) {
+          w.open(protocol::DataIntervalIncident::staticTag(legacy));
+          w.int32(r.time);
+          w.severity(r.severity);
+          w.text(r.message, 65536);
+        } else if constexpr (std::is_same_v<T, ContinuousDeprecatedRow>) {
+          w.open(protocol::DataIntervalContinuousDEPRECATED::staticTag(legacy));
+          w.int32(r.start);
+          w.int32(r.end);
+          w.real(r.max);
+          w.real(r.min);
+          w.open(seq(legacy));
+          for (double v : r.values) w.real(v);
+          w.close();
+        } else {
+          static_assert(std::is_same_v<T, RawDeprecatedRow>);
+          w.open(protocol::DataIntervalRawDEPRECATED::staticTag(legacy));
+          w.open(seq(legacy));
+          for (const ContinuousRow& e : r.elements) {
+            w.open(protocol::DataIntervalRawElement::staticTag(legacy));
+            write_measurement(w, e);
+            w.close();
+          }
+          w.close();
+        }
+        w.close();
+      },
+      row);
+}
+
+bool chosen(const PropertyChoice& choice, const std::string& name) {
+  if (choice.only == nullptr || choice.only->empty()) return true;
+  return std::find(choice.only->begin(), choice.only->end(), name) != choice.only->end();
+}
+
+}  // namespace
+
+void append_object_head(std::string& out, const StoredObject& object, PropertyChoice choice,
+                        bool legacy) {
+  Writer w(out, legacy);
+  w.open(protocol::Object::staticTag(legacy));
+  w.text(object.className, 128);
+  w.uint32(object.flags);
+  w.text(object.id, 32);
+  w.text(std::string(), 52);
+  w.open(seq(legacy));
+  if (choice.any) {
+    for (const PropertyValue& p : object.properties) {
+      if (!chosen(choice, p.name)) continue;
+      w.open(protocol::Property::staticTag(legacy));
+      w.text(p.name, 128);
+      w.uint32(p.type);
+      write_value(w, p.value);
+      w.close();
+    }
+  }
+  w.close();
+}
+
+void append_child_list_start(std::string& out, bool legacy) { Writer(out, legacy).open(seq(legacy)); }
+
+void append_object_end(std::string& out, bool legacy) {
+  Writer w(out, legacy);
+  w.close();
+  w.open(protocol::set_tag(legacy));
+  w.close();
+  w.close();
+}
+
+void append_select_response_start(std::string& out, int32_t id, bool legacy) {
+  Writer w(out, legacy);
+  w.open(protocol::Response::staticTag(legacy));
+  w.int32(id, 0, kIdMax);
+  w.open(protocol::SelectResp::staticTag(legacy));
+  w.open(seq(legacy));
+}
+
+void append_select_response_end(std::string& out) { out.append(6, '\0'); }
+
+void append_get_data_response(std::string& out, int32_t id, const History& history,
+                              bool legacy) {
+  Writer w(out, legacy);
+  w.open(protocol::Response::staticTag(legacy));
+  w.int32(id, 0, kIdMax);
+  w.open(protocol::GetDataResp::staticTag(legacy));
+  const bool inRange = history.dataType >= 0 && history.dataType <= kMaxDataType;
+  w.int32(history.dataType, inRange ? 0 : kIntMin, inRange ? kMaxDataType : kIntMax);
+  w.open(seq(legacy));
+  for (const Interval& row : history.intervals) {
+    w.open(protocol::DataInterval::staticTag(legacy));
+    write_row(w, row);
+    w.close();
+  }
+  w.close();
+  w.close();
+  w.close();
+}
+
+}  // namespace server
