@@ -102,7 +102,10 @@ class BerReader {
   // messages go out together at the next send() or flush(), when the
   // buffer below fills, and at the latest before the reader next reads from
   // the stream below, so no answer is ever awaited for a message still held.
-  // Failures of the stream below pass out of whichever call sends.
+  // Failures of the stream below pass out of send() and flush(); when the
+  // held messages fail to go out before a read, the read goes ahead and its
+  // own failure is the one raised: a peer that closed after answering what
+  // reached it is read to its end, as when every message is sent alone.
   void queue(const protocol::BerValue& message);
   void flush();
   // Whether a complete message waits in the queue.
