@@ -140,6 +140,10 @@ bool BerReader::readSome(bool stopWhenQueued) {
 bool BerReader::parse(const uint8_t* bytes, size_t count, bool stopWhenQueued) {
   size_t pos = 0;
   while (pos < count) {
+    if (state_ == State::kIdentifier && header(bytes, count, &pos)) {
+      if (broken_) return false;
+      continue;
+    }
     const bool endedValue = step(bytes, count, &pos);
     if (broken_) return false;
     if (endedValue && stopWhenQueued && !queue_.empty()) return false;
@@ -149,6 +153,33 @@ bool BerReader::parse(const uint8_t* bytes, size_t count, bool stopWhenQueued) {
 
 void BerReader::countOctets(size_t count) {
   if (!stack_.empty()) stack_.back().consumed += count;
+}
+
+bool BerReader::header(const uint8_t* bytes, size_t count, size_t* pos) {
+  const size_t at = *pos;
+  if (count - at < 2) return false;
+  const uint8_t identifier = bytes[at];
+  const uint8_t first = bytes[at + 1];
+  if ((identifier & 0x1F) == 0x1F) return false;  // a tag number in further octets
+  const protocol::TagCode tag = (identifier & 0x1Fu) * 8 + (identifier >> 5);
+  if (tag == 0 || tag == kIgnoredTag) return false;
+  size_t length = first;
+  size_t octets = 2;
+  if (first == 0x80) {
+    length = kIndefinite;
+  } else if (first > 0x80) {
+    const size_t lengthOctets = first & 0x7Fu;
+    if (lengthOctets > sizeof lengthOctets_ || count - at - 2 < lengthOctets) return false;
+    length = 0;
+    for (size_t i = 0; i < lengthOctets; ++i) length = (length << 8) | bytes[at + 2 + i];
+    octets += lengthOctets;
+  }
+  *pos = at + octets;
+  countOctets(octets);
+  tag_ = tag;
+  length_ = length;
+  startValue();
+  return true;
 }
 
 bool BerReader::step(const uint8_t* bytes, size_t count, size_t* pos) {

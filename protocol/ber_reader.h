@@ -133,6 +133,12 @@ class BerReader {
   // One state step over bytes[*pos...]; true when an end of contents
   // finished a value.
   bool step(const uint8_t* bytes, size_t count, size_t* pos);
+  // In state kIdentifier: a whole value header (one-octet tag, length) at
+  // bytes[*pos...] taken in one go, as step() would take it octet by
+  // octet; false, consuming nothing, for anything else (an end of
+  // contents, the ignored tag, a long tag number, a header cut by the end
+  // of the chunk, a length field too long).
+  bool header(const uint8_t* bytes, size_t count, size_t* pos);
   void startValue();
   void completePrimitive();
   void endOfContents();
