@@ -1,5 +1,6 @@
 #include "client/select.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "client/session.h"
@@ -11,13 +12,26 @@
 namespace client {
 
 ResultObject::ResultObject(protocol::Object& object)
-    : className_(object.className), flags_(object.flags), id_(object.id) {
+    : className_(std::move(object.className)),
+      flags_(object.flags),
+      id_(std::move(object.id)) {
+  properties_.reserve(object.properties.size());
   for (std::unique_ptr<protocol::Property>& property : object.properties) {
     if (!property) continue;
-    std::string name = property->name;
-    properties_.try_emplace(std::move(name), std::move(property));
+    const std::string_view name = property->name;
+    properties_.emplace_back(name, std::move(property));
   }
   object.properties.clear();
+  const auto byName = [](const NamedProperty& a, const NamedProperty& b) {
+    return a.first < b.first;
+  };
+  // Stable, so that of equal names the first sent comes first and stays.
+  std::stable_sort(properties_.begin(), properties_.end(), byName);
+  properties_.erase(std::unique(properties_.begin(), properties_.end(),
+                                [](const NamedProperty& a, const NamedProperty& b) {
+                                  return a.first == b.first;
+                                }),
+                    properties_.end());
   children_.reserve(object.children.size());
   for (const std::unique_ptr<protocol::Object>& child : object.children) {
     if (child) children_.push_back(std::make_unique<ResultObject>(*child));
@@ -26,16 +40,22 @@ ResultObject::ResultObject(protocol::Object& object)
 
 ResultObject::~ResultObject() = default;
 
-bool ResultObject::has_property(const std::string& name) const {
-  return properties_.count(name) != 0;
+const protocol::Property* ResultObject::find(std::string_view name) const {
+  auto found = std::lower_bound(
+      properties_.begin(), properties_.end(), name,
+      [](const NamedProperty& entry, std::string_view wanted) { return entry.first < wanted; });
+  if (found == properties_.end() || found->first != name) return nullptr;
+  return found->second.get();
 }
 
+bool ResultObject::has_property(const std::string& name) const { return find(name) != nullptr; }
+
 const protocol::Property& ResultObject::property(const std::string& name) const {
-  auto found = properties_.find(name);
-  if (found == properties_.end()) {
+  const protocol::Property* found = find(name);
+  if (found == nullptr) {
     throw util::EObjectError("Property \"" + name + "\" not found in " + id_);
   }
-  return *found->second;
+  return *found;
 }
 
 bool ResultObject::is_null(const std::string& name) const {

@@ -13,6 +13,8 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "client/request.h"
@@ -28,9 +30,12 @@ namespace client {
 // One selected object with its properties and child objects.
 class ResultObject {
  public:
-  // Takes the properties of `object` over (its property list is left empty)
-  // and builds the children recursively the same way. Of two properties with
-  // the same name the first one is kept.
+  // A property with its name, a view of the property's own name field.
+  using NamedProperty = std::pair<std::string_view, std::unique_ptr<protocol::Property>>;
+
+  // Takes the class name, id and properties of `object` over (they are left
+  // empty) and builds the children recursively the same way. Of two
+  // properties with the same name the first one is kept.
   explicit ResultObject(protocol::Object& object);
   ResultObject(const ResultObject&) = delete;
   ResultObject& operator=(const ResultObject&) = delete;
@@ -39,10 +44,8 @@ class ResultObject {
   const std::string& className() const { return className_; }
   uint32_t flags() const { return flags_; }
   const std::string& id() const { return id_; }
-  // By name, in byte-wise order of the names.
-  const std::map<std::string, std::unique_ptr<protocol::Property>>& properties() const {
-    return properties_;
-  }
+  // By name, in byte-wise order of the names, each name once.
+  const std::vector<NamedProperty>& properties() const { return properties_; }
   // In the order the server sent them.
   const std::vector<std::unique_ptr<ResultObject>>& children() const { return children_; }
 
@@ -60,7 +63,9 @@ class ResultObject {
   std::string className_;
   uint32_t flags_;
   std::string id_;
-  std::map<std::string, std::unique_ptr<protocol::Property>> properties_;
+  const protocol::Property* find(std::string_view name) const;
+
+  std::vector<NamedProperty> properties_;
   std::vector<std::unique_ptr<ResultObject>> children_;
 };
 

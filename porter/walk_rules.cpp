@@ -111,7 +111,7 @@ ObjectPlan plan_object(const WalkSettings& settings, const Visit& visit,
       visit.inSubtree || settings.filter.includedWithSubtree.count(visit.className) != 0;
   if (settings.history) {
     for (const auto& [name, property] : r.properties()) {
-      if (is_index_property(*property)) plan.historySeries.push_back(name);
+      if (is_index_property(*property)) plan.historySeries.emplace_back(name);
     }
   }
   for (const client::ResultObject* child : walk_order(r)) {

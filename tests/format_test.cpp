@@ -44,8 +44,24 @@ TEST(FormatTest, NumberTexts) {
 // binary value, signed zero, the extremes.
 TEST(FormatTest, RealsAsPrintf) {
   const double values[] = {0.5, 1.5, 2.5, -0.0, 1e-7, 5e-7, 0.1234565, 123456789.0000005,
-                           -77.875, std::numeric_limits<double>::max(),
+                           -77.875, 0.1, -0.3, 1e-6, -2.5e-6, 0.0000015, 106.0, 4503599627.370495,
+                           2251799813.6854775, 9007199254.740993, 1e300,
+                           std::numeric_limits<double>::max(),
                            std::numeric_limits<double>::denorm_min()};
+  // Values of a few decimals and their neighbours, where a shortcut for
+  // whole millionths could round differently.
+  uint64_t seed = 1;
+  for (int i = 0; i < 3000; ++i) {
+    seed = seed * 6364136223846793005u + 1442695040888963407u;
+    const double decimals = std::pow(10.0, static_cast<int>(seed >> 60) % 9);
+    const double v = static_cast<double>(static_cast<int64_t>(seed >> 20) - (int64_t{1} << 43)) /
+                     decimals;
+    for (double near : {std::nextafter(v, -1e300), v, std::nextafter(v, 1e300)}) {
+      char expected[512];
+      std::snprintf(expected, sizeof expected, "%f", near);
+      ASSERT_EQ(util::real_to_string(near), expected) << near;
+    }
+  }
   for (double v : values) {
     for (int precision : {-1, 0, 3, 20}) {
       char expected[512];

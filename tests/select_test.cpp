@@ -60,7 +60,7 @@ TEST(SelectTest, BuildsResultSetsFromTheAnswers) {
   EXPECT_EQ(object.className(), "Domain");
   EXPECT_EQ(object.flags(), 5u);
   std::vector<std::string> names;
-  for (const auto& entry : object.properties()) names.push_back(entry.first);
+  for (const auto& entry : object.properties()) names.emplace_back(entry.first);
   EXPECT_EQ(names, (std::vector<std::string>{"alpha", "gone", "zeta"}));
   EXPECT_EQ(object.get_string("alpha"), "first");
   EXPECT_EQ(object.get_string("zeta"), "last");

@@ -102,10 +102,31 @@ void append_real(std::string& out, double value, int width, int precision) {
     out += value < 0 ? "-inf" : "inf";
     return;
   }
+  char buffer[400];
+  if ((precision < 0 || precision == 6) && width <= 0) {
+    // The common case of measurements: a value within 2^-2 of a whole number
+    // of millionths (values of at most six decimals, or nearly so) below
+    // 2^51 millionths. Then the product below is that whole number, exact
+    // to within a quarter, and it is what printf rounds the exact value to.
+    const double millionths = value * 1e6;
+    if (std::fabs(millionths) < 0x1p51 && millionths == std::floor(millionths)) {
+      auto whole = static_cast<uint64_t>(std::fabs(millionths));
+      char* end = buffer + sizeof buffer;
+      char* at = end;
+      for (int i = 0; i < 6; ++i, whole /= 10) *--at = static_cast<char>('0' + whole % 10);
+      *--at = '.';
+      do {
+        *--at = static_cast<char>('0' + whole % 10);
+        whole /= 10;
+      } while (whole != 0);
+      if (std::signbit(value)) *--at = '-';
+      out.append(at, end);
+      return;
+    }
+  }
   // The exact decimal expansion with the given number of decimals, as
   // printf's "%<width>.<precision>f" (6 decimals when none are given).
   // DBL_MAX with six decimals needs 316 characters.
-  char buffer[400];
   const std::to_chars_result result = std::to_chars(
       buffer, buffer + sizeof buffer, value, std::chars_format::fixed, precision < 0 ? 6 : precision);
   if (result.ec != std::errc()) {
