@@ -13,16 +13,30 @@ namespace porter {
 // A stream found failed before a write or flush was made to fail by a flush
 // from elsewhere: the error stream is tied to standard output and flushes it
 // first. errno is then still that failure's, as the calls since then succeeded.
-CPPOutStream& CPPOutStream::write(const std::string& text) {
-  if (stream_->good()) {
-    errno = 0;
-    stream_->write(text.data(), static_cast<std::streamsize>(text.size()));
+CPPOutStream::~CPPOutStream() {
+  if (!gathered_.empty() && stream_->good()) {
+    stream_->write(gathered_.data(), static_cast<std::streamsize>(gathered_.size()));
   }
-  check();
+}
+
+CPPOutStream& CPPOutStream::write(const std::string& text) {
+  if (gathered_.empty()) gathered_.reserve(kPieceSize + 4096);
+  gathered_ += text;
+  if (gathered_.size() >= kPieceSize) hand_over();
   return *this;
 }
 
+void CPPOutStream::hand_over() {
+  if (stream_->good()) {
+    errno = 0;
+    stream_->write(gathered_.data(), static_cast<std::streamsize>(gathered_.size()));
+  }
+  gathered_.clear();
+  check();
+}
+
 void CPPOutStream::flush() {
+  hand_over();
   if (stream_->good()) {
     errno = 0;
     stream_->flush();
@@ -51,6 +65,9 @@ GZOutStream::GZOutStream(const std::string& fileName, int level)
   if (file_ == nullptr) {
     throw util::EFatal("Couldn't open for writing gz-stream: " + fileName);
   }
+  // Larger pieces for the compressor than zlib's default of 8 KiB; only
+  // refused once the file was written to, which it was not.
+  gzbuffer(file_, 128 * 1024);
 }
 
 GZOutStream::~GZOutStream() {

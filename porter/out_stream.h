@@ -24,26 +24,37 @@ class OutStream {
   virtual OutStream& write(const std::string& text) = 0;
 };
 
-// Forwards every text to a standard output stream that it does not own; the
+// Forwards the texts to a standard output stream that it does not own; the
 // stream must outlive this object. `name` names the target in failures.
+// Texts are gathered into pieces of kPieceSize octets or more, each handed to
+// the stream in one write, so the stream's own (smaller) buffer is bypassed.
 class CPPOutStream : public OutStream {
  public:
+  static constexpr size_t kPieceSize = 64 * 1024;
+
   explicit CPPOutStream(std::ostream& stream, std::string name = "output stream")
       : stream_(&stream), name_(std::move(name)) {}
+  // Hands what is gathered to the stream, unchecked (the end of a failed
+  // export: what was written reaches the target).
+  ~CPPOutStream() override;
 
   // Throws util::EFatal "Error writing: <name>: <system text>" when the
-  // stream does not take the whole text (a failed or short write of its
-  // buffer), or is in a failed state from before.
+  // stream does not take a whole piece (a failed or short write of its
+  // buffer), or is in a failed state from before; a text may be gathered
+  // before the failure shows.
   CPPOutStream& write(const std::string& text) override;
 
-  // Flushes the stream's buffer; throws as write() when that fails.
+  // Hands what is gathered to the stream and flushes the stream's buffer;
+  // throws as write() when that fails.
   void flush();
 
  private:
+  void hand_over();
   void check() const;
 
   std::ostream* stream_;
   const std::string name_;
+  std::string gathered_;
 };
 
 // Compresses the document into a gzip file. The file is opened (created or
