@@ -1,5 +1,6 @@
 #include "porter/xml_export.h"
 
+#include <array>
 #include <ctime>
 #include <typeinfo>
 #include <iterator>
@@ -26,9 +27,18 @@ void append_utc_time(std::string& out, int64_t time) {
   util::append_iso_time(out, time, util::TimeZone(0));
 }
 
-bool is_plain(unsigned char c) {
+constexpr bool plain_byte(unsigned char c) {
   return c == ' ' || (c >= 33 && c <= 126 && c != '"' && c != '<' && c != '>' && c != '&');
 }
+
+// plain_byte() of every byte, looked up once per byte of every value.
+constexpr std::array<bool, 256> kPlain = [] {
+  std::array<bool, 256> table{};
+  for (int c = 0; c < 256; ++c) table[static_cast<size_t>(c)] = plain_byte(static_cast<unsigned char>(c));
+  return table;
+}();
+
+bool is_plain(unsigned char c) { return kPlain[c]; }
 
 // Renders the value of a property without the enumeration flag by its type
 // code: appends the display name to `type` and sets `value`. Returns 1 when
@@ -295,7 +305,8 @@ void XMLExport::openSeries(std::string_view indexName, std::string_view datatype
 }
 
 void XMLExport::open(std::string_view id, std::string_view type, std::string_view datatype) {
-  std::string text;
+  std::string& text = scratch_;
+  text.clear();
   indent(text);
   text += "<Object id=\"";
   escape(id, text);
@@ -312,7 +323,8 @@ void XMLExport::open(std::string_view id, std::string_view type, std::string_vie
 
 void XMLExport::closeObject() {
   --depth_;
-  std::string text;
+  std::string& text = scratch_;
+  text.clear();
   indent(text);
   text += "</Object>\n";
   out_.write(text);
@@ -335,7 +347,8 @@ bool XMLExport::writeProperty(const protocol::Property& property) {
     return false;
   }
   if (property.name.empty()) throw util::EFatal("Property resolved empty name");
-  std::string text;
+  std::string& text = scratch_;
+  text.clear();
   indent(text);
   text += "<Property type=\"";
   escape(type, text);
@@ -353,8 +366,7 @@ void XMLExport::writeData(int32_t datatype, const Rows& rows) {
       datatype != kContinuous && datatype != kAccumulation) {
     throw util::EFatal("Got unknown datatype for rows [" + util::int_to_string(datatype) + "]");
   }
-  // One buffer for all rows: after the first row it has the capacity it needs.
-  std::string line;
+  std::string& line = scratch_;
   for (const auto& row : rows) {
     line.clear();
     indent(line);

@@ -91,6 +91,8 @@ class XMLExport {
   std::ostream& err_;
   const Clock clock_;
   int32_t depth_ = 0;
+  // The element being composed; kept for its capacity.
+  std::string scratch_;
 };
 
 }  // namespace porter
