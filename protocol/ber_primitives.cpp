@@ -143,9 +143,11 @@ TagCode BerBoolean::tag(bool) const { return tag_; }
 
 void BerBoolean::readDone() { *target_ = receivedLength() > 0 && received()[0] != 0; }
 
-void BerBoolean::write(net::ByteOutput& stream, bool) const {
-  const uint8_t content = *target_ ? 0x01 : 0x00;
-  write_short(stream, tag_, &content, 1);
+void BerBoolean::write(net::ByteOutput& stream, bool) const { encode(stream, *target_, tag_); }
+
+void BerBoolean::encode(net::ByteOutput& stream, bool value, TagCode tag) {
+  const uint8_t content = value ? 0x01 : 0x00;
+  write_short(stream, tag, &content, 1);
 }
 
 // ---- BerReal ---------------------------------------------------------------
@@ -209,8 +211,9 @@ void BerReal::readDone() {
   }
 }
 
-void BerReal::write(net::ByteOutput& stream, bool) const {
-  const double value = *target_;
+void BerReal::write(net::ByteOutput& stream, bool) const { encode(stream, *target_, tag_); }
+
+void BerReal::encode(net::ByteOutput& stream, double value, TagCode tag) {
   uint8_t content[60];
   size_t n = 0;
   if (std::isnan(value)) {
@@ -230,7 +233,7 @@ void BerReal::write(net::ByteOutput& stream, bool) const {
     std::memcpy(content + n, text, length);
     n += length;
   }
-  write_short(stream, tag_, content, n);
+  write_short(stream, tag, content, n);
 }
 
 // ---- BerIntegerTemplate ----------------------------------------------------
@@ -283,10 +286,14 @@ void BerIntegerTemplate<T>::readDone() {
 
 template <class T>
 void BerIntegerTemplate<T>::write(net::ByteOutput& stream, bool) const {
-  const T value = *target_;
-  if (value < min_ || value > max_) throw EBer(range_text<T>("write", min_, value, max_));
+  encode(stream, *target_, min_, max_, tag_);
+}
+
+template <class T>
+void BerIntegerTemplate<T>::encode(net::ByteOutput& stream, T value, T min, T max, TagCode tag) {
+  if (value < min || value > max) throw EBer(range_text<T>("write", min, value, max));
   uint8_t content[sizeof(T) + 1];
-  write_short(stream, tag_, content, encode_integer<T>(value, content));
+  write_short(stream, tag, content, encode_integer<T>(value, content));
 }
 
 template class BerIntegerTemplate<int32_t>;
@@ -325,11 +332,13 @@ void BerBigNum::readDone() {
   *target_ = fresh;
 }
 
-void BerBigNum::write(net::ByteOutput& stream, bool) const {
+void BerBigNum::write(net::ByteOutput& stream, bool) const { encode(stream, *target_, tag_); }
+
+void BerBigNum::encode(net::ByteOutput& stream, const util::BigNum& value, TagCode tag) {
   uint8_t content[kBigNumMaxLength];
   size_t length = sizeof content;
-  util::bn_get_data(*target_, content, length);
-  write_tag(stream, tag_);
+  util::bn_get_data(value, content, length);
+  write_tag(stream, tag);
   write_length(stream, length);
   if (length > 0) stream.write(content, length);
 }
@@ -344,7 +353,9 @@ std::unique_ptr<BerValue> BerNull::clone() const { return std::make_unique<BerNu
 
 TagCode BerNull::tag(bool) const { return tag_; }
 
-void BerNull::write(net::ByteOutput& stream, bool) const { write_short(stream, tag_, nullptr, 0); }
+void BerNull::write(net::ByteOutput& stream, bool) const { encode(stream, tag_); }
+
+void BerNull::encode(net::ByteOutput& stream, TagCode tag) { write_short(stream, tag, nullptr, 0); }
 
 // ---- BerEnumerated ---------------------------------------------------------
 
@@ -365,8 +376,9 @@ void BerEnumerated::readDone() {
   *target_ = static_cast<int32_t>(accumulated);
 }
 
-void BerEnumerated::write(net::ByteOutput& stream, bool) const {
-  const int32_t v = *target_;
+void BerEnumerated::write(net::ByteOutput& stream, bool) const { encode(stream, *target_); }
+
+void BerEnumerated::encode(net::ByteOutput& stream, int32_t v) {
   const uint32_t bits = static_cast<uint32_t>(v);
   uint8_t content[4];
   size_t n = 0;
@@ -426,16 +438,21 @@ bool BerString::operator>(const BerValue& other) const {
 }
 
 void BerString::write(net::ByteOutput& stream, bool) const {
-  const size_t length = target_->size();
-  if (length > maxLength_) {
+  encode(stream, *target_, maxLength_, tag_);
+}
+
+void BerString::encode(net::ByteOutput& stream, std::string_view value, size_t maxLength,
+                       TagCode tag) {
+  const size_t length = value.size();
+  if (length > maxLength) {
     throw EBer("String exceeds allowed length " + std::to_string(length) + " > " +
-               std::to_string(maxLength_));
+               std::to_string(maxLength));
   }
   uint8_t header[6 + 5];
-  size_t n = encode_tag(tag_, header);
+  size_t n = encode_tag(tag, header);
   n += encode_length(length, header + n);
   stream.write(header, n);
-  if (length > 0) stream.write(target_->data(), length);
+  if (length > 0) stream.write(value.data(), length);
 }
 
 void BerString::readStart(size_t length) {

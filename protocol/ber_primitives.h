@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "protocol/ber_value.h"
 #include "protocol/tags.h"
@@ -79,6 +80,8 @@ class BerBoolean : public BerShortValue {
   TagCode tag(bool legacy) const override;
   void readDone() override;
   void write(net::ByteOutput& stream, bool legacy) const override;
+  // What write() writes for `value`, without an object.
+  static void encode(net::ByteOutput& stream, bool value, TagCode tag);
 
  private:
   std::unique_ptr<bool> owned_;
@@ -101,6 +104,8 @@ class BerReal : public BerShortValue {
   TagCode tag(bool legacy) const override;
   void readDone() override;
   void write(net::ByteOutput& stream, bool legacy) const override;
+  // What write() writes for `value`, without an object.
+  static void encode(net::ByteOutput& stream, double value, TagCode tag);
 
  private:
   std::unique_ptr<double> owned_;
@@ -128,6 +133,9 @@ class BerIntegerTemplate : public BerShortValue {
   TagCode tag(bool legacy) const override;
   void readDone() override;
   void write(net::ByteOutput& stream, bool legacy) const override;
+  // What write() writes for `value` in [min, max], without an object;
+  // throws as write() out of that range.
+  static void encode(net::ByteOutput& stream, T value, T min, T max, TagCode tag);
 
  private:
   std::unique_ptr<T> owned_;
@@ -162,6 +170,8 @@ class BerBigNum : public BerShortValue {
   TagCode tag(bool legacy) const override;
   void readDone() override;
   void write(net::ByteOutput& stream, bool legacy) const override;
+  // What write() writes for `value`, without an object.
+  static void encode(net::ByteOutput& stream, const util::BigNum& value, TagCode tag);
 
  private:
   std::unique_ptr<util::BigNum> owned_;
@@ -182,6 +192,8 @@ class BerNull : public BerShortValue {
   std::unique_ptr<BerValue> clone() const override;  // a kept null
   TagCode tag(bool legacy) const override;
   void write(net::ByteOutput& stream, bool legacy) const override;
+  // What write() writes, without an object.
+  static void encode(net::ByteOutput& stream, TagCode tag);
 
  private:
   TagCode tag_;
@@ -200,6 +212,8 @@ class BerEnumerated : public BerShortValue {
   TagCode tag(bool legacy) const override;
   void readDone() override;
   void write(net::ByteOutput& stream, bool legacy) const override;
+  // What write() writes for `value`, without an object.
+  static void encode(net::ByteOutput& stream, int32_t value);
 
  protected:
   explicit BerEnumerated(int32_t& target);  // bound
@@ -250,6 +264,10 @@ class BerString : public BerPrimitive {
   bool operator<(const BerValue& other) const override;
   bool operator>(const BerValue& other) const override;
   void write(net::ByteOutput& stream, bool legacy) const override;
+  // What write() writes for `value`, without an object; throws as write()
+  // when it is longer than `maxLength`.
+  static void encode(net::ByteOutput& stream, std::string_view value, size_t maxLength,
+                     TagCode tag);
   void readStart(size_t length) override;
   void readData(const uint8_t* bytes, size_t count) override;
 

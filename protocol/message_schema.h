@@ -79,7 +79,7 @@ T& writable(const T& value) {
 struct StringCodec : PlainCodec<std::string> {
   explicit StringCodec(size_t maxLength) : max(maxLength) {}
   void write(const std::string& v, net::ByteOutput& io, bool legacy, const Site&) const {
-    BerString(writable(v), max, string_tag(legacy)).write(io, legacy);
+    BerString::encode(io, v, max, string_tag(legacy));
   }
   ChildSlot read(std::string& v, TagCode tag, bool legacy, const Site&) const {
     if (tag != string_tag(legacy)) {
@@ -93,8 +93,8 @@ struct StringCodec : PlainCodec<std::string> {
 template <class T>
 struct IntegerCodec : PlainCodec<T> {
   IntegerCodec(T minimum, T maximum) : min(minimum), max(maximum) {}
-  void write(const T& v, net::ByteOutput& io, bool legacy, const Site&) const {
-    BerIntegerTemplate<T>(writable(v), min, max, BE_INTEGER).write(io, legacy);
+  void write(const T& v, net::ByteOutput& io, bool, const Site&) const {
+    BerIntegerTemplate<T>::encode(io, v, min, max, BE_INTEGER);
   }
   ChildSlot read(T& v, TagCode tag, bool, const Site&) const {
     if (tag != BE_INTEGER) throw_tag_mismatch(tag, "BE_INTEGER");
@@ -107,9 +107,7 @@ struct IntegerCodec : PlainCodec<T> {
 // A primitive adapter class P over a member of type T, with one fixed tag.
 template <class T, class P, TagCode kTag>
 struct FixedTagCodec : PlainCodec<T> {
-  void write(const T& v, net::ByteOutput& io, bool legacy, const Site&) const {
-    P(writable(v), kTag).write(io, legacy);
-  }
+  void write(const T& v, net::ByteOutput& io, bool, const Site&) const { P::encode(io, v, kTag); }
   ChildSlot read(T& v, TagCode tag, bool, const Site&) const {
     if (tag != kTag) throw_tag_mismatch(tag, name(kTag));
     return ChildSlot::owned_by_reader(std::make_unique<P>(v, kTag));
@@ -125,8 +123,8 @@ using BigNumCodec = FixedTagCodec<util::BigNum, BerBigNum, BE_INTEGER>;
 // An enumeration class E over a signed 32-bit member.
 template <class E>
 struct EnumCodec : PlainCodec<int32_t> {
-  void write(const int32_t& v, net::ByteOutput& io, bool legacy, const Site&) const {
-    E(writable(v)).write(io, legacy);
+  void write(const int32_t& v, net::ByteOutput& io, bool, const Site&) const {
+    E::encode(io, v);
   }
   ChildSlot read(int32_t& v, TagCode tag, bool, const Site&) const {
     if (tag != BE_ENUMERATED) throw_tag_mismatch(tag, "BE_ENUMERATED");
@@ -265,11 +263,11 @@ class NullableField final : public FieldOps<M> {
  public:
   NullableField(const char* name, bool M::*present, T M::*value)
       : FieldOps<M>(name), present_(present), value_(value) {}
-  void write(const M& m, net::ByteOutput& io, bool legacy, const char*) const override {
+  void write(const M& m, net::ByteOutput& io, bool, const char*) const override {
     if (m.*present_) {
-      BerIntegerTemplate<T>(writable(m.*value_), kMin, kMax, BE_INTEGER).write(io, legacy);
+      BerIntegerTemplate<T>::encode(io, m.*value_, kMin, kMax, BE_INTEGER);
     } else {
-      BerNull(BE_NULL, false).write(io, legacy);
+      BerNull::encode(io, BE_NULL);
     }
   }
   ChildSlot read(M& m, TagCode tag, bool, const char*) const override {
