@@ -7,19 +7,11 @@
 
 #include "protocol/ber_primitives.h"
 #include "server/answer_encoder.h"
-#include "server/byte_sink.h"
 #include "server/select_eval.h"
 
 namespace server {
 
 namespace {
-
-std::string response(int32_t id, std::unique_ptr<protocol::BerConstructed> body, bool legacy) {
-  protocol::Response message;
-  message.id = id;
-  message.resp = std::move(body);
-  return encode(message, legacy);
-}
 
 // A Response with a SelectResp holding the already encoded `objects`.
 std::string select_response(int32_t id, const std::string& objects, bool legacy) {
@@ -34,10 +26,9 @@ std::string select_response(int32_t id, const std::string& objects, bool legacy)
 }  // namespace
 
 std::string error_response(int32_t id, int32_t code, const std::string& text, bool legacy) {
-  auto error = std::make_unique<protocol::ErrorResp>();
-  error->code = code;
-  error->texts.push_back(text.substr(0, 1024));
-  return response(id, std::move(error), legacy);
+  std::string bytes;
+  append_error_response(bytes, id, code, text.size() <= 1024 ? text : text.substr(0, 1024), legacy);
+  return bytes;
 }
 
 std::string get_data_response(const Database& db, ObjectEncoder& encoder, int32_t id,
