@@ -109,7 +109,7 @@ void Connection::serve() {
       writer.submit(malformed_reply(), due);
       return true;
     }
-    writer.submit(answer_request(*shared_->db, shared_->encoder, request, login.legacy), due);
+    writer.submit(answer_request(*shared_->db, shared_->objects, request, login.legacy), due);
     return true;
   };
 

@@ -31,9 +31,9 @@ std::string error_response(int32_t id, int32_t code, const std::string& text, bo
   return bytes;
 }
 
-std::string get_data_response(const Database& db, ObjectEncoder& encoder, int32_t id,
+std::string get_data_response(const Database& db, ObjectCache& cache, int32_t id,
                               const protocol::GetDataReq& request, bool legacy) {
-  if (!encoder.find(db, request.objectId)) {
+  if (!cache.find(db, request.objectId)) {
     return error_response(id, kErrorIdNotFound, "No object with id " + request.objectId, legacy);
   }
   std::shared_ptr<const History> history = db.history(request.objectId, request.indexName);
@@ -50,16 +50,16 @@ std::string get_data_response(const Database& db, ObjectEncoder& encoder, int32_
   return bytes;
 }
 
-std::string answer_request(const Database& db, ObjectEncoder& encoder,
+std::string answer_request(const Database& db, ObjectCache& cache,
                            const protocol::Request& request, bool legacy) {
   const protocol::BerConstructed* body = request.req.get();
   if (auto* select = dynamic_cast<const protocol::SelectReq*>(body)) {
-    SelectOutcome outcome = evaluate_select(db, encoder, *select, legacy);
+    SelectOutcome outcome = evaluate_select(db, cache, *select, legacy);
     if (outcome.error != 0) return error_response(request.id, outcome.error, outcome.text, legacy);
     return select_response(request.id, outcome.objects, legacy);
   }
   if (auto* data = dynamic_cast<const protocol::GetDataReq*>(body)) {
-    return get_data_response(db, encoder, request.id, *data, legacy);
+    return get_data_response(db, cache, request.id, *data, legacy);
   }
   return error_response(request.id, kErrorNotImplemented, "The request is not implemented", legacy);
 }
