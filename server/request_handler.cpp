@@ -42,6 +42,7 @@ std::string get_data_response(const Database& db, ObjectCache& cache, int32_t id
                           "No history of " + request.indexName + " for " + request.objectId, legacy);
   }
   std::string bytes;
+  bytes.reserve(32 + 64 * history->intervals.size());
   try {
     append_get_data_response(bytes, id, *history, legacy);
   } catch (const protocol::EBer& e) {
