@@ -276,7 +276,9 @@ TEST(ObjectCache, KeepsTheRecentObjectsWithinTwoGenerations) {
     ObjectCache cache(2);
     for (const char* id : k.ids) {
       auto o = cache.find(db, id);
-      if (o) EXPECT_EQ(o->id, id);
+      if (o) {
+        EXPECT_EQ(o->id, id);
+      }
     }
     EXPECT_EQ(db.finds, k.finds) << k.ids.size();
   }
