@@ -20,7 +20,7 @@
 #include "server/byte_sink.h"
 #include "server/generator.h"
 #include "server/link_streams.h"
-#include "server/object_encoder.h"
+#include "server/object_cache.h"
 #include "server/request_handler.h"
 #include "server/server.h"
 #include "tql/parser.h"
@@ -48,11 +48,11 @@ protocol::Request select_request(int32_t id, const std::string& start) {
 
 void BM_AnswerSelectInProcess(benchmark::State& state) {
   auto db = database();
-  server::ObjectEncoder encoder;
+  server::ObjectCache cache;
   const protocol::Request request = select_request(1, db->rootDomainId());
   size_t bytes = 0;
   for (auto _ : state) {
-    std::string answer = server::answer_request(*db, encoder, request, false);
+    std::string answer = server::answer_request(*db, cache, request, false);
     bytes += answer.size();
     benchmark::DoNotOptimize(answer);
   }
@@ -103,9 +103,9 @@ void BM_SelectOverLoopbackRaw(benchmark::State& state) {
   const int64_t depth = state.range(0);
   std::string requests;
   for (int64_t i = 0; i < depth; ++i) requests += server::encode(select_request(1, root), false);
-  server::ObjectEncoder encoder;
+  server::ObjectCache cache;
   const size_t answerSize =
-      server::answer_request(*database(), encoder, select_request(1, root), false).size();
+      server::answer_request(*database(), cache, select_request(1, root), false).size();
   std::vector<char> buffer;
   for (auto _ : state) {
     socket->write(requests.data(), requests.size());

@@ -50,41 +50,83 @@ size_t short_decimal(double v, char* out) {
   return n;
 }
 
-// Appends to one string; the primitives go through the protocol's classes,
-// which write into `sink`.
+// The identifier octet of a tag below 248, as protocol::encode_tag writes it.
+constexpr uint8_t short_tag(TagCode tag) {
+  return static_cast<uint8_t>((tag >> 3) | ((tag & 7) << 5));
+}
+static_assert(protocol::BE_BOOLEAN < 248 && protocol::BE_INTEGER < 248);
+
+// The octets of the content of `value` as protocol::BerIntegerTemplate
+// writes them: the shortest two's complement (unsigned values with a
+// leading 00 when their top bit is set).
+template <class T>
+size_t integer_content(T value, uint8_t* out) {
+  constexpr int kBytes = sizeof(T);
+  size_t n = 0;
+  if constexpr (std::is_signed_v<T>) {
+    for (int k = kBytes - 1; k >= 1; --k) {
+      const T high = value >> (8 * k - 1);
+      if (high != 0 && high != -1) out[n++] = static_cast<uint8_t>(value >> (8 * k));
+    }
+  } else {
+    if ((value >> (8 * kBytes - 1)) != 0) out[n++] = 0x00;
+    for (int k = kBytes - 1; k >= 1; --k) {
+      if ((value >> (8 * k - 1)) != 0) out[n++] = static_cast<uint8_t>(value >> (8 * k));
+    }
+  }
+  out[n++] = static_cast<uint8_t>(value);
+  return n;
+}
+
+// Appends to one string. The primitives are written as the protocol's
+// classes write them; a value outside its limits is handed to the
+// protocol's class, which throws its own failure.
 class Writer {
  public:
-  Writer(std::string& out, bool legacy) : out_(out), sink_(out), legacy_(legacy) {}
+  Writer(std::string& out, bool legacy)
+      : out_(out), legacy_(legacy), stringTag_(protocol::string_tag(legacy)) {}
 
   // Tag and indefinite length of a constructed value.
   void open(TagCode tag) {
     uint8_t octets[8];
     const size_t n = protocol::encode_tag(tag, octets);
-    out_.append(reinterpret_cast<const char*>(octets), n);
-    out_ += '\x80';
+    octets[n] = 0x80;
+    out_.append(reinterpret_cast<const char*>(octets), n + 1);
   }
   void close() { out_.append(2, '\0'); }
 
   void int32(int32_t v, int32_t min = kIntMin, int32_t max = kIntMax) {
-    protocol::BerIntegerTemplate<int32_t>(v, min, max, protocol::BE_INTEGER).write(sink_, legacy_);
+    if (v < min || v > max) {
+      AppendingSink sink(out_);
+      protocol::BerIntegerTemplate<int32_t>(v, min, max, protocol::BE_INTEGER).write(sink, legacy_);
+    }
+    integer(v);
   }
-  void uint32(uint32_t v) {
-    protocol::BerIntegerTemplate<uint32_t>(v, 0, std::numeric_limits<uint32_t>::max(),
-                                           protocol::BE_INTEGER)
-        .write(sink_, legacy_);
-  }
+  void uint32(uint32_t v) { integer(v); }
   template <class T>
   void integer64(T v) {
-    protocol::BerIntegerTemplate<T>(v, std::numeric_limits<T>::min(),
-                                    std::numeric_limits<T>::max(), protocol::BE_INTEGER)
-        .write(sink_, legacy_);
+    integer(v);
   }
   void text(const std::string& v, size_t max) {
-    protocol::BerString(const_cast<std::string&>(v), max, protocol::string_tag(legacy_))
-        .write(sink_, legacy_);
+    if (v.size() > max) {
+      AppendingSink sink(out_);
+      protocol::BerString(const_cast<std::string&>(v), max, stringTag_).write(sink, legacy_);
+    }
+    uint8_t header[16];
+    size_t h = protocol::encode_tag(stringTag_, header);
+    h += protocol::encode_length(v.size(), header + h);
+    out_.append(reinterpret_cast<const char*>(header), h);
+    out_.append(v);
   }
-  void boolean(bool v) { protocol::BerBoolean(v, protocol::BE_BOOLEAN).write(sink_, legacy_); }
-  void severity(int32_t v) { protocol::Severity(v).write(sink_, legacy_); }
+  void boolean(bool v) {
+    const char octets[3] = {static_cast<char>(short_tag(protocol::BE_BOOLEAN)), 1,
+                            v ? '\x01' : '\0'};
+    out_.append(octets, 3);
+  }
+  void severity(int32_t v) {
+    AppendingSink sink(out_);
+    protocol::Severity(v).write(sink, legacy_);
+  }
   // As protocol::BerReal writes it: NaN 60, infinities 40/41, zero without
   // content, anything else 00 and the "%e" text of the value (which
   // std::to_chars gives exactly, without the locale).
@@ -112,12 +154,22 @@ class Writer {
   }
 
   bool legacy() const { return legacy_; }
-  AppendingSink& sink() { return sink_; }
+  std::string& out() { return out_; }
 
  private:
+  // A primitive integer of the full range of T.
+  template <class T>
+  void integer(T v) {
+    uint8_t octets[2 + sizeof(T) + 1];
+    octets[0] = short_tag(protocol::BE_INTEGER);
+    const size_t n = integer_content(v, octets + 2);
+    octets[1] = static_cast<uint8_t>(n);
+    out_.append(reinterpret_cast<const char*>(octets), n + 2);
+  }
+
   std::string& out_;
-  AppendingSink sink_;
   const bool legacy_;
+  const TagCode stringTag_;
 };
 
 TagCode seq(bool legacy) { return protocol::seq_tag(legacy); }
@@ -163,7 +215,8 @@ void write_value(Writer& w, const Value& value) {
           w.integer64(v);
         } else if constexpr (std::is_same_v<T, BigNumValue>) {
           // Rare: the protocol's own value, made fresh (see to_property()).
-          to_property(PropertyValue{"", 0, v})->data->write(w.sink(), legacy);
+          AppendingSink sink(w.out());
+          to_property(PropertyValue{"", 0, v})->data->write(sink, legacy);
           return;
         } else {
           static_assert(std::is_same_v<T, LobValue>);
@@ -297,6 +350,20 @@ void append_get_data_response(std::string& out, int32_t id, const History& histo
     write_row(w, row);
     w.close();
   }
+  w.close();
+  w.close();
+  w.close();
+}
+
+void append_error_response(std::string& out, int32_t id, int32_t code, const std::string& text,
+                           bool legacy) {
+  Writer w(out, legacy);
+  w.open(protocol::Response::staticTag(legacy));
+  w.int32(id, 0, kIdMax);
+  w.open(protocol::ErrorResp::staticTag(legacy));
+  w.int32(code);
+  w.open(seq(legacy));
+  w.text(text, 1024);
   w.close();
   w.close();
   w.close();

@@ -46,6 +46,11 @@ void append_select_response_end(std::string& out);
 // datatype (written as it is, outside 0..17 too) and rows.
 void append_get_data_response(std::string& out, int32_t id, const History& history, bool legacy);
 
+// Appends a Response with `id` (0..0x7fffffff) carrying an ErrorResp with
+// `code` and the one text `text` (at most 1024 octets).
+void append_error_response(std::string& out, int32_t id, int32_t code, const std::string& text,
+                           bool legacy);
+
 }  // namespace server
 
 #endif  // TALVIX_SERVER_ANSWER_ENCODER_H_

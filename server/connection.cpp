@@ -109,7 +109,7 @@ void Connection::serve() {
       writer.submit(malformed_reply(), due);
       return true;
     }
-    writer.submit(answer_request(*shared_->db, shared_->encoder, request, login.legacy), due);
+    writer.submit(answer_request(*shared_->db, shared_->objects, request, login.legacy), due);
     return true;
   };
 
@@ -182,6 +182,8 @@ void Connection::serve() {
   while (!aborted_ && writer.healthy()) {
     std::unique_ptr<protocol::BerConstructed> message = reader.takeMessage();
     if (!message) {
+      // The answers to the messages of one read go out together.
+      writer.release();
       if (writer.windowPending() && !readable_within(feed, kWindowGrace)) writer.flushWindow();
       try {
         reader.readSome(false);
@@ -190,6 +192,7 @@ void Connection::serve() {
       }
       continue;
     }
+    writer.hold();
     auto* request = dynamic_cast<protocol::Request*>(message.get());
     if (request == nullptr) {
       if (dynamic_cast<protocol::EndSession*>(message.get()) != nullptr) break;

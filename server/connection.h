@@ -9,18 +9,18 @@
 
 #include "net/osal_socket.h"
 #include "server/database.h"
-#include "server/object_encoder.h"
+#include "server/object_cache.h"
 #include "server/reply_writer.h"
 #include "server/server_options.h"
 
 namespace server {
 
-// What all connections of one server share. The database and the encoder
+// What all connections of one server share. The database and the object cache
 // are thread-safe.
 struct ServerShared {
   std::shared_ptr<const Database> db;
   ServerOptions options;
-  ObjectEncoder encoder;
+  ObjectCache objects;
   std::atomic<uint32_t> sessionIds{0};
 };
 

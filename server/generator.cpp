@@ -156,15 +156,16 @@ class GeneratedDatabase : public Database {
     o->id = node_id(k, i);
     o->parentId = domain_id(k);
     uint64_t h = hash(1, k, i);
-    o->properties = {
-        prop("siblingName", kTypeString, "node" + std::to_string(i)),
-        prop("name", kTypeString, "node" + std::to_string(i) + ".d" + std::to_string(k) + ".example"),
-        prop("address", kTypeGid, static_cast<uint32_t>(0x0a000000u | (h & 0xffffff))),
-        prop("enabled", kTypeBoolean, (h >> 24 & 7) != 0),
-        prop("pollInterval", kTypeUnsigned, static_cast<uint32_t>(60 * (1 + (h >> 28 & 7)))),
-        prop("created", kTypeDate, static_cast<int32_t>(kHistoryStart - static_cast<int32_t>(h >> 40 & 0xffffff))),
-        prop("parentId", kTypeObject | protocol::kPropComputed, o->parentId),
-    };
+    const std::string nodeName = "node" + std::to_string(i);
+    o->properties.reserve(7);
+    o->properties.push_back(prop("siblingName", kTypeString, nodeName));
+    o->properties.push_back(prop("name", kTypeString, nodeName + ".d" + std::to_string(k) + ".example"));
+    o->properties.push_back(prop("address", kTypeGid, static_cast<uint32_t>(0x0a000000u | (h & 0xffffff))));
+    o->properties.push_back(prop("enabled", kTypeBoolean, (h >> 24 & 7) != 0));
+    o->properties.push_back(prop("pollInterval", kTypeUnsigned, static_cast<uint32_t>(60 * (1 + (h >> 28 & 7)))));
+    o->properties.push_back(prop("created", kTypeDate, static_cast<int32_t>(kHistoryStart - static_cast<int32_t>(h >> 40 & 0xffffff))));
+    o->properties.push_back(prop("parentId", kTypeObject | protocol::kPropComputed, o->parentId));
+    o->children.reserve(shape_.checksPerNode);
     for (uint64_t j = 0; j < shape_.checksPerNode; ++j) o->children.push_back(check_id(k, i, j));
     return o;
   }
@@ -175,12 +176,11 @@ class GeneratedDatabase : public Database {
     o->id = check_id(k, i, j);
     o->parentId = node_id(k, i);
     uint64_t h = hash(2, k, i, j);
-    o->properties = {
-        prop("siblingName", kTypeString, "check" + std::to_string(j)),
-        prop(kIndexName, kTypeIndex, static_cast<uint32_t>(j + 1)),
-        prop("threshold", kTypeReal, static_cast<double>(h % 1000) / 8.0),
-        prop("parentId", kTypeObject | protocol::kPropComputed, o->parentId),
-    };
+    o->properties.reserve(4);
+    o->properties.push_back(prop("siblingName", kTypeString, "check" + std::to_string(j)));
+    o->properties.push_back(prop(kIndexName, kTypeIndex, static_cast<uint32_t>(j + 1)));
+    o->properties.push_back(prop("threshold", kTypeReal, static_cast<double>(h % 1000) / 8.0));
+    o->properties.push_back(prop("parentId", kTypeObject | protocol::kPropComputed, o->parentId));
     return o;
   }
 

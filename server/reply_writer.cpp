@@ -22,12 +22,36 @@ void write_in_chunks(net::ByteOutput& stream, const std::string& bytes, uint32_t
   }
 }
 
+namespace {
+
+// Whether any fault needs answers to wait, be reordered or be written apart.
+bool needs_thread(const FaultOptions& faults) {
+  return faults.delayMs != 0 || faults.chunkSize != 0 || faults.filler != 0 ||
+         faults.strayEvery != 0 || faults.reverseWindow > 1;
+}
+
+}  // namespace
+
 ReplyWriter::ReplyWriter(net::ByteOutput& stream, const FaultOptions& faults, bool legacy)
-    : stream_(stream), faults_(faults), legacy_(legacy), thread_([this] { run(); }) {}
+    : stream_(stream), faults_(faults), legacy_(legacy), direct_(!needs_thread(faults)) {
+  if (!direct_) thread_ = std::thread([this] { run(); });
+}
 
 ReplyWriter::~ReplyWriter() { finish(); }
 
 void ReplyWriter::submit(std::string answer, Clock::time_point due) {
+  if (direct_) {
+    if (holding_) {
+      if (held_.empty()) {
+        held_ = std::move(answer);
+      } else {
+        held_ += answer;
+      }
+    } else {
+      sendNow(answer);
+    }
+    return;
+  }
   Item item{std::move(answer), due};
   if (faults_.reverseWindow > 1) {
     window_.push_back(std::move(item));
@@ -41,6 +65,11 @@ void ReplyWriter::submit(std::string answer, Clock::time_point due) {
 
 void ReplyWriter::release() {
   holding_ = false;
+  if (direct_) {
+    if (!held_.empty()) sendNow(held_);
+    held_.clear();
+    return;
+  }
   std::lock_guard<std::mutex> lock(mutex_);
   wake_.notify_all();
 }
@@ -56,6 +85,10 @@ void ReplyWriter::flushWindow() {
 }
 
 void ReplyWriter::finish() {
+  if (direct_) {
+    release();
+    return;
+  }
   holding_ = false;
   flushWindow();
   {
@@ -77,6 +110,20 @@ void ReplyWriter::abort() {
 bool ReplyWriter::healthy() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return !failed_;
+}
+
+void ReplyWriter::sendNow(const std::string& bytes) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (aborted_ || failed_) return;
+  }
+  try {
+    stream_.write(bytes.data(), bytes.size());
+    stream_.flush();
+  } catch (const util::Exception&) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    failed_ = true;  // the client went away; what is left is dropped
+  }
 }
 
 void ReplyWriter::run() {

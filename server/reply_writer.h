@@ -3,8 +3,13 @@
 //
 // Answers are handed in by the reading half in the order their requests
 // arrived, each with the time it is due (arrival plus the configured
-// delay). A writer thread of its own sends each one once it is due, so the
-// delays of pipelined requests overlap as network latency would. With a
+// delay). With a delay, a reverse window, chunking, filler or stray answers
+// configured, a writer thread of its own sends each one once it is due, so
+// the delays of pipelined requests overlap as network latency would.
+// Without any of them every answer is due on arrival, and the answers are
+// sent by the submitting thread itself: each at once, or those submitted
+// between hold() and release() together in one write at release(); no
+// thread is started then. With a
 // reverse window of K, answers are collected K at a time and sent in
 // reverse order. Before an answer go the filler octets and, every n-th
 // answer, a stray Response with an id no client has used; every reply is
@@ -40,14 +45,16 @@ std::string malformed_reply();
 class ReplyWriter {
  public:
   // Writes to `stream` (not owned; must outlive the writer) in the given
-  // encoding. Starts the writer thread.
+  // encoding. Starts the writer thread unless the faults need none.
   ReplyWriter(net::ByteOutput& stream, const FaultOptions& faults, bool legacy);
   ReplyWriter(const ReplyWriter&) = delete;
   ReplyWriter& operator=(const ReplyWriter&) = delete;
   // finish().
   ~ReplyWriter();
 
-  // Queues an encoded answer due at `due`.
+  // Queues an encoded answer due at `due`; without a writer thread, sends
+  // it (or holds it until release()), whatever `due` says. A failure to send
+  // makes the writer unhealthy; it does not throw.
   void submit(std::string answer, Clock::time_point due);
   // Between hold() and release() submitted answers are queued without
   // waking the writer thread, so that the answers to the requests of one
@@ -55,6 +62,8 @@ class ReplyWriter {
   // stay as given.
   void hold() { holding_ = true; }
   void release();
+  // Whether answers are sent by the submitting thread.
+  bool direct() const { return direct_; }
   // Whether answers wait for their reverse window to fill up.
   bool windowPending() const;
   // Sends a partly filled reverse window as it is (reversed).
@@ -76,16 +85,20 @@ class ReplyWriter {
   // Appends the octets that go out for `item`: filler, a stray answer when
   // one is due, the answer itself.
   void append(std::string& bytes, const Item& item);
+  // Direct mode: sends `bytes` unless aborted or failed before.
+  void sendNow(const std::string& bytes);
 
   net::ByteOutput& stream_;
   const FaultOptions faults_;
   const bool legacy_;
+  const bool direct_;
 
   mutable std::mutex mutex_;
   std::condition_variable wake_;
   std::deque<Item> queue_;
   std::vector<Item> window_;  // touched by the submitting thread only
   bool holding_ = false;      // likewise
+  std::string held_;          // direct mode: the answers held; likewise
   bool finishing_ = false;
   bool aborted_ = false;
   bool failed_ = false;

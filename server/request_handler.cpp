@@ -7,19 +7,11 @@
 
 #include "protocol/ber_primitives.h"
 #include "server/answer_encoder.h"
-#include "server/byte_sink.h"
 #include "server/select_eval.h"
 
 namespace server {
 
 namespace {
-
-std::string response(int32_t id, std::unique_ptr<protocol::BerConstructed> body, bool legacy) {
-  protocol::Response message;
-  message.id = id;
-  message.resp = std::move(body);
-  return encode(message, legacy);
-}
 
 // A Response with a SelectResp holding the already encoded `objects`.
 std::string select_response(int32_t id, const std::string& objects, bool legacy) {
@@ -34,15 +26,14 @@ std::string select_response(int32_t id, const std::string& objects, bool legacy)
 }  // namespace
 
 std::string error_response(int32_t id, int32_t code, const std::string& text, bool legacy) {
-  auto error = std::make_unique<protocol::ErrorResp>();
-  error->code = code;
-  error->texts.push_back(text.substr(0, 1024));
-  return response(id, std::move(error), legacy);
+  std::string bytes;
+  append_error_response(bytes, id, code, text.size() <= 1024 ? text : text.substr(0, 1024), legacy);
+  return bytes;
 }
 
-std::string get_data_response(const Database& db, ObjectEncoder& encoder, int32_t id,
+std::string get_data_response(const Database& db, ObjectCache& cache, int32_t id,
                               const protocol::GetDataReq& request, bool legacy) {
-  if (!encoder.find(db, request.objectId)) {
+  if (!cache.find(db, request.objectId)) {
     return error_response(id, kErrorIdNotFound, "No object with id " + request.objectId, legacy);
   }
   std::shared_ptr<const History> history = db.history(request.objectId, request.indexName);
@@ -51,6 +42,7 @@ std::string get_data_response(const Database& db, ObjectEncoder& encoder, int32_
                           "No history of " + request.indexName + " for " + request.objectId, legacy);
   }
   std::string bytes;
+  bytes.reserve(32 + 64 * history->intervals.size());
   try {
     append_get_data_response(bytes, id, *history, legacy);
   } catch (const protocol::EBer& e) {
@@ -59,16 +51,16 @@ std::string get_data_response(const Database& db, ObjectEncoder& encoder, int32_
   return bytes;
 }
 
-std::string answer_request(const Database& db, ObjectEncoder& encoder,
+std::string answer_request(const Database& db, ObjectCache& cache,
                            const protocol::Request& request, bool legacy) {
   const protocol::BerConstructed* body = request.req.get();
   if (auto* select = dynamic_cast<const protocol::SelectReq*>(body)) {
-    SelectOutcome outcome = evaluate_select(db, encoder, *select, legacy);
+    SelectOutcome outcome = evaluate_select(db, cache, *select, legacy);
     if (outcome.error != 0) return error_response(request.id, outcome.error, outcome.text, legacy);
     return select_response(request.id, outcome.objects, legacy);
   }
   if (auto* data = dynamic_cast<const protocol::GetDataReq*>(body)) {
-    return get_data_response(db, encoder, request.id, *data, legacy);
+    return get_data_response(db, cache, request.id, *data, legacy);
   }
   return error_response(request.id, kErrorNotImplemented, "The request is not implemented", legacy);
 }

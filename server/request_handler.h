@@ -14,14 +14,14 @@
 
 #include "protocol/messages.h"
 #include "server/database.h"
-#include "server/object_encoder.h"
+#include "server/object_cache.h"
 
 namespace server {
 
 // The encoded Response to `request`, in the given encoding. Never throws for
 // anything a client can send: what cannot be answered otherwise becomes an
 // ErrorResp (14 when stored data does not fit the wire).
-std::string answer_request(const Database& db, ObjectEncoder& encoder,
+std::string answer_request(const Database& db, ObjectCache& cache,
                            const protocol::Request& request, bool legacy);
 
 // An encoded Response with `id` carrying ErrorResp `code` and one text.
@@ -29,8 +29,8 @@ std::string error_response(int32_t id, int32_t code, const std::string& text, bo
 
 // An encoded Response with `id` carrying a GetDataResp for `objectId` and
 // `indexName`, or the ErrorResp the request earns. Objects are looked up
-// through `encoder`'s cache.
-std::string get_data_response(const Database& db, ObjectEncoder& encoder, int32_t id,
+// through `cache`.
+std::string get_data_response(const Database& db, ObjectCache& cache, int32_t id,
                               const protocol::GetDataReq& request, bool legacy);
 
 }  // namespace server

@@ -47,8 +47,8 @@ void check_pattern(const protocol::PathPattern& root) {
 
 class Evaluator {
  public:
-  Evaluator(const Database& db, ObjectEncoder& encoder, bool legacy)
-      : db_(db), encoder_(encoder), legacy_(legacy) {}
+  Evaluator(const Database& db, ObjectCache& cache, bool legacy)
+      : db_(db), cache_(cache), legacy_(legacy) {}
 
   // Appends the encoding of `object` as matched by `step` to `out` and
   // returns true, or returns false and leaves `out` as it was.
@@ -70,7 +70,7 @@ class Evaluator {
     const size_t mark = out.size();
     std::exception_ptr headFailure;
     try {
-      out += *encoder_.head(object, choice, legacy_);
+      cache_.appendHead(out, object, choice, legacy_);
     } catch (const protocol::EBer&) {
       headFailure = std::current_exception();
     }
@@ -96,7 +96,7 @@ class Evaluator {
     };
     bool matchedRequired = false;
     for (const std::string& childId : object.children) {
-      std::shared_ptr<const StoredObject> child = encoder_.find(db_, childId);
+      std::shared_ptr<const StoredObject> child = cache_.find(db_, childId);
       if (!child) continue;
       for (size_t i = 0; i < counts.size(); ++i) {
         const protocol::PathPattern& s = alternative(i);
@@ -112,13 +112,13 @@ class Evaluator {
   }
 
   const Database& db_;
-  ObjectEncoder& encoder_;
+  ObjectCache& cache_;
   const bool legacy_;
 };
 
 }  // namespace
 
-SelectOutcome evaluate_select(const Database& db, ObjectEncoder& encoder,
+SelectOutcome evaluate_select(const Database& db, ObjectCache& cache,
                               const protocol::SelectReq& request, bool legacy) {
   SelectOutcome outcome;
   try {
@@ -126,11 +126,11 @@ SelectOutcome evaluate_select(const Database& db, ObjectEncoder& encoder,
     check_pattern(*request.pattern);
     std::vector<std::shared_ptr<const StoredObject>> starts;
     for (const std::string& id : request.startIds) {
-      std::shared_ptr<const StoredObject> object = encoder.find(db, id);
+      std::shared_ptr<const StoredObject> object = cache.find(db, id);
       if (!object) throw Failure{kErrorIdNotFound, "No object with id " + id};
       starts.push_back(std::move(object));
     }
-    Evaluator evaluator(db, encoder, legacy);
+    Evaluator evaluator(db, cache, legacy);
     for (const auto& start : starts) evaluator.match(*request.pattern, *start, true, outcome.objects);
     if (outcome.objects.empty()) {
       // Common (a select of an object without children): no exception.

@@ -26,7 +26,7 @@
 
 #include "protocol/messages.h"
 #include "server/database.h"
-#include "server/object_encoder.h"
+#include "server/object_cache.h"
 
 namespace server {
 
@@ -50,7 +50,7 @@ struct SelectOutcome {
 // matching gives 2, an incomparable condition 11, an unimplemented construct
 // 12 and an object that cannot be encoded 14. Never throws for anything a
 // client can send.
-SelectOutcome evaluate_select(const Database& db, ObjectEncoder& encoder,
+SelectOutcome evaluate_select(const Database& db, ObjectCache& cache,
                               const protocol::SelectReq& request, bool legacy);
 
 }  // namespace server

@@ -1,5 +1,6 @@
 // The stand-in server's databases: the JSON loader with its validation
-// messages, and the generated database's shape, ids and limits. The values
+// messages, the generated database's shape, ids and limits, and the cache of
+// looked-up objects. The values
 // the loader converts are checked byte for byte by the end-to-end export.
 #include <gtest/gtest.h>
 
@@ -9,6 +10,7 @@
 
 #include "server/database_json.h"
 #include "server/generator.h"
+#include "server/object_cache.h"
 #include "util/error.h"
 
 namespace server {
@@ -231,6 +233,60 @@ TEST(Generator, ParsesShapeTexts) {
   for (const char* bad : {"3x10x5", "3x10x5x20/", "03x1x1x1", "3x1x1x1x1", "99999999999x1x1x1"}) {
     const std::string text = fatal_text([&] { parse_generator_shape(bad); });
     EXPECT_EQ(text.rfind("Bad database shape \"" + std::string(bad) + "\": ", 0), 0u) << text;
+  }
+}
+
+// Counts the lookups that reach the database.
+class CountingDatabase : public Database {
+ public:
+  std::string rootDomainId() const override { return inner_->rootDomainId(); }
+  std::string mibRootId() const override { return inner_->mibRootId(); }
+  std::shared_ptr<const StoredObject> find(const std::string& id) const override {
+    ++finds;
+    return inner_->find(id);
+  }
+  std::shared_ptr<const History> history(const std::string& objectId,
+                                         const std::string& indexName) const override {
+    return inner_->history(objectId, indexName);
+  }
+  bool checkLogin(const std::string& d, const std::string& u, const std::string& p) const override {
+    return inner_->checkLogin(d, u, p);
+  }
+  mutable int finds = 0;
+
+ private:
+  std::unique_ptr<Database> inner_ = make_generated_database({3, 2, 10, 1, 1});
+};
+
+// Recent objects are not looked up again, and the cache stays within two
+// generations of its capacity however long the walk.
+TEST(ObjectCache, KeepsTheRecentObjectsWithinTwoGenerations) {
+  const struct {
+    std::vector<const char*> ids;
+    int finds;  // lookups reaching the database
+  } cases[] = {
+      {{"d0", "d0", "d0"}, 1},
+      {{"d0", "d1", "d2", "d0", "d1"}, 3},        // d0 and d1 from the previous generation
+      {{"d0", "d1", "d2", "d3", "d4", "d0"}, 6},  // d0 dropped with its generation
+      {{"d0", "d1", "d2", "d0", "d3", "d4", "d0"}, 5},  // d0 moved up, so kept
+      {{"zz", "zz", "d9"}, 3},                    // nothing found is not remembered
+  };
+  for (const auto& k : cases) {
+    CountingDatabase db;
+    ObjectCache cache(2);
+    for (const char* id : k.ids) {
+      auto o = cache.find(db, id);
+      if (o) {
+        EXPECT_EQ(o->id, id);
+      }
+    }
+    EXPECT_EQ(db.finds, k.finds) << k.ids.size();
+  }
+  CountingDatabase db;
+  ObjectCache cache(3);
+  for (int i = 0; i < 10; ++i) {
+    for (int j = 0; j < 2; ++j) ASSERT_NE(cache.find(db, "c" + std::to_string(i % 4) + "." + std::to_string(j) + ".0"), nullptr);
+    EXPECT_LE(cache.cached(), 6u);
   }
 }
 

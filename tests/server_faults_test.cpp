@@ -50,26 +50,32 @@ std::string burst(RawClient& c, int32_t count) {
 }
 
 // Answers due together leave in one write, or pipelined answers stall on
-// acknowledgements; chunked replies go piece by piece; filler and stray
-// answers go before the answer.
+// acknowledgements; without faults, the answers held together leave in one
+// write and the others at once; chunked replies go piece by piece; filler
+// and stray answers go before the answer.
 TEST(ReplyWriter, WritesOfTwoAnswersDueTogether) {
   const std::string filler("\x19\0\x19", 3);
   const std::string stray = server::error_response(0x7FFFFFFF, 13, "stray answer", false);
   const struct {
     server::FaultOptions faults;
+    bool held;
     std::vector<std::string> pieces;
   } cases[] = {
-      {{}, {"abcde"}},
-      {{.chunkSize = 2}, {"ab", "cd", "e"}},
-      {{.filler = 3, .strayEvery = 2}, {filler + "ab" + filler + stray + "cde"}},
+      {{}, true, {"abcde"}},
+      {{}, false, {"ab", "cde"}},
+      {{.delayMs = 30}, false, {"abcde"}},
+      {{.chunkSize = 2}, false, {"ab", "cd", "e"}},
+      {{.filler = 3, .strayEvery = 2}, false, {filler + "ab" + filler + stray + "cde"}},
   };
   for (const auto& k : cases) {
     PieceSink sink;
     {
       server::ReplyWriter writer(sink, k.faults, false);
       const auto due = server::Clock::now() + std::chrono::milliseconds(30);
+      if (k.held) writer.hold();
       writer.submit("ab", due);
       writer.submit("cde", due);
+      if (k.held) writer.release();
     }
     EXPECT_EQ(sink.pieces, k.pieces);
   }

@@ -11,6 +11,7 @@
 
 #include "protocol/gui_protocol.h"
 #include "server/answer_encoder.h"
+#include "server/request_handler.h"
 #include "server/handshake.h"
 #include "server/request_decoder.h"
 #include "server/select_eval.h"
@@ -381,6 +382,16 @@ TEST(ServerCodec, AnswersAreWrittenAsTheProtocolClassesWriteThem) {
     server::append_get_data_response(answer, response.id, history, legacy);
     EXPECT_EQ(testing_support::to_hex(Bytes(answer.begin(), answer.end())),
               testing_support::to_hex(testing_support::encode_message(response, legacy)));
+
+    protocol::Response refusal;
+    refusal.id = 0x7fffffff;
+    auto error = std::make_unique<protocol::ErrorResp>();
+    error->code = -2;
+    error->texts = {std::string(1024, 't')};
+    refusal.resp = std::move(error);
+    const std::string errorAnswer = server::error_response(refusal.id, -2, std::string(1100, 't'), legacy);
+    EXPECT_EQ(testing_support::to_hex(Bytes(errorAnswer.begin(), errorAnswer.end())),
+              testing_support::to_hex(testing_support::encode_message(refusal, legacy)));
   }
 }
 
