@@ -52,26 +52,6 @@ std::string range_text(const char* operation, T min, T value, T max) {
          " <= " + std::to_string(max);
 }
 
-// Minimal big-endian content of an integer value (see write()).
-template <class T>
-size_t encode_integer(T value, uint8_t* out) {
-  constexpr int kBytes = sizeof(T);
-  size_t n = 0;
-  if constexpr (std::is_signed_v<T>) {
-    for (int k = kBytes - 1; k >= 1; --k) {
-      const T high = value >> (8 * k - 1);
-      if (high != 0 && high != -1) out[n++] = static_cast<uint8_t>(value >> (8 * k));
-    }
-  } else {
-    if ((value >> (8 * kBytes - 1)) != 0) out[n++] = 0x00;
-    for (int k = kBytes - 1; k >= 1; --k) {
-      if ((value >> (8 * k - 1)) != 0) out[n++] = static_cast<uint8_t>(value >> (8 * k));
-    }
-  }
-  out[n++] = static_cast<uint8_t>(value);
-  return n;
-}
-
 }  // namespace
 
 // ---- BerShortValue ---------------------------------------------------------
@@ -293,7 +273,7 @@ template <class T>
 void BerIntegerTemplate<T>::encode(net::ByteOutput& stream, T value, T min, T max, TagCode tag) {
   if (value < min || value > max) throw EBer(range_text<T>("write", min, value, max));
   uint8_t content[sizeof(T) + 1];
-  write_short(stream, tag, content, encode_integer<T>(value, content));
+  write_short(stream, tag, content, integer_content<T>(value, content));
 }
 
 template class BerIntegerTemplate<int32_t>;

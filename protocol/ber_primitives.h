@@ -20,6 +20,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "protocol/ber_value.h"
 #include "protocol/tags.h"
@@ -144,6 +145,28 @@ class BerIntegerTemplate : public BerShortValue {
   T max_;
   TagCode tag_;
 };
+
+// The content octets of an INTEGER as BerIntegerTemplate writes them, at
+// most sizeof(T) + 1 into `out`: the shortest two's complement, unsigned
+// values with a leading 00 when their top bit is set. Returns the count.
+template <class T>
+size_t integer_content(T value, uint8_t* out) {
+  constexpr int kBytes = sizeof(T);
+  size_t n = 0;
+  if constexpr (std::is_signed_v<T>) {
+    for (int k = kBytes - 1; k >= 1; --k) {
+      const T high = value >> (8 * k - 1);
+      if (high != 0 && high != -1) out[n++] = static_cast<uint8_t>(value >> (8 * k));
+    }
+  } else {
+    if ((value >> (8 * kBytes - 1)) != 0) out[n++] = 0x00;
+    for (int k = kBytes - 1; k >= 1; --k) {
+      if ((value >> (8 * k - 1)) != 0) out[n++] = static_cast<uint8_t>(value >> (8 * k));
+    }
+  }
+  out[n++] = static_cast<uint8_t>(value);
+  return n;
+}
 
 using BerInt32 = BerIntegerTemplate<int32_t>;
 using BerUInt32 = BerIntegerTemplate<uint32_t>;

@@ -56,28 +56,6 @@ constexpr uint8_t short_tag(TagCode tag) {
 }
 static_assert(protocol::BE_BOOLEAN < 248 && protocol::BE_INTEGER < 248);
 
-// The octets of the content of `value` as protocol::BerIntegerTemplate
-// writes them: the shortest two's complement (unsigned values with a
-// leading 00 when their top bit is set).
-template <class T>
-size_t integer_content(T value, uint8_t* out) {
-  constexpr int kBytes = sizeof(T);
-  size_t n = 0;
-  if constexpr (std::is_signed_v<T>) {
-    for (int k = kBytes - 1; k >= 1; --k) {
-      const T high = value >> (8 * k - 1);
-      if (high != 0 && high != -1) out[n++] = static_cast<uint8_t>(value >> (8 * k));
-    }
-  } else {
-    if ((value >> (8 * kBytes - 1)) != 0) out[n++] = 0x00;
-    for (int k = kBytes - 1; k >= 1; --k) {
-      if ((value >> (8 * k - 1)) != 0) out[n++] = static_cast<uint8_t>(value >> (8 * k));
-    }
-  }
-  out[n++] = static_cast<uint8_t>(value);
-  return n;
-}
-
 // Appends to one string. The primitives are written as the protocol's
 // classes write them; a value outside its limits is handed to the
 // protocol's class, which throws its own failure.
@@ -162,7 +140,7 @@ class Writer {
   void integer(T v) {
     uint8_t octets[2 + sizeof(T) + 1];
     octets[0] = short_tag(protocol::BE_INTEGER);
-    const size_t n = integer_content(v, octets + 2);
+    const size_t n = protocol::integer_content(v, octets + 2);
     octets[1] = static_cast<uint8_t>(n);
     out_.append(reinterpret_cast<const char*>(octets), n + 2);
   }
