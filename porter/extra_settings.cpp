@@ -39,12 +39,35 @@ bool parse_flag(const std::string& text, bool& out) {
   return true;
 }
 
+// progress=1 and quiet=1 select their mode, whatever was selected before;
+// =0 goes back to the marks only from its own mode, so "quiet=1,progress=0"
+// stays quiet.
+bool parse_mode(const std::string& text, ProgressMode mode, ProgressMode& out) {
+  bool on = false;
+  if (!parse_flag(text, on)) return false;
+  if (on) {
+    out = mode;
+  } else if (out == mode) {
+    out = ProgressMode::kMarks;
+  }
+  return true;
+}
+
 const Setting kSettings[] = {
     {"pipeline", "pipeline=N   keep up to N requests (1 to 4096) in flight; 1 is sequential",
      [](const std::string& v, ExtraSettings& s) { return parse_number(v, 1, 4096, s.pipeline); },
      "a whole number from 1 to 4096"},
     {"progress", "progress=1   show a live progress display instead of the dots",
-     [](const std::string& v, ExtraSettings& s) { return parse_flag(v, s.progress); },
+     [](const std::string& v, ExtraSettings& s) {
+       return parse_mode(v, ProgressMode::kDisplay, s.progress);
+     },
+     "0 or 1"},
+    {"quiet",
+     "quiet=1      no progress marks (for unattended runs); notices and errors still show;\n"
+     "               of progress and quiet the later one in the list wins",
+     [](const std::string& v, ExtraSettings& s) {
+       return parse_mode(v, ProgressMode::kQuiet, s.progress);
+     },
      "0 or 1"},
     {"atomic",
      "atomic=1     with -f: write a temporary file and rename it over the target only on success;\n"

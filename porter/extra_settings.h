@@ -13,9 +13,18 @@
 
 namespace porter {
 
+// What the error stream shows of an export's progress. Notices about the data
+// and error messages are written in every mode.
+enum class ProgressMode {
+  kMarks,    // "Exporting ..." lines and a dot per object (the default)
+  kDisplay,  // progress=1: the live display (ProgressDisplay)
+  kQuiet,    // quiet=1: nothing but the notices and errors
+};
+
 struct ExtraSettings {
   uint32_t pipeline = 1;    // requests in flight at most (1 = sequential)
-  bool progress = false;    // live progress display instead of the dots
+  // Written by both progress and quiet, so the later of the two wins.
+  ProgressMode progress = ProgressMode::kMarks;
   bool atomic = false;      // -f output written to a temporary file, renamed at the end
   uint32_t timeout = 0;     // seconds for connecting and each wait; 0 = no limit
   int32_t level = -1;       // gzip compression level 0..9; -1 = zlib's default

@@ -193,16 +193,17 @@ class ProgressScope::CountingStream : public OutStream {
   ProgressDisplay& display_;
 };
 
-ProgressScope::ProgressScope(bool enabled, std::ostream& err, bool terminal)
-    : held_(err), marks_(held_.marks()) {
-  if (enabled) display_ = std::make_unique<ProgressDisplay>(err, terminal);
+ProgressScope::ProgressScope(ProgressMode mode, std::ostream& err, bool terminal)
+    : held_(err), marks_(held_.marks()), quiet_(mode == ProgressMode::kQuiet) {
+  if (mode == ProgressMode::kDisplay) display_ = std::make_unique<ProgressDisplay>(err, terminal);
 }
 
 ProgressScope::~ProgressScope() = default;
 
 WalkEvents& ProgressScope::events() {
-  if (display_ == nullptr) return marks_;
-  return *display_;
+  if (display_ != nullptr) return *display_;
+  if (quiet_) return noMarks_;
+  return marks_;
 }
 
 std::ostream& ProgressScope::notices() {

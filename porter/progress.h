@@ -19,6 +19,7 @@
 #include <ostream>
 #include <string>
 
+#include "porter/extra_settings.h"
 #include "porter/held_error_stream.h"
 #include "porter/out_stream.h"
 #include "porter/walk_events.h"
@@ -95,19 +96,20 @@ std::string format_bytes(uint64_t bytes);
 // "H:MM:SS" of whole seconds.
 std::string format_elapsed(std::chrono::nanoseconds elapsed);
 
-// The progress of one export: with `enabled` a live display, otherwise the
-// walk's progress marks on the error stream, held back (HeldErrorStream) until
-// release(), a notice, 100 ms, or the end of the scope.
+// The progress of one export, as `mode` asks: a live display; the walk's
+// progress marks on the error stream, held back (HeldErrorStream) until
+// release(), a notice, 100 ms, or the end of the scope; or no marks at all.
+// The notices reach `err` in every mode.
 class ProgressScope {
  public:
   // `err` must outlive the scope.
-  ProgressScope(bool enabled, std::ostream& err, bool terminal);
+  ProgressScope(ProgressMode mode, std::ostream& err, bool terminal);
   ProgressScope(const ProgressScope&) = delete;
   ProgressScope& operator=(const ProgressScope&) = delete;
   ~ProgressScope();
 
-  // Where the walk reports: the display or the marks. Valid as long as the
-  // scope.
+  // Where the walk reports: the display, the marks or nothing. Valid as long
+  // as the scope.
   WalkEvents& events();
   // Where the export's notices go: the display's notice stream, or `err`
   // after the marks held so far.
@@ -129,6 +131,8 @@ class ProgressScope {
 
   HeldErrorStream held_;
   ProgressMarks marks_;
+  NoProgressMarks noMarks_;
+  const bool quiet_;
   std::unique_ptr<ProgressDisplay> display_;
   std::unique_ptr<CountingSource> source_;
   std::unique_ptr<CountingStream> stream_;

@@ -135,15 +135,18 @@ class CommandLine {
     return std::nullopt;
   }
 
+  // A file export is framed by "Exporting database" and "Done" unless it is
+  // quiet.
   void run_export(const ExportDriver& exportDatabase) {
-    const bool toFile = !settings_.outputFileName.empty();
-    if (toFile) {
+    const bool framed = !settings_.outputFileName.empty() &&
+                        settings_.extra.progress != ProgressMode::kQuiet;
+    if (framed) {
       err_ << "Exporting database";
       if (settings_.gzip) err_ << " using gz ";
       err_ << std::flush;
     }
     exportDatabase(settings_);
-    if (toFile) err_ << "\nDone" << line_end;
+    if (framed) err_ << "\nDone" << line_end;
   }
 
   const RunSettings& settings() const { return settings_; }

@@ -8,7 +8,8 @@
 namespace porter {
 
 // The walk's progress, in walk order. The default (ProgressMarks) writes the
-// familiar marks to the error stream; a live display counts instead.
+// familiar marks to the error stream; a live display counts instead, and
+// NoProgressMarks drops them.
 class WalkEvents {
  public:
   virtual ~WalkEvents() = default;
@@ -40,6 +41,16 @@ class ProgressMarks : public WalkEvents {
 
  private:
   std::ostream& err_;
+};
+
+// No marks at all (-o quiet=1): every event is dropped.
+class NoProgressMarks : public WalkEvents {
+ public:
+  void domain_started(const std::string&) override {}
+  void object_started() override {}
+  void history_started(const std::string&) override {}
+  void histories_done() override {}
+  void domain_done() override {}
 };
 
 }  // namespace porter

@@ -179,15 +179,19 @@ TEST_F(TypesExport, ConfigurationOnlyLeavesOutHistoryAndIndexProperties) {
 }
 
 // -f with a relative name, and -z -f: the same document as on standard
-// output, with progress lines framed for a file.
+// output, with progress lines framed for a file; a quiet -f export too.
 TEST_F(TypesExport, FileAndGzipOutputHoldThePlainExport) {
   TempDir dir;
   const RunResult plain = exportWith({"-f", "out.xml"}, dir.path());
   expect_run(plain, 0, "", "Exporting database" + kFullErr + "\nDone\n");
   const RunResult zipped = exportWith({"-z", "-f" + dir.file("out.xml.gz")});
   expect_run(zipped, 0, "", "Exporting database using gz " + kFullErr + "\nDone\n");
+  // Quiet: neither the frame nor the marks, only the notice.
+  const RunResult quiet = exportWith({"-f", "quiet.xml", "-o", "quiet=1"}, dir.path());
+  expect_run(quiet, 0, "", kDateNotice);
   for (const auto& [text, run] : {std::pair{e2e::read_file(dir.file("out.xml")), &plain},
-                                  std::pair{e2e::read_gzip_file(dir.file("out.xml.gz")), &zipped}}) {
+                                  std::pair{e2e::read_gzip_file(dir.file("out.xml.gz")), &zipped},
+                                  std::pair{e2e::read_file(dir.file("quiet.xml")), &quiet}}) {
     std::string problem;
     EXPECT_EQ(e2e::mask_timestamp(text, run->started, run->ended, problem), full_document());
     EXPECT_EQ(problem, "");
@@ -215,6 +219,8 @@ TEST_P(TypesVariant, WritesExactly) {
 std::function<std::string(const std::string&)> subdomain(const std::string& id, size_t blanks) {
   return [=](const std::string& full) { return kHeader + e2e::dedent(e2e::element(full, id), blanks); };
 }
+
+std::string whole_document(const std::string& full) { return full; }
 
 std::string no_mib_document(const std::string& full) {
   return e2e::insert_after(e2e::without(full, {"mod-if", "obj-up"}), "u-amy", kUserMib);
@@ -271,6 +277,18 @@ INSTANTIATE_TEST_SUITE_P(
         // A subdomain export whose domain is not included writes the header only.
         VariantCase{"ExportDomainNotIncluded", {"-I", "Node", "-e", "east"},
                     [](const std::string&) { return kHeader; }, ""}),
+    [](const ::testing::TestParamInfo<VariantCase>& info) { return info.param.name; });
+
+// -o quiet=1 leaves the notice about the data alone on the error stream; of
+// progress and quiet the later one in the list wins.
+INSTANTIATE_TEST_SUITE_P(
+    ProgressModes, TypesVariant,
+    ::testing::Values(
+        VariantCase{"Quiet", {"-o", "quiet=1"}, whole_document, kDateNotice},
+        VariantCase{"QuietPipelined", {"-o", "quiet=1,pipeline=16"}, whole_document, kDateNotice},
+        VariantCase{"QuietAfterProgress", {"-o", "progress=1", "-o", "quiet=1"}, whole_document,
+                    kDateNotice},
+        VariantCase{"QuietOffAgain", {"-o", "quiet=1,quiet=0"}, whole_document, kFullErr}),
     [](const ::testing::TestParamInfo<VariantCase>& info) { return info.param.name; });
 
 // Export domains that are not there (a missing second level, a subdomain
@@ -434,6 +452,9 @@ TEST(ServerCloses, AtTheMibSelection) {
   auto server = start_server(data_path("e2e_types.json"), {"--close-at", "5"});
   expect_run(run_exporter(login_args(server->port())), 1, kHeader + kRootOpen,
              "\nExporting domain ." + kEndOfStream);
+  // Quiet, the message alone.
+  expect_run(run_exporter(concat(login_args(server->port()), {"-o", "quiet=1"})), 1,
+             kHeader + kRootOpen, kEndOfStream);
 }
 
 // JSON of an object of the small databases, and of a String property.

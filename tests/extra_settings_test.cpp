@@ -7,6 +7,7 @@
 namespace {
 
 using porter::ExtraSettings;
+using porter::ProgressMode;
 
 ExtraSettings with(void (*change)(ExtraSettings&)) {
   ExtraSettings s;
@@ -48,8 +49,23 @@ INSTANTIATE_TEST_SUITE_P(
         ApplyCase{"UpperLimits", "pipeline=4096,level=9,timeout=86400,progress=1,atomic=yes", "",
                   with([](ExtraSettings& s) {
                     s.pipeline = 4096; s.level = 9; s.timeout = 86400;
-                    s.progress = true; s.atomic = true;
+                    s.progress = ProgressMode::kDisplay; s.atomic = true;
                   })},
+        // progress and quiet: the later of the two wins; =0 leaves the other's mode alone.
+        ApplyCase{"Quiet", "quiet=1", "",
+                  with([](ExtraSettings& s) { s.progress = ProgressMode::kQuiet; })},
+        ApplyCase{"QuietOff", "quiet=1,quiet=0", "", ExtraSettings{}},
+        ApplyCase{"QuietAfterProgress", "progress=1,quiet=1", "",
+                  with([](ExtraSettings& s) { s.progress = ProgressMode::kQuiet; })},
+        ApplyCase{"ProgressAfterQuiet", "quiet=1,progress=1", "",
+                  with([](ExtraSettings& s) { s.progress = ProgressMode::kDisplay; })},
+        ApplyCase{"ProgressOffKeepsQuiet", "quiet=1,progress=0", "",
+                  with([](ExtraSettings& s) { s.progress = ProgressMode::kQuiet; })},
+        ApplyCase{"QuietOffKeepsProgress", "progress=1,quiet=0", "",
+                  with([](ExtraSettings& s) { s.progress = ProgressMode::kDisplay; })},
+        ApplyCase{"QuietTwo", "quiet=2", bad("\"2\"", "quiet", "0 or 1")},
+        ApplyCase{"QuietCapitalYes", "quiet=YES", bad("\"YES\"", "quiet", "0 or 1")},
+        ApplyCase{"QuietEmpty", "quiet=", bad("\"\"", "quiet", "0 or 1")},
         ApplyCase{"PipelineZero", "pipeline=0", bad("\"0\"", "pipeline", "a whole number from 1 to 4096")},
         ApplyCase{"PipelineEmpty", "pipeline=", bad("\"\"", "pipeline", "a whole number from 1 to 4096")},
         ApplyCase{"TimeoutTooLarge", "timeout=86401",

@@ -99,7 +99,8 @@ TEST_P(RunTest, MessagesExitCodeAndExportedSettings) {
     ++driverCalls;
     received = s;
     // The progress line of a file export is out before the export starts.
-    EXPECT_TRUE(s.outputFileName.empty() || err.str().find("Exporting database") != std::string::npos)
+    EXPECT_TRUE(s.outputFileName.empty() || s.extra.progress == ProgressMode::kQuiet ||
+                err.str().find("Exporting database") != std::string::npos)
         << err.str();
     util::ESystemError systemError("Connection refused");
     systemError.detail = ", while connecting";
@@ -192,10 +193,26 @@ const Case kCases[] = {
     {"SettingUnknownNameIgnored",
      {"-lu", "-Ppw", "-o", "colour=red,timeout=7,pipeline=16", "-opipeline=3,x=y"}, 0, "",
      with([](RunSettings& s) { s.extra.timeout = 7; s.extra.pipeline = 3; })},
+    // Of progress and quiet the later wins; a quiet file export has no frame,
+    // and a quiet failure still ends with its message.
+    {"QuietFileExportHasNoFrame", {"-lu", "-Ppw", "-fout", "-oprogress=1", "-o", "quiet=1"}, 0, "",
+     with([](RunSettings& s) { s.outputFileName = "out"; s.extra.progress = ProgressMode::kQuiet; })},
+    {"ProgressAfterQuietFramed", {"-lu", "-Ppw", "-fout", "-oquiet=1,progress=1"}, 0,
+     "Exporting database\nDone\n", with([](RunSettings& s) {
+       s.outputFileName = "out"; s.extra.progress = ProgressMode::kDisplay;
+     })},
+    {"QuietFailureKeepsItsMessage", {"-lu", "-Ppw", "-fout", "-oquiet=1"}, 1,
+     "Error\nConnection refused, while connecting\n",
+     with([](RunSettings& s) { s.outputFileName = "out"; s.extra.progress = ProgressMode::kQuiet; }),
+     false, nullptr, Driver::kSystemError},
+    {"QuietBadValue", {"-lu", "-Ppw", "-oquiet=2"}, 1,
+     "Error: bad value \"2\" for -o quiet: expected 0 or 1\n" + kHint},
     {"SettingsHelpStopsScanning", {"-o", "level=3,help", "-x"}, 0,
      "Settings of -o (a comma-separated list of name=value):\n"
      "  pipeline=N   keep up to N requests (1 to 4096) in flight; 1 is sequential\n"
      "  progress=1   show a live progress display instead of the dots\n"
+     "  quiet=1      no progress marks (for unattended runs); notices and errors still show;\n"
+     "               of progress and quiet the later one in the list wins\n"
      "  atomic=1     with -f: write a temporary file and rename it over the target only on "
      "success;\n"
      "               a target that is not a regular file (FIFO, device) is written directly\n"
