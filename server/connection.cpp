@@ -35,8 +35,8 @@ bool readable_within(net::BasicIo& stream, std::chrono::milliseconds limit) {
 }  // namespace
 
 Connection::Connection(std::unique_ptr<net::SocketStream> socket,
-                       std::shared_ptr<ServerShared> shared)
-    : shared_(std::move(shared)), socket_(std::move(socket)) {}
+                       std::shared_ptr<ServerShared> shared, uint64_t number)
+    : shared_(std::move(shared)), number_(number), socket_(std::move(socket)) {}
 
 Connection::~Connection() = default;
 
@@ -99,13 +99,14 @@ void Connection::serve() {
     }
   } registration(*this, &writer);
   uint64_t requests = 0;
+  const bool faulty = faults.faultConnections == 0 || number_ <= faults.faultConnections;
   // Answers `request`; false when the connection is to end.
   auto answer = [&](const protocol::Request& request) {
     const Clock::time_point due = Clock::now() + std::chrono::milliseconds(faults.delayMs);
     ++requests;
     if (shared_->options.onRequest) shared_->options.onRequest(request);
-    if (faults.closeAtRequest != 0 && requests == faults.closeAtRequest) return false;
-    if (faults.malformedAtRequest != 0 && requests == faults.malformedAtRequest) {
+    if (faulty && faults.closeAtRequest != 0 && requests == faults.closeAtRequest) return false;
+    if (faulty && faults.malformedAtRequest != 0 && requests == faults.malformedAtRequest) {
       writer.submit(malformed_reply(), due);
       return true;
     }

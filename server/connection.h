@@ -26,7 +26,9 @@ struct ServerShared {
 
 class Connection {
  public:
-  Connection(std::unique_ptr<net::SocketStream> socket, std::shared_ptr<ServerShared> shared);
+  // `number`: the connection's place in the order of acceptance, from 1.
+  Connection(std::unique_ptr<net::SocketStream> socket, std::shared_ptr<ServerShared> shared,
+             uint64_t number);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
   ~Connection();
@@ -44,6 +46,7 @@ class Connection {
   void closeSocket();
 
   std::shared_ptr<ServerShared> shared_;
+  const uint64_t number_;
   std::mutex mutex_;  // guards socket_ and writer_ against abort() from another thread
   std::unique_ptr<net::SocketStream> socket_;
   ReplyWriter* writer_ = nullptr;  // while requests are served

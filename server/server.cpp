@@ -51,9 +51,11 @@ void Server::acceptLoop() {
     }
     reap(false);
     if (!socket) continue;
-    ++accepted_;
+    const uint64_t number = ++accepted_;
+    // A server that went away: the socket closes as it goes.
+    if (number > 1 && shared_->options.faults.goneAfterFirst) continue;
     auto running = std::make_unique<Running>();
-    running->connection = std::make_shared<Connection>(std::move(socket), shared_);
+    running->connection = std::make_shared<Connection>(std::move(socket), shared_, number);
     Running* r = running.get();
     std::lock_guard<std::mutex> lock(mutex_);
     if (stopping_) break;  // `running` goes, closing the socket unserved

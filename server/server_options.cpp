@@ -48,6 +48,10 @@ ParsedArgs parse_server_args(int argc, const char* const* argv) {
       o.handshake.legacyGreeting = true;
       continue;
     }
+    if (name == "--gone-after-first") {
+      o.faults.goneAfterFirst = true;
+      continue;
+    }
     if (i + 1 >= argc) return fail("option " + name + " needs a value");
     const std::string value = argv[++i];
     uint64_t n = 0;
@@ -89,6 +93,9 @@ ParsedArgs parse_server_args(int argc, const char* const* argv) {
     } else if (name == "--malformed-at") {
       if (!number(u32)) return fail("bad request number: " + value);
       o.faults.malformedAtRequest = static_cast<uint32_t>(n);
+    } else if (name == "--fault-connections") {
+      if (!number(u32)) return fail("bad connection count: " + value);
+      o.faults.faultConnections = static_cast<uint32_t>(n);
     } else {
       return fail("unknown option " + name);
     }
@@ -137,6 +144,10 @@ std::string server_usage() {
          "                        answers to earlier requests are sent first\n"
          "  --malformed-at N      answer request N with octets no reader accepts\n"
          "                        (75 80 02 85 01 01 01 01 01)\n"
+         "  --fault-connections K only the first K connections get --close-at and\n"
+         "                        --malformed-at (0, the default: every one)\n"
+         "  --gone-after-first    close every connection after the first at once,\n"
+         "                        unserved (a server that went away)\n"
          "\n"
          "  --help                this text\n";
 }

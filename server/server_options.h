@@ -31,7 +31,8 @@ struct HandshakeOptions {
 };
 
 // Faults and latency applied to every connection. Request numbers count the
-// requests of one connection from 1.
+// requests of one connection from 1; connections are counted from 1 in the
+// order they were accepted.
 struct FaultOptions {
   uint32_t delayMs = 0;         // each answer leaves this long after its request arrived
   uint32_t chunkSize = 0;       // >0: every reply is written in pieces of this many octets
@@ -40,6 +41,10 @@ struct FaultOptions {
   uint32_t reverseWindow = 0;   // >1: answers reversed within windows of this many requests
   uint32_t closeAtRequest = 0;  // >0: the connection closes when this request arrives
   uint32_t malformedAtRequest = 0;  // >0: this request is answered with undecodable octets
+  // >0: the close and malformed faults hit only the first this many
+  // connections; later ones are served without them.
+  uint32_t faultConnections = 0;
+  bool goneAfterFirst = false;  // every connection after the first is closed at once, unserved
 };
 
 struct ServerOptions {

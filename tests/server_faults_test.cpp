@@ -91,6 +91,10 @@ TEST(ServerFaults, AnswersArriveAsTheOptionSays) {
     int32_t requests;
     std::vector<int32_t> ids;  // of the answers, in arrival order
     bool closes;
+    // A second connection after the first: refused at once, or answered
+    // with these ids and left open.
+    enum { kNone, kGone, kServed } second = kNone;
+    std::vector<int32_t> secondIds = {};
   } cases[] = {
       // The last window is partial and goes out when nothing follows.
       {"reverse_window", {.reverseWindow = 3}, 8, {2, 1, 0, 5, 4, 3, 7, 6}, false},
@@ -98,6 +102,13 @@ TEST(ServerFaults, AnswersArriveAsTheOptionSays) {
       // The delay keeps the earlier answers owed when the closing request arrives.
       {"close_at", {.delayMs = 50, .closeAtRequest = 3}, 5, {0, 1}, true},
       {"delays_overlap", {.delayMs = 400}, 8, {0, 1, 2, 3, 4, 5, 6, 7}, false},
+      // Faults limited to the first connection; a server gone after it.
+      {"close_first_only", {.closeAtRequest = 2, .faultConnections = 1}, 3, {0}, true,
+       decltype(cases[0].second)::kServed, {0, 1, 2}},
+      {"malformed_first_only", {.malformedAtRequest = 1, .faultConnections = 1}, 2, {}, false,
+       decltype(cases[0].second)::kServed, {0, 1}},
+      {"gone_after_first", {.goneAfterFirst = true}, 2, {0, 1}, false,
+       decltype(cases[0].second)::kGone},
   };
   for (const auto& k : cases) {
     SCOPED_TRACE(k.name);
@@ -113,6 +124,15 @@ TEST(ServerFaults, AnswersArriveAsTheOptionSays) {
     if (k.closes) {
       EXPECT_TRUE(c.waitForClose());
     }
+    if (k.second == decltype(k.second)::kNone) continue;
+    RawClient again(s.port());
+    if (k.second == decltype(k.second)::kGone) {
+      EXPECT_EQ(again.login(), nullptr);
+      continue;
+    }
+    ASSERT_TRUE(again.login());
+    again.sendBytes(burst(again, k.requests));
+    EXPECT_EQ(receive_ids(again, k.secondIds.size()), k.secondIds);
   }
 }
 
@@ -185,9 +205,14 @@ TEST(ServerArgs, RefusesWithAReason) {
       {{"--db", "a", "--port", "65536"}, "bad port: 65536"},
       {{"--db", "a", "--auth", "kerberos"}, "bad authentication: kerberos"},
       {{"--db", "a", "--verbose", "1"}, "unknown option --verbose"},
+      {{"--db", "a", "--fault-connections", "-1"}, "bad connection count: -1"},
   };
   for (const auto& k : cases) EXPECT_EQ(parse(k.args).error, k.error);
   EXPECT_TRUE(parse({"--help"}).help);
+  const server::FaultOptions limited =
+      parse({"--db", "a", "--fault-connections", "2", "--gone-after-first"}).options.faults;
+  EXPECT_EQ(limited.faultConnections, 2u);
+  EXPECT_TRUE(limited.goneAfterFirst);
 }
 
 }  // namespace
