@@ -1,8 +1,6 @@
 #include "server/answer_encoder.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 #include <limits>
 #include <type_traits>
 
@@ -21,34 +19,6 @@ constexpr int32_t kIntMin = std::numeric_limits<int32_t>::min();
 constexpr int32_t kIntMax = std::numeric_limits<int32_t>::max();
 constexpr int32_t kIdMax = 0x7fffffff;
 constexpr int32_t kMaxDataType = 17;
-
-// The "%e" text of `v` when it is a multiple of 1/8 below 2^50 in magnitude
-// with at most seven significant digits (so that the text is exact), else
-// nothing; returns the length written to `out` (at most 14 octets).
-size_t short_decimal(double v, char* out) {
-  const double eighths = v * 8;  // exact: a power of two
-  if (!(std::fabs(eighths) < 0x1p50) || eighths != std::trunc(eighths)) return 0;
-  // The value times 1000, an integer.
-  const uint64_t thousandths = static_cast<uint64_t>(std::fabs(eighths)) * 125;
-  char digits[24] = {};
-  const auto end = std::to_chars(digits, digits + sizeof digits, thousandths).ptr;
-  const int count = static_cast<int>(end - digits);
-  for (int d = 7; d < count; ++d) {
-    if (digits[d] != '0') return 0;
-  }
-  size_t n = 0;
-  if (v < 0) out[n++] = '-';
-  out[n++] = digits[0];
-  out[n++] = '.';
-  for (int d = 1; d <= 6; ++d) out[n++] = d < count ? digits[d] : '0';
-  const int exponent = count - 1 - 3;
-  out[n++] = 'e';
-  out[n++] = exponent < 0 ? '-' : '+';
-  const int magnitude = exponent < 0 ? -exponent : exponent;
-  out[n++] = static_cast<char>('0' + magnitude / 10);
-  out[n++] = static_cast<char>('0' + magnitude % 10);
-  return n;
-}
 
 // The identifier octet of a tag below 248, as protocol::encode_tag writes it.
 constexpr uint8_t short_tag(TagCode tag) {
@@ -76,7 +46,7 @@ class Writer {
   void int32(int32_t v, int32_t min = kIntMin, int32_t max = kIntMax) {
     if (v < min || v > max) {
       AppendingSink sink(out_);
-      protocol::BerIntegerTemplate<int32_t>(v, min, max, protocol::BE_INTEGER).write(sink, legacy_);
+      protocol::BerInt32::encode(sink, v, min, max, protocol::BE_INTEGER);
     }
     integer(v);
   }
@@ -88,7 +58,7 @@ class Writer {
   void text(const std::string& v, size_t max) {
     if (v.size() > max) {
       AppendingSink sink(out_);
-      protocol::BerString(const_cast<std::string&>(v), max, stringTag_).write(sink, legacy_);
+      protocol::BerString::encode(sink, v, max, stringTag_);
     }
     uint8_t header[16];
     size_t h = protocol::encode_tag(stringTag_, header);
@@ -103,32 +73,11 @@ class Writer {
   }
   void severity(int32_t v) {
     AppendingSink sink(out_);
-    protocol::Severity(v).write(sink, legacy_);
+    protocol::Severity::encode(sink, v);
   }
-  // As protocol::BerReal writes it: NaN 60, infinities 40/41, zero without
-  // content, anything else 00 and the "%e" text of the value (which
-  // std::to_chars gives exactly, without the locale).
   void real(double v) {
-    char content[64];
-    size_t n = 0;
-    if (std::isnan(v)) {
-      content[n++] = 0x60;
-    } else if (std::fabs(v) >= 1.0 && v == v / 2) {
-      content[n++] = v > 0 ? 0x40 : 0x41;
-    } else if (v != 0.0) {
-      content[n++] = 0x00;
-      n += short_decimal(v, content + 1);
-      if (n == 1) {
-        const auto result = std::to_chars(content + 1, content + sizeof content, v,
-                                          std::chars_format::scientific, 6);
-        n = static_cast<size_t>(result.ptr - content);
-      }
-    }
-    uint8_t header[8];
-    size_t h = protocol::encode_tag(protocol::BE_REAL, header);
-    h += protocol::encode_length(n, header + h);
-    out_.append(reinterpret_cast<const char*>(header), h);
-    out_.append(content, n);
+    AppendingSink sink(out_);
+    protocol::BerReal::encode(sink, v, protocol::BE_REAL);
   }
 
   bool legacy() const { return legacy_; }
