@@ -41,6 +41,17 @@ struct Harness {
   explicit Harness(std::unique_ptr<ScriptedStream> s)
       : stream(s.get()), reader(protocol::guiProtocol(), std::move(s)) {}
 
+  // Scripts `bytes`: with cut 0 one octet per read, otherwise two chunks
+  // split at `cut`.
+  void feed(const Bytes& bytes, size_t cut) {
+    if (cut == 0) {
+      stream->octets(bytes);
+    } else {
+      stream->chunk(Bytes(bytes.begin(), bytes.begin() + cut));
+      stream->chunk(Bytes(bytes.begin() + cut, bytes.end()));
+    }
+  }
+
   // readSome until the script is used up; every message written back in
   // the connection's encoding.
   Texts drain() {
@@ -107,13 +118,8 @@ TEST(BerReaderTest, AnySplitDecodesTheSame) {
     const Bytes bytes = from_hex(c.stream);
     for (size_t cut = 0; cut <= bytes.size(); ++cut) {
       SCOPED_TRACE("cut at " + std::to_string(cut));
-      Harness h;  // cut 0: one octet per read; otherwise two chunks
-      if (cut == 0) {
-        h.stream->octets(bytes);
-      } else {
-        h.stream->chunk(Bytes(bytes.begin(), bytes.begin() + cut));
-        h.stream->chunk(Bytes(bytes.begin() + cut, bytes.end()));
-      }
+      Harness h;
+      h.feed(bytes, cut);
       EXPECT_EQ(h.drain(), c.messages);
       EXPECT_EQ(h.reader.legacy(), c.legacy);
       // Destroyed with a value cut short at any depth (in a string, a set, a
@@ -231,13 +237,8 @@ TEST(BerReaderTest, KeyedFailures) {
     const Bytes bytes = from_hex(c.stream);
     for (size_t cut = 0; cut <= bytes.size(); ++cut) {
       SCOPED_TRACE(c.stream + ", cut at " + std::to_string(cut));
-      Harness h;  // cut 0: one octet per read; otherwise two chunks
-      if (cut == 0) {
-        h.stream->octets(bytes);
-      } else {
-        h.stream->chunk(Bytes(bytes.begin(), bytes.begin() + cut));
-        h.stream->chunk(Bytes(bytes.begin() + cut, bytes.end()));
-      }
+      Harness h;
+      h.feed(bytes, cut);
       EXPECT_EQ(h.drainKeyed(), c.received);
     }
   }
