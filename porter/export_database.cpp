@@ -43,8 +43,10 @@ std::string find_export_root(WalkSource& source, const client::Session& session,
 
 void export_database(const RunSettings& settings, const ExportEnvironment& environment) {
   const ExtraSettings& extra = settings.extra;
-  const net::ConnectionFactory connector =
+  const net::ConnectionFactory tcp =
       extra.timeout > 0 ? net::timedConnectionFactory(extra.timeout) : net::ConnectionFactory();
+  const net::ConnectionFactory& connector =
+      environment.connector != nullptr ? *environment.connector : tcp;
   std::unique_ptr<client::Session> session =
       client::openSession(connector, settings.server, static_cast<uint32_t>(settings.port),
                           "Exporter", settings.login, settings.password, settings.loginDomain);

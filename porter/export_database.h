@@ -4,6 +4,7 @@
 
 #include <iostream>
 
+#include "net/connection.h"
 #include "porter/options.h"
 #include "porter/xml_export.h"
 
@@ -20,6 +21,9 @@ struct ExportEnvironment {
   bool errorIsTerminal = false;  // errorStream shows on a terminal (progress redraws in place)
   XMLExport::Clock clock = XMLExport::system_clock;  // for the Meta timestamp
   PipelineStats* pipelineStats = nullptr;  // with -o pipeline=N, N > 1: the source's counts
+  // Makes the connection to the server in place of TCP (with -o timeout, the
+  // timed TCP connector); null for the default.
+  const net::ConnectionFactory* connector = nullptr;
 };
 
 // Runs the export `settings` describe: logs in to the server (within -o
