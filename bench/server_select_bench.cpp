@@ -119,8 +119,8 @@ BENCHMARK(BM_SelectOverLoopbackRaw)->Arg(1)->Arg(16)->UseRealTime();
 void BM_SelectOverLoopbackViaClient(benchmark::State& state) {
   server::Server s(database(), server::ServerOptions());
   s.start();
-  auto session = client::openSession(net::ConnectionFactory(), "127.0.0.1", s.port(), "Exporter",
-                                     "admin", "secret", ".");
+  auto session = client::openSession(
+      net::ConnectionFactory(), client::Login("127.0.0.1", s.port(), "Exporter", "admin", "secret", "."));
   const std::string root = session->rootDomainId;
   for (auto _ : state) {
     auto select = std::make_shared<client::Select>(root, ".! > .", 0);

@@ -24,13 +24,39 @@ void send(Session& session, const std::shared_ptr<Request>& request) {
   message.req = request->makeBody();
   // Requests sent one after another without an answer taken in between go
   // out together, before the reader next waits for the server.
-  session.reader().queue(message);
+  try {
+    session.reader().queue(message);
+  } catch (const util::ESystemError&) {
+    if (!session.reconnects()) throw;
+    // Sent again with every other outstanding request on the new connection.
+    session.keep_body(id, std::move(message.req));
+    request->state = Request::kSent;
+    session.recover(std::current_exception());
+    return;
+  }
+  if (session.reconnects()) session.keep_body(id, std::move(message.req));
   request->state = Request::kSent;
 }
 
+namespace {
+
+// The next message, over as many connections as the session's
+// reconnecting allows.
+protocol::BerReader::Received receive(Session& session) {
+  for (;;) {
+    if (session.beforeWait && !session.reader().hasReceived()) session.beforeWait();
+    try {
+      return session.reader().nextReceived();
+    } catch (const util::ESystemError&) {
+      session.recover(std::current_exception());
+    }
+  }
+}
+
+}  // namespace
+
 std::shared_ptr<Request> processResponse(Session& session) {
-  if (session.beforeWait && !session.reader().hasReceived()) session.beforeWait();
-  protocol::BerReader::Received received = session.reader().nextReceived();
+  protocol::BerReader::Received received = receive(session);
 
   auto* response = dynamic_cast<protocol::Response*>(received.message.get());
   if (response == nullptr) {
@@ -47,6 +73,7 @@ std::shared_ptr<Request> processResponse(Session& session) {
   // Our own reference keeps the request alive while done() forgets it.
   std::shared_ptr<Request> request = found->second;
   request->state = Request::kAnswered;
+  session.answered();
   // Its answer failed to decode: the failure is this request's, as if its
   // decode() had raised it.
   if (received.failure) std::rethrow_exception(received.failure);
@@ -72,6 +99,7 @@ void forget(Session& session, Request& request) {
     util::assert_failed("forget called with unknown request.");
   }
   session.idsByRequest.erase(byRequest);
+  if (session.reconnects()) session.drop_body(byId->first);
   // Last: this may drop the final reference and destroy the request.
   session.requestsById.erase(byId);
 }

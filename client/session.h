@@ -3,7 +3,9 @@
 // openSession() connects to the server, negotiates the protocol version,
 // logs in and returns the Session through which every request travels
 // (client/request.h). The session is never ended by a message: the
-// connection closes when the Session is destroyed.
+// connection closes when the Session is destroyed. With a ReconnectPolicy
+// that allows tries, a session survives lost connections: it logs in again
+// and sends once more every request still outstanding, with its old id.
 #ifndef TALVIX_CLIENT_SESSION_H_
 #define TALVIX_CLIENT_SESSION_H_
 
@@ -14,6 +16,8 @@
 #include <string>
 #include <unordered_map>
 
+#include "client/login.h"
+#include "client/reconnect.h"
 #include "net/connection.h"
 #include "util/bignum.h"
 
@@ -21,6 +25,7 @@ namespace net {
 class BasicIo;
 }
 namespace protocol {
+class BerConstructed;
 class BerReader;
 }
 
@@ -28,16 +33,13 @@ namespace client {
 
 class Request;
 
-// The version the client asks for: major 2 in the high octet, minor 3.
-constexpr int32_t PROTOCOL_VERSION = 515;
-
 class Session {
  public:
-  // Takes over `reader`, which owns the connection, and switches on its keyed
-  // failures (protocol/ber_reader.h): a Response that fails to decode once its
-  // id is known fails its own request.
-  Session(std::unique_ptr<protocol::BerReader> reader, util::BigNum sessionId,
-          std::string rootDomainId, std::string mibRootId);
+  // Takes over the connection of `loggedIn` and switches on its reader's
+  // keyed failures (protocol/ber_reader.h): a Response that fails to decode
+  // once its id is known fails its own request. With a `reconnector`, lost
+  // connections are replaced through it (recover()).
+  explicit Session(LoggedIn loggedIn, std::unique_ptr<Reconnector> reconnector = nullptr);
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
   ~Session();
@@ -47,6 +49,7 @@ class Session {
   // The connection below the reader; owned by the reader.
   net::BasicIo& connection() { return *connection_; }
 
+  // The first login's answer; a later login must give the same root objects.
   const util::BigNum sessionId;
   const std::string rootDomainId;  // start of the domain lookups
   const std::string mibRootId;     // start object of the MIB query
@@ -65,24 +68,42 @@ class Session {
   // the order of client::send, each Session counting on its own.
   int32_t takeRequestId() { return static_cast<int32_t>(nextRequestId_++); }
 
+  // Whether lost connections are replaced; then client::send keeps each
+  // request's body (keep_body) until forget() drops it.
+  bool reconnects() const { return reconnector_ != nullptr; }
+  void keep_body(int32_t id, std::unique_ptr<protocol::BerConstructed> body);
+  void drop_body(int32_t id);
+
+  // Called with the transport failure (util::ESystemError) that ended the
+  // connection. Without a reconnector the failure is rethrown. Otherwise the
+  // session logs in again and sends every outstanding request once more, in
+  // the order of their ids, on the new connection; the Reconnector's
+  // failures pass out (the one that began the row of tries when none is
+  // left). A later login with other root objects raises util::EConnectError.
+  // References to the old reader() and connection() are invalid afterwards.
+  void recover(std::exception_ptr lost);
+  // An outstanding request was answered (resets the count of tries).
+  void answered() {
+    if (reconnector_ != nullptr) reconnector_->answered();
+  }
+
  private:
+  void adopt(LoggedIn loggedIn);
+
   std::unique_ptr<protocol::BerReader> reader_;
-  net::BasicIo* connection_;
+  net::BasicIo* connection_ = nullptr;
   uint32_t nextRequestId_ = 0;
+  std::unique_ptr<Reconnector> reconnector_;
+  // The bodies of the outstanding requests, kept only when reconnecting.
+  std::map<int32_t, std::unique_ptr<protocol::BerConstructed>> bodies_;
 };
 
-// Connects through `factory` to host:port and logs in as `user` of
-// `loginDomain`. The caller owns the returned session.
-//
-// Refusals raise util::EConnectError: "Server rejected us: " + the server's
-// reason, "Protocol error: Wrong type", "Server does not support our version
-// of the protocol", and "Wrong username / password" for any failure from
-// sending the login to receiving its answer. Transport and decoding errors
-// before the login pass out unchanged (util::ESystemError, protocol::EBer).
-std::unique_ptr<Session> openSession(const net::ConnectionFactory& factory, const std::string& host,
-                                     uint32_t port, const std::string& clientName,
-                                     const std::string& user, const std::string& password,
-                                     const std::string& loginDomain);
+// Connects through `factory` and logs in (client::log_in) as `login` says.
+// Transport failures of the first connection are retried as `policy` allows,
+// and so are later lost connections (Session::recover). The caller owns the
+// returned session. Failures are log_in()'s.
+std::unique_ptr<Session> openSession(const net::ConnectionFactory& factory, const Login& login,
+                                     const ReconnectPolicy& policy = ReconnectPolicy());
 
 }  // namespace client
 

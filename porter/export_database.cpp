@@ -47,9 +47,19 @@ void export_database(const RunSettings& settings, const ExportEnvironment& envir
       extra.timeout > 0 ? net::timedConnectionFactory(extra.timeout) : net::ConnectionFactory();
   const net::ConnectionFactory& connector =
       environment.connector != nullptr ? *environment.connector : tcp;
-  std::unique_ptr<client::Session> session =
-      client::openSession(connector, settings.server, static_cast<uint32_t>(settings.port),
-                          "Exporter", settings.login, settings.password, settings.loginDomain);
+  // Progress and notices show from the login on: a lost connection reports
+  // its tries there.
+  ProgressScope progress(extra.progress, *environment.errorStream, environment.errorIsTerminal,
+                         framed_export(settings));
+  client::ReconnectPolicy reconnecting;
+  reconnecting.attempts = extra.reconnect;
+  reconnecting.firstWait = client::ReconnectPolicy::Seconds(extra.reconnectWait);
+  reconnecting.report = [&progress](const std::string& line) { progress.report_line(line); };
+  std::unique_ptr<client::Session> session = client::openSession(
+      connector,
+      client::Login(settings.server, static_cast<uint32_t>(settings.port), "Exporter",
+                    settings.login, settings.password, settings.loginDomain),
+      reconnecting);
 
   WalkSettings walkSettings{settings.classFilter, settings.history, session->mibRootId};
   add_ignored_classes(walkSettings.filter, DEFAULT_IGNORED_CLASSES);
@@ -62,7 +72,6 @@ void export_database(const RunSettings& settings, const ExportEnvironment& envir
   } else {
     direct = std::make_unique<SequentialSource>(*session);
   }
-  ProgressScope progress(extra.progress, *environment.errorStream, environment.errorIsTerminal);
   WalkSource& source = progress.watch(*direct);
   // The marks held so far show before every wait for the server. The hook
   // is cleared before `progress` goes.

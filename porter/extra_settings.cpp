@@ -28,6 +28,18 @@ bool parse_number(const std::string& text, uint32_t low, uint32_t high, uint32_t
   return true;
 }
 
+// A decimal number of seconds within [0, high], a fraction allowed ("0.25",
+// "2"); no sign, exponent or blanks.
+bool parse_seconds(const std::string& text, double high, double& out) {
+  if (text.empty() || text.find_first_not_of("0123456789.") != std::string::npos) return false;
+  double value = 0;
+  const char* end = text.data() + text.size();
+  auto [ptr, ec] = std::from_chars(text.data(), end, value, std::chars_format::fixed);
+  if (ec != std::errc() || ptr != end || !(value <= high)) return false;
+  out = value;
+  return true;
+}
+
 bool parse_flag(const std::string& text, bool& out) {
   if (text == "1" || text == "on" || text == "yes" || text == "true") {
     out = true;
@@ -77,6 +89,16 @@ const Setting kSettings[] = {
      "timeout=S    give up when connecting or a wait for the server makes no progress for S seconds",
      [](const std::string& v, ExtraSettings& s) { return parse_number(v, 1, 86400, s.timeout); },
      "a whole number of seconds from 1 to 86400"},
+    {"reconnect",
+     "reconnect=N  when the connection fails, connect and log in again up to N times in a row\n"
+     "               (1 to 100; 0, the default, never) and go on where the export was",
+     [](const std::string& v, ExtraSettings& s) { return parse_number(v, 0, 100, s.reconnect); },
+     "a whole number from 0 to 100"},
+    {"reconnect-wait",
+     "reconnect-wait=S  seconds (decimals allowed, default 1) before the first try to reconnect,\n"
+     "               doubled for each further try, at most 60",
+     [](const std::string& v, ExtraSettings& s) { return parse_seconds(v, 60.0, s.reconnectWait); },
+     "a number of seconds from 0 to 60"},
     {"level", "level=N      gzip compression level 0 (none) to 9 (best) for -z",
      [](const std::string& v, ExtraSettings& s) {
        uint32_t level = 0;

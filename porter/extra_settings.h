@@ -27,6 +27,8 @@ struct ExtraSettings {
   ProgressMode progress = ProgressMode::kMarks;
   bool atomic = false;      // -f output written to a temporary file, renamed at the end
   uint32_t timeout = 0;     // seconds for connecting and each wait; 0 = no limit
+  uint32_t reconnect = 0;   // tries in a row after a lost connection; 0 = none
+  double reconnectWait = 1.0;  // seconds before the first try, doubled for each further one
   int32_t level = -1;       // gzip compression level 0..9; -1 = zlib's default
   std::string passwordFile;  // without -P: the password is this file's first line
   bool help = false;        // print the list of settings and stop

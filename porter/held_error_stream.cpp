@@ -15,12 +15,14 @@ class HeldErrorStream::Buffer : public std::streambuf {
  protected:
   std::streamsize xsputn(const char* text, std::streamsize count) override {
     owner_.held_.append(text, static_cast<size_t>(count));
+    if (count > 0) owner_.lineOpen_ = text[count - 1] != '\n';
     due();
     return count;
   }
   int_type overflow(int_type c) override {
     if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
     owner_.held_ += traits_type::to_char_type(c);
+    owner_.lineOpen_ = traits_type::to_char_type(c) != '\n';
     due();
     return c;
   }
@@ -37,11 +39,12 @@ class HeldErrorStream::Buffer : public std::streambuf {
 };
 
 HeldErrorStream::HeldErrorStream(std::ostream& err, std::chrono::milliseconds interval,
-                                 ClockFunction clock)
+                                 ClockFunction clock, bool lineOpen)
     : err_(err),
       interval_(interval),
       clock_(std::move(clock)),
       lastRelease_(clock_()),
+      lineOpen_(lineOpen),
       marksBuffer_(std::make_unique<Buffer>(*this, false)),
       messagesBuffer_(std::make_unique<Buffer>(*this, true)),
       marks_(std::make_unique<std::ostream>(marksBuffer_.get())),

@@ -33,9 +33,9 @@ class HeldErrorStream {
   static constexpr std::chrono::milliseconds kInterval{100};
 
   // `err` must outlive this object; `clock` is asked at every write to
-  // marks().
+  // marks(). `lineOpen`: text before this object's left a line unfinished.
   explicit HeldErrorStream(std::ostream& err, std::chrono::milliseconds interval = kInterval,
-                           ClockFunction clock = Clock::now);
+                           ClockFunction clock = Clock::now, bool lineOpen = false);
   HeldErrorStream(const HeldErrorStream&) = delete;
   HeldErrorStream& operator=(const HeldErrorStream&) = delete;
   ~HeldErrorStream();
@@ -47,6 +47,9 @@ class HeldErrorStream {
 
   // Writes out and flushes what is held (nothing when nothing is).
   void release();
+  // Whether the last text written through either stream (or, before any,
+  // the text before this object) left its line unfinished.
+  bool lineOpen() const { return lineOpen_; }
 
  private:
   class Buffer;
@@ -55,6 +58,7 @@ class HeldErrorStream {
   const std::chrono::milliseconds interval_;
   const ClockFunction clock_;
   Clock::time_point lastRelease_;
+  bool lineOpen_;
   std::string held_;
   std::unique_ptr<Buffer> marksBuffer_;
   std::unique_ptr<Buffer> messagesBuffer_;

@@ -48,4 +48,8 @@ char* OptionScanner::last_value() const {
   return arg[1] != '\0' && arg[2] != '\0' ? arg + 2 : nullptr;
 }
 
+bool framed_export(const RunSettings& settings) {
+  return !settings.outputFileName.empty() && settings.extra.progress != ProgressMode::kQuiet;
+}
+
 }  // namespace porter

@@ -74,6 +74,11 @@ struct RunSettings {
   bool operator==(const RunSettings&) const = default;
 };
 
+// Whether the error stream frames the export with "Exporting database" and
+// "Done": a file export that is not quiet. The frame's first line is still
+// open while the export runs.
+bool framed_export(const RunSettings& settings);
+
 }  // namespace porter
 
 #endif  // TALVIX_PORTER_OPTIONS_H_

@@ -193,8 +193,8 @@ class ProgressScope::CountingStream : public OutStream {
   ProgressDisplay& display_;
 };
 
-ProgressScope::ProgressScope(ProgressMode mode, std::ostream& err, bool terminal)
-    : held_(err), marks_(held_.marks()), quiet_(mode == ProgressMode::kQuiet) {
+ProgressScope::ProgressScope(ProgressMode mode, std::ostream& err, bool terminal, bool lineOpen)
+    : held_(err, HeldErrorStream::kInterval, HeldErrorStream::Clock::now, lineOpen), marks_(held_.marks()), quiet_(mode == ProgressMode::kQuiet) {
   if (mode == ProgressMode::kDisplay) display_ = std::make_unique<ProgressDisplay>(err, terminal);
 }
 
@@ -208,6 +208,12 @@ WalkEvents& ProgressScope::events() {
 
 std::ostream& ProgressScope::notices() {
   return display_ == nullptr ? held_.messages() : display_->notices();
+}
+
+void ProgressScope::report_line(const std::string& line) {
+  // The display's notice stream begins a line of its own by itself.
+  const bool newLine = display_ == nullptr && held_.lineOpen();
+  notices() << (newLine ? "\n" : "") << line << '\n' << std::flush;
 }
 
 void ProgressScope::release() { held_.release(); }

@@ -103,7 +103,8 @@ std::string format_elapsed(std::chrono::nanoseconds elapsed);
 class ProgressScope {
  public:
   // `err` must outlive the scope.
-  ProgressScope(ProgressMode mode, std::ostream& err, bool terminal);
+  // `lineOpen`: text before the scope left a line of `err` unfinished.
+  ProgressScope(ProgressMode mode, std::ostream& err, bool terminal, bool lineOpen = false);
   ProgressScope(const ProgressScope&) = delete;
   ProgressScope& operator=(const ProgressScope&) = delete;
   ~ProgressScope();
@@ -114,6 +115,8 @@ class ProgressScope {
   // Where the export's notices go: the display's notice stream, or `err`
   // after the marks held so far.
   std::ostream& notices();
+  // Writes `line` on a line of its own among the notices.
+  void report_line(const std::string& line);
   // Writes out the marks held so far; the export calls it before it waits.
   void release();
   // A source that counts the answers of `source` for the display, or

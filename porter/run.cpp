@@ -135,11 +135,8 @@ class CommandLine {
     return std::nullopt;
   }
 
-  // A file export is framed by "Exporting database" and "Done" unless it is
-  // quiet.
   void run_export(const ExportDriver& exportDatabase) {
-    const bool framed = !settings_.outputFileName.empty() &&
-                        settings_.extra.progress != ProgressMode::kQuiet;
+    const bool framed = framed_export(settings_);
     if (framed) {
       err_ << "Exporting database";
       if (settings_.gzip) err_ << " using gz ";

@@ -104,14 +104,15 @@ TEST_P(AtomicOutputTest, AFailedRenameIsReportedAndCleanedUp) {
 }
 
 // Whole exports against a server that drops the connection in the middle of
-// the walk and one that does not.
+// the walk (then refuses every further one) and one that does not.
 TEST_P(AtomicOutputTest, OnlyAWholeDocumentReplacesTheTarget) {
   server::ServerOptions options;
   options.faults.closeAtRequest = 8;
   server_test::TestServer failing(export_test::exportable_database(), options);
   server_test::TestServer server(export_test::exportable_database());
-  auto export_to = [&](uint16_t port, bool atomic) {
-    std::vector<std::string> args = {"-f" + target_, "-o", atomic ? "atomic=1" : "atomic=0"};
+  auto export_to = [&](uint16_t port, bool atomic, const char* more = "") {
+    std::vector<std::string> args = {"-f" + target_, "-o", atomic ? "atomic=1" : "atomic=0", "-o",
+                                     more};
     if (GetParam()) args.push_back("-z");
     return export_test::run_exporter(port, args);
   };
@@ -119,6 +120,12 @@ TEST_P(AtomicOutputTest, OnlyAWholeDocumentReplacesTheTarget) {
   e2e::write_file(target_, old);
 
   EXPECT_EQ(export_to(failing.port(), true).failure, "Error reading: OsalSocket::read end of stream");
+  EXPECT_EQ(read_file(target_), old);
+  EXPECT_EQ(names(), kOnlyTarget);
+  options.faults.goneAfterFirst = true;
+  server_test::TestServer gone(export_test::exportable_database(), options);
+  EXPECT_EQ(export_to(gone.port(), true, "reconnect=3,reconnect-wait=0").failure,
+            "Error reading: OsalSocket::read end of stream");
   EXPECT_EQ(read_file(target_), old);
   EXPECT_EQ(names(), kOnlyTarget);
 

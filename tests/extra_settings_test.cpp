@@ -44,13 +44,31 @@ INSTANTIATE_TEST_SUITE_P(
         // A bare known name other than help is ignored like an unknown one.
         ApplyCase{"UnknownBareAndEmptyPiecesIgnored", ",,colour=blue,pipeline,,pipeline=2,", "",
                   with([](ExtraSettings& s) { s.pipeline = 2; })},
-        ApplyCase{"LowerLimits", "pipeline=1,level=0,timeout=1,progress=0,atomic=off", "",
-                  with([](ExtraSettings& s) { s.pipeline = 1; s.level = 0; s.timeout = 1; })},
-        ApplyCase{"UpperLimits", "pipeline=4096,level=9,timeout=86400,progress=1,atomic=yes", "",
-                  with([](ExtraSettings& s) {
+        ApplyCase{"LowerLimits",
+                  "pipeline=1,level=0,timeout=1,progress=0,atomic=off,reconnect=0,reconnect-wait=0",
+                  "", with([](ExtraSettings& s) {
+                    s.pipeline = 1; s.level = 0; s.timeout = 1; s.reconnectWait = 0;
+                  })},
+        ApplyCase{"UpperLimits",
+                  "pipeline=4096,level=9,timeout=86400,progress=1,atomic=yes,reconnect=100,"
+                  "reconnect-wait=60.000",
+                  "", with([](ExtraSettings& s) {
                     s.pipeline = 4096; s.level = 9; s.timeout = 86400;
                     s.progress = ProgressMode::kDisplay; s.atomic = true;
+                    s.reconnect = 100; s.reconnectWait = 60;
                   })},
+        ApplyCase{"ReconnectWaitFraction", "reconnect-wait=.25,reconnect=3", "",
+                  with([](ExtraSettings& s) { s.reconnectWait = 0.25; s.reconnect = 3; })},
+        ApplyCase{"ReconnectTooMany", "reconnect=101",
+                  bad("\"101\"", "reconnect", "a whole number from 0 to 100")},
+        ApplyCase{"ReconnectWaitTooLong", "reconnect-wait=60.01",
+                  bad("\"60.01\"", "reconnect-wait", "a number of seconds from 0 to 60")},
+        ApplyCase{"ReconnectWaitNegative", "reconnect-wait=-1",
+                  bad("\"-1\"", "reconnect-wait", "a number of seconds from 0 to 60")},
+        ApplyCase{"ReconnectWaitExponent", "reconnect-wait=1e1",
+                  bad("\"1e1\"", "reconnect-wait", "a number of seconds from 0 to 60")},
+        ApplyCase{"ReconnectWaitDotOnly", "reconnect-wait=.",
+                  bad("\".\"", "reconnect-wait", "a number of seconds from 0 to 60")},
         // progress and quiet: the later of the two wins; =0 leaves the other's mode alone.
         ApplyCase{"Quiet", "quiet=1", "",
                   with([](ExtraSettings& s) { s.progress = ProgressMode::kQuiet; })},

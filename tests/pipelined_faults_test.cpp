@@ -3,7 +3,10 @@
 //  - the connection closes, or an answer arrives as undecodable octets, at
 //    every single request of a whole export: the run fails with the same
 //    failure and the same closing message, and leaves a prefix of the
-//    complete document;
+//    complete document; with -o reconnect, a first connection that closes
+//    there costs nothing but the line that reports it;
+//  - a server gone for good, and one refusing the second login: the tries,
+//    then the failure as without reconnecting;
 //  - every object in turn vanishes between its parent's answer and its own
 //    re-select, has history of an invalid datatype (or of one no answer may
 //    carry, refused while the answer is decoded), lacks its siblingName or
@@ -12,6 +15,7 @@
 //    of order.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -49,9 +53,43 @@ void expect_same_failure(const Outcome& complete, const Outcome& sequential,
   EXPECT_EQ(complete.errors.compare(0, marks, pipelined.errors, 0, marks), 0) << pipelined.errors;
 }
 
+const char kLost[] =
+    "Connection lost (Error reading: OsalSocket::read end of stream); reconnecting, attempt 1 of 3\n";
+
+// Only the first connection closes at request k: with -o reconnect the
+// export, sequential and at depth 16, gets through as if nothing happened,
+// and the error stream shows the complete run's marks around one report
+// line (which begins a line of its own).
+void check_reconnect_at(const std::shared_ptr<const server::Database>& db,
+                        const Outcome& complete, uint32_t k) {
+  server::ServerOptions options;
+  options.faults.closeAtRequest = k;
+  options.faults.faultConnections = 1;
+  auto without_line_ends = [](std::string text) {
+    std::erase(text, '\n');
+    return text;
+  };
+  for (uint32_t depth : {kSequential, 16u}) {
+    SCOPED_TRACE("reconnecting, close at " + std::to_string(k) + ", pipeline=" +
+                 std::to_string(depth));
+    TestServer faulty(db, options);  // a first connection of its own for each run
+    const Outcome outcome =
+        run_exporter(faulty.port(), {"-o", "reconnect=3,reconnect-wait=0"}, depth);
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+    EXPECT_EQ(outcome.document, complete.document);
+    std::string marks = outcome.errors;
+    const size_t line = marks.find(kLost);
+    ASSERT_NE(line, std::string::npos) << marks;
+    EXPECT_TRUE(line == 0 || marks[line - 1] == '\n') << marks;
+    marks.erase(line, sizeof kLost - 1);
+    EXPECT_EQ(without_line_ends(marks), without_line_ends(complete.errors));
+  }
+}
+
 // One run with the connection closing (else an undecodable answer) at
 // request k, sequential and at depths 1 and 64; false when the sequential
-// export got through (k is past its last request).
+// export got through (k is past its last request). A closing connection is
+// also tried with reconnecting.
 bool check_fault_at(const std::shared_ptr<const server::Database>& db, const Outcome& complete,
                     bool close, uint32_t k) {
   server::ServerOptions options;
@@ -66,6 +104,7 @@ bool check_fault_at(const std::shared_ptr<const server::Database>& db, const Out
     SCOPED_TRACE("pipeline=" + std::to_string(depth));
     expect_same_failure(complete, sequential, run_exporter(faulty.port(), {}, depth));
   }
+  if (close) check_reconnect_at(db, complete, k);
   return true;
 }
 
@@ -85,6 +124,72 @@ TEST(PipelinedExportFaultSweep, EveryRequestCanFailAndTheOutcomeIsTheSequentialO
 
   for (uint32_t k = 1; k <= requests; ++k) {
     EXPECT_TRUE(check_fault_at(db, complete, false, k)) << "malformed at " << k;
+  }
+}
+
+// A database that logs its user in once only.
+class OneLogin : public ForwardingDatabase {
+ public:
+  using ForwardingDatabase::ForwardingDatabase;
+  bool checkLogin(const std::string& d, const std::string& u, const std::string& p) const override {
+    return logins_++ == 0 && inner_->checkLogin(d, u, p);
+  }
+
+ private:
+  mutable std::atomic<int> logins_{0};
+};
+
+// The first connection closes at request 5 and no later one gets as far as
+// an answer: a server gone for good (every try fails, then the run ends with
+// the failure and closing message of a run without reconnecting, leaving a
+// prefix of the document) or one that refuses the second login (no further
+// try).
+TEST(ReconnectingExport, EndsAsWithoutItWhenTheServerDoesNotComeBack) {
+  const struct {
+    bool refuseLogin;
+    uint32_t depth;
+    std::vector<std::string> lines;
+    const char* closing;  // null: that of the run without reconnecting
+  } cases[] = {
+      {false, kSequential,
+       {"Connection lost (Error reading: OsalSocket::read end of stream); reconnecting, attempt 1 of 2",
+        "Connection failed (Error reading: OsalSocket::read end of stream); reconnecting, attempt 2 of 2"},
+       nullptr},
+      {false, 16u,
+       {"Connection lost (Error reading: OsalSocket::read end of stream); reconnecting, attempt 1 of 2",
+        "Connection failed (Error reading: OsalSocket::read end of stream); reconnecting, attempt 2 of 2"},
+       nullptr},
+      {true, 16u,
+       {"Connection lost (Error reading: OsalSocket::read end of stream); reconnecting, attempt 1 of 2"},
+       "Failed connecting to server 127.0.0.1\nWrong username / password\n"},
+  };
+  std::shared_ptr<const server::Database> db = tricky_database();
+  TestServer plain(db);
+  const Outcome complete = run_exporter(plain.port(), {}, kSequential);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.refuseLogin ? "login refused" : "gone") + ", pipeline=" +
+                 std::to_string(c.depth));
+    server::ServerOptions options;
+    options.faults.closeAtRequest = 5;
+    options.faults.goneAfterFirst = !c.refuseLogin;
+    std::shared_ptr<const server::Database> served = db;
+    if (c.refuseLogin) served = std::make_shared<OneLogin>(db);
+    TestServer once(served, options);
+    const Outcome outcome = run_exporter(once.port(), {"-o", "reconnect=2,reconnect-wait=0"}, c.depth);
+    TestServer again(db, options);
+    const Outcome plainFailure = run_exporter(again.port(), {}, c.depth);
+
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(complete.document.compare(0, outcome.document.size(), outcome.document), 0);
+    const std::string closing = c.closing != nullptr ? c.closing : closing_message(plainFailure);
+    ASSERT_GE(outcome.errors.size(), closing.size());
+    EXPECT_EQ(outcome.errors.substr(outcome.errors.size() - closing.size()), closing);
+    std::vector<std::string> lines;
+    for (size_t at = outcome.errors.find("Conn"); at != std::string::npos;
+         at = outcome.errors.find("Conn", at + 1)) {
+      lines.push_back(outcome.errors.substr(at, outcome.errors.find('\n', at) - at));
+    }
+    EXPECT_EQ(lines, c.lines) << outcome.errors;
   }
 }
 

@@ -163,9 +163,9 @@ class DeadStream : public net::BasicIo {
 };
 
 client::Session silentSession() {
-  return client::Session(std::make_unique<protocol::BerReader>(protocol::guiProtocol(),
-                                                               std::make_unique<DeadStream>()),
-                         util::BigNum(1), "root", "mib");
+  return client::Session(client::LoggedIn{
+      std::make_unique<protocol::BerReader>(protocol::guiProtocol(), std::make_unique<DeadStream>()),
+      util::BigNum(1), "root", "mib"});
 }
 
 TEST(RequestPipelineTest, AwaitOfARequestNeverSentReturnsAtOnce) {

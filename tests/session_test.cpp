@@ -1,9 +1,12 @@
-// The login handshake against a scripted server that sends literal octets.
+// The login handshake against a scripted server that sends literal octets,
+// and the tries of a session that reconnects.
 #include "client/session.h"
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "protocol/ber_value.h"
 #include "support/scripted_peer.h"
@@ -34,8 +37,9 @@ TEST(LoginTest, SendsItsMessagesLiterallyAndKeepsTheSessionFields) {
       link.send(hex("71 80 02 05 01 02 03 04 05 02 01 00 04 02 52 31 04 01 7A 04 02 4D 31 00 00"));
       link.expectEnd("after the login");
     });
-    auto session = client::openSession(net::ConnectionFactory(), "127.0.0.1", server.port(),
-                                       "Exporter", c.user, c.password, c.domain);
+    auto session = client::openSession(
+        net::ConnectionFactory(),
+        client::Login("127.0.0.1", server.port(), "Exporter", c.user, c.password, c.domain));
     EXPECT_EQ(util::bn_to_string(session->sessionId), "4328719365");
     EXPECT_EQ(session->rootDomainId, "R1");
     EXPECT_EQ(session->mibRootId, "M1");
@@ -101,5 +105,69 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"LoginDropped", kOffer, "", kWrongUser},
         Refusal{"OfferAgain", kOffer, kOffer, kWrongUser}),
     [](const testing::TestParamInfo<Refusal>& info) { return std::string(info.param.name); });
+
+// A connector that is refused `refusals` times, then connects to `port`.
+// Tries are counted in a row, the first failure of a row is the one that
+// ends it, and the waits double from the first up to the limit.
+TEST(ReconnectorTest, TriesWaitsAndTheFailureThatEndsTheRow) {
+  const struct {
+    uint32_t attempts;
+    double firstWait;
+    uint32_t refusals;
+    std::vector<double> waits;
+    const char* failure;  // null: logged in after the refusals
+  } cases[] = {
+      {0, 1, 1, {}, "refused 1"},
+      {3, 1, 3, {1, 2, 4}, "refused 1"},
+      {3, 1, 4, {1, 2, 4}, "refused 1"},
+      {9, 10, 8, {10, 20, 40, 60, 60, 60, 60, 60}, nullptr},
+      {2, 0, 2, {}, nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::to_string(c.attempts) + " attempts, " + std::to_string(c.refusals) +
+                 " refusals");
+    // Only a row that logs in at last connects.
+    std::optional<ScriptedPeer> server;
+    if (c.failure == nullptr) {
+      server.emplace([](PeerLink& link) {
+        link.expect(peer::clientWants(), "ClientWants");
+        link.send(hex(kOffer));
+        link.expect(hex("62 80 00 00"), "NegotiateAck");
+        link.expect(peer::testLogin(), "NewSession");
+        link.send(hex("71 80 02 01 07 02 01 00 04 02 52 31 04 00 04 02 4D 31 00 00"));
+        link.expectEnd("after the login");
+      });
+    }
+    uint32_t refused = 0;
+    net::ConnectionFactory refusing([&](const std::string& host, uint32_t port) {
+      if (refused < c.refusals) throw util::ESystemError("refused " + std::to_string(++refused));
+      return net::ConnectionFactory().connect(host, port);
+    });
+    std::vector<std::string> lines;
+    std::vector<double> waits;
+    client::ReconnectPolicy policy;
+    policy.attempts = c.attempts;
+    policy.firstWait = client::ReconnectPolicy::Seconds(c.firstWait);
+    policy.report = [&lines](const std::string& line) { lines.push_back(line); };
+    policy.sleep = [&waits](client::ReconnectPolicy::Seconds wait) { waits.push_back(wait.count()); };
+    std::string outcome = "(logged in)";
+    try {
+      client::openSession(refusing,
+                          client::Login("127.0.0.1", server ? server->port() : 1, "Exporter",
+                                        "admin", "secret", "lab"),
+                          policy);
+    } catch (const util::ESystemError& e) {
+      outcome = e.text();
+    }
+    EXPECT_EQ(outcome, c.failure != nullptr ? c.failure : "(logged in)");
+    EXPECT_EQ(waits, c.waits);
+    ASSERT_EQ(lines.size(), std::min(c.refusals, c.attempts));
+    for (size_t i = 0; i < lines.size(); ++i) {
+      EXPECT_EQ(lines[i], "Connection failed (refused " + std::to_string(i + 1) +
+                              "); reconnecting, attempt " + std::to_string(i + 1) + " of " +
+                              std::to_string(c.attempts));
+    }
+  }
+}
 
 }  // namespace

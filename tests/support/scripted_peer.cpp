@@ -179,8 +179,8 @@ ScriptedPeer::Script loginThen(const Bytes& requests, const Bytes& answers) {
 }
 
 std::unique_ptr<client::Session> openTestSession(uint16_t port) {
-  return client::openSession(net::ConnectionFactory(), "127.0.0.1", port, "Exporter", "admin",
-                             "secret", "lab");
+  return client::openSession(net::ConnectionFactory(),
+                             client::Login("127.0.0.1", port, "Exporter", "admin", "secret", "lab"));
 }
 
 }  // namespace peer
