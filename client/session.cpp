@@ -35,9 +35,8 @@ void Session::drop_body(int32_t id) { bodies_.erase(id); }
 
 void Session::recover(std::exception_ptr lost) {
   if (reconnector_ == nullptr) std::rethrow_exception(lost);
-  // The old connection goes first: nothing more is read from it.
-  reader_.reset();
-  connection_ = nullptr;
+  // The old connection stays until a new one replaces it, so that the
+  // session stays whole when no try is left.
   LoggedIn fresh = reconnector_->connect(lost, [this](protocol::BerReader& reader) {
     for (auto& [id, body] : bodies_) {
       protocol::Request message;

@@ -80,7 +80,8 @@ class Session {
   // the order of their ids, on the new connection; the Reconnector's
   // failures pass out (the one that began the row of tries when none is
   // left). A later login with other root objects raises util::EConnectError.
-  // References to the old reader() and connection() are invalid afterwards.
+  // After a new login, references to the old reader() and connection() are
+  // invalid; when recover() throws, the old ones stay.
   void recover(std::exception_ptr lost);
   // An outstanding request was answered (resets the count of tries).
   void answered() {

@@ -72,7 +72,8 @@ TEST(TimedConnectionTest, AConnectThatIsNeverAnsweredEndsAfterTheLimit) {
 }
 
 // Whole exports with the limit: an answer later than it ends the export
-// before the output is opened, one within it changes nothing. The command
+// before the output is opened (after a try to reconnect, when allowed), one
+// within it changes nothing. The command
 // line's message for a bad value is in run_test.
 TEST(TimeoutExportTest, OnlyAnAnswerLaterThanTheLimitEndsTheExport) {
   server::ServerOptions options;
@@ -82,6 +83,15 @@ TEST(TimeoutExportTest, OnlyAnAnswerLaterThanTheLimitEndsTheExport) {
   EXPECT_EQ(late.failure, "No answer from server 127.0.0.1:" + std::to_string(slow.port()) +
                               " within 2 seconds");
   EXPECT_EQ(late.document, "") << "the output is opened only after the lookups";
+  // A wait past the limit is a lost connection to reconnecting; the server is
+  // as slow again, and the run ends as without reconnecting.
+  const export_test::Outcome again =
+      export_test::run_exporter(slow.port(), {"-o", "timeout=2,reconnect=1,reconnect-wait=0"});
+  EXPECT_EQ(again.failure, late.failure);
+  EXPECT_NE(again.errors.find("Connection lost (" + late.failure +
+                              "); reconnecting, attempt 1 of 1\n"),
+            std::string::npos)
+      << again.errors;
 
   server_test::TestServer server(export_test::exportable_database());
   const export_test::Outcome untimed = export_test::run_exporter(server.port(), {});
