@@ -116,6 +116,13 @@ void ProgressDisplay::notice(const char* text, size_t length) {
   atLineStart_ = text[length - 1] == '\n';
 }
 
+void ProgressDisplay::notice_line(const std::string& line) {
+  if (!lineOpen_ && !atLineStart_) out_ << '\n';
+  notice(line.data(), line.size());
+  notice("\n", 1);
+  out_.flush();
+}
+
 namespace {
 
 std::string rate_text(uint64_t count, std::chrono::nanoseconds span) {
@@ -211,9 +218,11 @@ std::ostream& ProgressScope::notices() {
 }
 
 void ProgressScope::report_line(const std::string& line) {
-  // The display's notice stream begins a line of its own by itself.
-  const bool newLine = display_ == nullptr && held_.lineOpen();
-  notices() << (newLine ? "\n" : "") << line << '\n' << std::flush;
+  if (display_ != nullptr) {
+    display_->notice_line(line);
+    return;
+  }
+  held_.messages() << (held_.lineOpen() ? "\n" : "") << line << '\n' << std::flush;
 }
 
 void ProgressScope::release() { held_.release(); }

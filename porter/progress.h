@@ -59,6 +59,9 @@ class ProgressDisplay : public WalkEvents {
   // date less than zero)"): their text goes to `out` unchanged, on a line of
   // its own when the display was drawing one. Valid as long as the display.
   std::ostream& notices();
+  // Writes `line` and a line end as a notice, on a line of its own whatever
+  // was written before.
+  void notice_line(const std::string& line);
 
   // Writes the line with the totals and ends it. Events after this are
   // counted but not drawn.

@@ -111,6 +111,21 @@ TEST_F(ProgressDisplayTest, NoticesGetALineOfTheirOwnAndAnUnfinishedDisplayEndsI
   }
   EXPECT_EQ(out_.str(), first + notice + second + "\n") << "ended for the messages after it";
 
+  // A report line begins a line of its own after a redrawn line and after a
+  // notice that left its line open, not after one that ended it.
+  std::ostringstream lines;
+  {
+    ProgressDisplay display(lines, true, clock());
+    now_ += 1s;
+    display.object_started();
+    display.notice_line("lost");
+    display.notices() << "(open)";
+    display.notice_line("lost again");
+    display.notice_line("and again");
+  }
+  EXPECT_EQ(lines.str(), "\n1 objects, 0 history series, 0.0 requests/s, 0 B written, 0:00:01"
+                         "\nlost\n(open)\nlost again\nand again\n");
+
   std::ostringstream plain;
   { ProgressDisplay display(plain, false, clock()); }
   EXPECT_EQ(plain.str(), "") << "nothing was drawn, so nothing is ended";
@@ -169,8 +184,11 @@ TEST(HeldErrorStreamTest, MarksWaitForAReleaseANoticeTheIntervalOrTheEnd) {
     held.marks() << "e";
     EXPECT_EQ(err.str(), "a\n.b(notice)cde");
     held.marks() << "f";
+    EXPECT_TRUE(held.lineOpen());
+    held.messages() << "(notice)\n";
+    EXPECT_FALSE(held.lineOpen());
   }
-  EXPECT_EQ(err.str(), "a\n.b(notice)cdef");
+  EXPECT_EQ(err.str(), "a\n.b(notice)cdef(notice)\n");
 }
 
 // A whole export with the display in place of the marks: the same document,
