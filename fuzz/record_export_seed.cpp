@@ -9,6 +9,11 @@
 // server's root domain and MIB root must be export_replay.h's ids (e.g.
 // the stand-in server's --generate databases). Exits with 1 and a message
 // on any failure.
+//
+// The seeds in fuzz/seeds/export were made from the bundled sample with
+// "dom-root" and "mib-root" renamed to "d0" and "mib" (octets 0x00, 0x62,
+// 0x39 and 0x07), from --generate 2x1x5x2/1 (0x00) and from the same shape
+// with --reverse-window 4 --stray-every 5 (0xB3).
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
