@@ -201,7 +201,9 @@ class ProgressScope::CountingStream : public OutStream {
 };
 
 ProgressScope::ProgressScope(ProgressMode mode, std::ostream& err, bool terminal, bool lineOpen)
-    : held_(err, HeldErrorStream::kInterval, HeldErrorStream::Clock::now, lineOpen), marks_(held_.marks()), quiet_(mode == ProgressMode::kQuiet) {
+    : held_(err, HeldErrorStream::kInterval, HeldErrorStream::Clock::now, lineOpen),
+      marks_(held_.marks()),
+      quiet_(mode == ProgressMode::kQuiet) {
   if (mode == ProgressMode::kDisplay) display_ = std::make_unique<ProgressDisplay>(err, terminal);
 }
 
