@@ -7,6 +7,7 @@
 
 #include "client/session.h"
 #include "protocol/messages.h"
+#include "net/string_output.h"
 #include "util/error.h"
 
 namespace fuzz {
@@ -16,16 +17,6 @@ namespace {
 constexpr uint32_t kPipelines[4] = {1, 2, 16, 64};
 // Small pieces cut every field at every octet; larger ones cut messages.
 constexpr size_t kChunkSizes[16] = {0, 1, 2, 3, 4, 5, 7, 8, 11, 16, 31, 64, 127, 256, 1000, 4096};
-
-class StringSink : public net::ByteOutput {
- public:
-  void write(const void* data, size_t length) override {
-    bytes.append(static_cast<const char*>(data), length);
-  }
-  void flush() override {}
-
-  std::string bytes;
-};
 
 }  // namespace
 
@@ -42,7 +33,7 @@ ReplaySettings decode_settings(uint8_t octet) {
 }
 
 std::string handshake_octets() {
-  StringSink sink;
+  net::StringOutput sink;
   protocol::ServerOffers offer;
   offer.version = client::PROTOCOL_VERSION;
   offer.authentication = std::make_unique<protocol::ServerNoAuth>();

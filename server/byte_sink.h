@@ -1,24 +1,16 @@
-// An output stream that appends everything written to a string, for
-// encoding a message completely before any of it goes to a connection.
+// Output streams that collect what is written in a string.
 #ifndef TALVIX_SERVER_BYTE_SINK_H_
 #define TALVIX_SERVER_BYTE_SINK_H_
 
 #include <string>
 
 #include "net/basic_io.h"
+#include "net/string_output.h"
 #include "protocol/ber_value.h"
 
 namespace server {
 
-class ByteSink : public net::ByteOutput {
- public:
-  void write(const void* data, size_t length) override {
-    bytes.append(static_cast<const char*>(data), length);
-  }
-  void flush() override {}
-
-  std::string bytes;
-};
+using ByteSink = net::StringOutput;
 
 // An output stream that appends everything written to a string it does not
 // own, which must outlive it.
