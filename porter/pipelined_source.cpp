@@ -5,6 +5,7 @@
 #include <exception>
 #include <map>
 #include <set>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -23,7 +24,18 @@ namespace {
 // An object visited at key P asks, in this order, P.0 (".! > ."), P.1 (".!"),
 // P.2.i (history series i), P.3 (the MIB selection); its MIB children are
 // visited at P.4.k and its other children at P.5.k.
-using Key = std::vector<uint32_t>;
+//
+// A key is kept as a byte string in which each step takes one to five
+// octets, so that keys compare as plain byte strings (memcmp), mostly
+// without an allocation of their own. The step's first octet tells its
+// length, and the lengths grow with the value:
+//   0xxxxxxx                      0 .. 0x7f
+//   10xxxxxx xxxxxxxx             .. 0x3fff
+//   110xxxxx xxxxxxxx xxxxxxxx    .. 0x1fffff
+//   11100000 and four octets      the rest
+// No encoding is a prefix of another and the octets of a smaller value
+// compare smaller, so byte order is the order of the step sequences.
+using Key = std::string;
 enum Step : uint32_t {
   kReselectStep = 0,
   kFallbackStep = 1,
@@ -33,9 +45,28 @@ enum Step : uint32_t {
   kChildStep = 5,
 };
 
+void append_step(Key& key, uint32_t step) {
+  const auto octet = [](uint32_t v) { return static_cast<char>(static_cast<uint8_t>(v)); };
+  if (step < 0x80) {
+    key += octet(step);
+  } else if (step < 0x4000) {
+    key += octet(0x80 | step >> 8);
+    key += octet(step);
+  } else if (step < 0x200000) {
+    key += octet(0xC0 | step >> 16);
+    key += octet(step >> 8);
+    key += octet(step);
+  } else {
+    key += octet(0xE0);
+    for (int shift = 24; shift >= 0; shift -= 8) key += octet(step >> shift);
+  }
+}
+
 Key extend(const Key& key, std::initializer_list<uint32_t> steps) {
-  Key result = key;
-  result.insert(result.end(), steps);
+  Key result;
+  result.reserve(key.size() + 5 * steps.size());
+  result = key;
+  for (uint32_t step : steps) append_step(result, step);
   return result;
 }
 
