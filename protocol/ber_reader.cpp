@@ -83,13 +83,26 @@ void BerReader::send(const BerValue& message) {
 }
 
 void BerReader::queue(const BerValue& message) {
-  held_ = true;
+  ++held_;
   message.write(*lower_, legacy_);
+  if (held_ >= kSendBatch) sendHeld();
 }
 
 void BerReader::flush() {
   lower_->flush();
-  held_ = false;
+  held_ = 0;
+}
+
+void BerReader::sendHeld() {
+  try {
+    flush();
+  } catch (const util::Exception&) {
+    // The peer may have closed after answering what reached it before:
+    // those answers are still read, and the end of the connection shows
+    // as the read's failure, as it does when each message is sent alone.
+    // A stream that fails on writing fails on reading as well.
+    held_ = 0;
+  }
 }
 
 bool BerReader::readSome(bool stopWhenQueued) {
@@ -98,17 +111,7 @@ bool BerReader::readSome(bool stopWhenQueued) {
     if (!queue_.empty()) return false;
     throw *broken_;
   }
-  if (held_) {
-    try {
-      flush();
-    } catch (const util::Exception&) {
-      // The peer may have closed after answering what reached it before:
-      // those answers are still read, and the end of the connection shows
-      // as the read's failure, as it does when each message is sent alone.
-      // A stream that fails on writing fails on reading as well.
-      held_ = false;
-    }
-  }
+  if (held_ > 0) sendHeld();
   if (sniffPending_) {
     const uint64_t got = lower_->read(sniff_ + sniffFill_, sizeof sniff_ - sniffFill_);
     if (got == 0) return false;

@@ -100,13 +100,17 @@ class BerReader {
   void send(const protocol::BerValue& message);
   // Writes `message` like send() but leaves it in the buffers below: held
   // messages go out together at the next send() or flush(), when the
-  // buffer below fills, and at the latest before the reader next reads from
-  // the stream below, so no answer is ever awaited for a message still held.
+  // buffer below fills, once kSendBatch of them are held (so that the peer
+  // works on a batch while the caller queues the next), and at the latest
+  // before the reader next reads from the stream below, so no answer is
+  // ever awaited for a message still held.
   // Failures of the stream below pass out of send() and flush(); when the
-  // held messages fail to go out before a read, the read goes ahead and its
-  // own failure is the one raised: a peer that closed after answering what
-  // reached it is read to its end, as when every message is sent alone.
+  // held messages fail to go out in a batch or before a read, the next read
+  // goes ahead and its own failure is the one raised: a peer that closed
+  // after answering what reached it is read to its end, as when every
+  // message is sent alone.
   void queue(const protocol::BerValue& message);
+  static constexpr size_t kSendBatch = 16;
   void flush();
   // Whether a complete message waits in the queue.
   bool hasReceived() const { return !queue_.empty(); }
@@ -158,6 +162,9 @@ class BerReader {
   // here, and thrown by every later readSome(); thrown at once otherwise.
   void breakFraming(const protocol::EBer& failure);
 
+  // Sends the held messages; a failure is left for the next read to meet.
+  void sendHeld();
+
   const protocol::BerProtocol& protocol_;
   std::unique_ptr<net::BasicIo> lower_;
 
@@ -178,7 +185,7 @@ class BerReader {
   std::optional<protocol::EBer> broken_;  // the framing failure that ended decoding
 
   bool legacy_ = false;
-  bool held_ = false;  // queue() left output in the buffers below
+  size_t held_ = 0;  // messages queue() left in the buffers below
   bool sniffPending_ = true;
   uint8_t sniff_[8] = {0, 0, 0, 0, 0, 0, 0, 0};
   size_t sniffFill_ = 0;

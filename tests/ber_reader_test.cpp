@@ -296,7 +296,7 @@ TEST(BerReaderTest, ReadFailures) {
   EXPECT_FALSE(empty.reader.readSome(false));
 }
 
-TEST(BerReaderTest, SendWritesInTheConnectionsEncodingAndFlushes) {
+TEST(BerReaderTest, SendAndQueueWriteInTheConnectionsEncodingAndFlushInBatches) {
   Harness h;
   h.stream->chunk(kLegacyWants);
   h.drain();
@@ -306,6 +306,17 @@ TEST(BerReaderTest, SendWritesInTheConnectionsEncodingAndFlushes) {
   h.reader.send(response);
   EXPECT_EQ(to_hex(h.stream->written), kLegacyForget);
   EXPECT_EQ(h.stream->flushes, 1);
+
+  std::string expected = kLegacyForget;
+  for (size_t i = 1; i < BerReader::kSendBatch; ++i) {
+    h.reader.queue(response);
+    expected += " " + kLegacyForget;
+  }
+  EXPECT_EQ(h.stream->flushes, 1);  // still held
+  h.reader.queue(response);
+  expected += " " + kLegacyForget;
+  EXPECT_EQ(h.stream->flushes, 2);  // the batch went out
+  EXPECT_EQ(to_hex(h.stream->written), expected);
 }
 
 }  // namespace
