@@ -62,7 +62,9 @@ std::shared_ptr<client::Request> make_request(const WalkRequest& request) {
     return std::make_shared<client::GetData>(request.startId, request.argument, 0, 2147483647, 1,
                                              0, true);
   }
-  return std::make_shared<client::Select>(request.startId, pattern_of(request), 0);
+  // The walk reads nothing of a child but its class, flags and id.
+  return std::make_shared<client::Select>(request.startId, pattern_of(request), 0,
+                                          client::ChildDetail::kOutline);
 }
 
 bool admit(const WalkSettings& settings, const client::ResultObject& object, bool isRootExport,
