@@ -31,8 +31,10 @@ class BufferIo : public BasicIo {
   // Sends the waiting bytes (if any) and then always flushes the stream below.
   void flush() override;
   // If the read buffer is empty, refills it with one read of the stream below;
-  // then delivers min(capacity, bytes buffered). Never reads the stream below
-  // more than once per call. A capacity of 0 returns 0 without reading.
+  // then delivers min(capacity, bytes buffered). A caller that asks for at
+  // least kBufferSize while the buffer is empty is read into directly, with
+  // the same result and no copy. Never reads the stream below more than once
+  // per call. A capacity of 0 returns 0 without reading.
   uint64_t read(void* buffer, uint64_t capacity) override;
   // Always true.
   bool readable() override;
