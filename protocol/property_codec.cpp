@@ -55,7 +55,8 @@ const V& checked_value(const Property& p, uint32_t wanted, const char* nullMessa
   }
   // The value classes are leaves: comparing the dynamic type is dynamic_cast
   // without its search through the bases.
-  if (p.data == nullptr || typeid(*p.data) != typeid(V)) {
+  const BerConstructed* value = p.data.get();
+  if (value == nullptr || typeid(*value) != typeid(V)) {
     throw util::ETqlError(nullMessage + p.name, kIllegalType);
   }
   return static_cast<const V&>(*p.data);

@@ -36,7 +36,8 @@ TALVIX_MESSAGE_CLASS(Property, kSequence, 3,
                          "data", &Property::data))
 
 bool is_null_value(const Property& property) {
-  return property.data == nullptr || typeid(*property.data) == typeid(NullProp);
+  const BerConstructed* value = property.data.get();
+  return value == nullptr || typeid(*value) == typeid(NullProp);
 }
 
 }  // namespace protocol
