@@ -98,6 +98,8 @@ class BerReader {
   // Writes `message` in the reader's encoding to the stream below and
   // flushes it.
   void send(const protocol::BerValue& message);
+  // Held messages that go out together without waiting for a read.
+  static constexpr size_t kSendBatch = 16;
   // Writes `message` like send() but leaves it in the buffers below: held
   // messages go out together at the next send() or flush(), when the
   // buffer below fills, once kSendBatch of them are held (so that the peer
@@ -110,7 +112,6 @@ class BerReader {
   // after answering what reached it is read to its end, as when every
   // message is sent alone.
   void queue(const protocol::BerValue& message);
-  static constexpr size_t kSendBatch = 16;
   void flush();
   // Whether a complete message waits in the queue.
   bool hasReceived() const { return !queue_.empty(); }
