@@ -11,7 +11,7 @@
 
 namespace client {
 
-ResultObject::ResultObject(protocol::Object& object, ChildDetail childDetail)
+ResultObject::ResultObject(protocol::Object& object)
     : className_(std::move(object.className)),
       flags_(object.flags),
       id_(std::move(object.id)) {
@@ -34,20 +34,7 @@ ResultObject::ResultObject(protocol::Object& object, ChildDetail childDetail)
                     properties_.end());
   children_.reserve(object.children.size());
   for (const std::unique_ptr<protocol::Object>& child : object.children) {
-    if (!child) continue;
-    if (childDetail == ChildDetail::kWhole) {
-      children_.push_back(std::make_unique<ResultObject>(*child));
-    } else {
-      children_.push_back(std::make_unique<ResultObject>(*child, Outline{}));
-    }
-  }
-}
-
-ResultObject::ResultObject(protocol::Object& object, Outline)
-    : className_(std::move(object.className)), flags_(object.flags), id_(std::move(object.id)) {
-  children_.reserve(object.children.size());
-  for (const std::unique_ptr<protocol::Object>& child : object.children) {
-    if (child) children_.push_back(std::make_unique<ResultObject>(*child, Outline{}));
+    if (child) children_.push_back(std::make_unique<ResultObject>(*child));
   }
 }
 
@@ -82,10 +69,9 @@ std::string ResultObject::get_string(const std::string& name) const {
   return text;
 }
 
-Select::Select(const std::string& startId, const std::string& patternText, uint32_t flags,
-               ChildDetail childDetail)
+Select::Select(const std::string& startId, const std::string& patternText, uint32_t flags)
     : startIds_{startId}, pattern_(tql::parse(patternText)), flags_(flags),
-      childDetail_(childDetail), patternText_(patternText) {}
+      patternText_(patternText) {}
 
 Select::~Select() = default;
 
@@ -111,7 +97,7 @@ void Select::decode(protocol::BerConstructed* body) {
     results_.clear();
     for (const std::unique_ptr<protocol::Object>& object : answer->objects) {
       if (!object) continue;
-      auto result = std::make_unique<ResultObject>(*object, childDetail_);
+      auto result = std::make_unique<ResultObject>(*object);
       std::string id = result->id();
       results_.insert_or_assign(std::move(id), std::move(result));
     }

@@ -27,14 +27,6 @@ class Property;
 
 namespace client {
 
-// What a result keeps of the children of its top-level objects.
-enum class ChildDetail {
-  kWhole,    // everything, as of the top-level objects
-  kOutline,  // class name, flags and id (and their children the same way):
-             // their properties are decoded, and fail the answer as they
-             // would, but are freed with the answer's message
-};
-
 // One selected object with its properties and child objects.
 class ResultObject {
  public:
@@ -42,13 +34,11 @@ class ResultObject {
   using NamedProperty = std::pair<std::string_view, std::unique_ptr<protocol::Property>>;
 
   // Takes the class name, id and properties of `object` over (they are left
-  // empty) and builds the children recursively, as `childDetail` says. Of
-  // two properties with the same name the first one is kept.
-  explicit ResultObject(protocol::Object& object, ChildDetail childDetail = ChildDetail::kWhole);
-  // An outline of `object`: takes its class name and id over, and its
-  // children the same way; its properties stay in `object`.
-  struct Outline {};
-  ResultObject(protocol::Object& object, Outline);
+  // empty) and builds the children recursively. Of two properties with the
+  // same name the first one is kept. Children come without properties from
+  // a session that keeps none of nested objects
+  // (Session::keepNestedProperties).
+  explicit ResultObject(protocol::Object& object);
   ResultObject(const ResultObject&) = delete;
   ResultObject& operator=(const ResultObject&) = delete;
   ~ResultObject();
@@ -58,7 +48,7 @@ class ResultObject {
   const std::string& id() const { return id_; }
   // By name, in byte-wise order of the names, each name once.
   const std::vector<NamedProperty>& properties() const { return properties_; }
-  // In the order the server sent them; without properties in outline.
+  // In the order the server sent them.
   const std::vector<std::unique_ptr<ResultObject>>& children() const { return children_; }
 
   bool has_property(const std::string& name) const;
@@ -84,10 +74,8 @@ class ResultObject {
 class Select : public Request {
  public:
   // Parses `patternText` with tql::parse; its errors pass out and no Select
-  // is made. `flags` travel in the SelectReq unchanged. `childDetail`: what
-  // the results keep of their children.
-  Select(const std::string& startId, const std::string& patternText, uint32_t flags,
-         ChildDetail childDetail = ChildDetail::kWhole);
+  // is made. `flags` travel in the SelectReq unchanged.
+  Select(const std::string& startId, const std::string& patternText, uint32_t flags);
   ~Select() override;
 
   // "[\"<start id>\"] <pattern text>".
@@ -115,7 +103,6 @@ class Select : public Request {
   std::vector<std::string> startIds_;
   std::unique_ptr<protocol::PathPattern> pattern_;  // until makeBody()
   uint32_t flags_;
-  ChildDetail childDetail_;
   std::string patternText_;
 };
 

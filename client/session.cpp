@@ -25,6 +25,12 @@ void Session::adopt(LoggedIn loggedIn) {
   // From the login on, a Response that fails to decode once its id is known
   // answers its request (client::processResponse).
   reader_->setKeyedFailures(true);
+  reader_->setNestedProperties(nestedProperties_);
+}
+
+void Session::keepNestedProperties(bool keep) {
+  nestedProperties_ = keep;
+  reader_->setNestedProperties(keep);
 }
 
 void Session::keep_body(int32_t id, std::unique_ptr<protocol::BerConstructed> body) {

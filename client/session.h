@@ -68,6 +68,13 @@ class Session {
   // the order of client::send, each Session counting on its own.
   int32_t takeRequestId() { return static_cast<int32_t>(nextRequestId_++); }
 
+  // Whether the objects among the children of the objects in an answer keep
+  // their properties (true unless switched off): without them, each is
+  // decoded and checked, so that it fails its answer as ever, and freed at
+  // once (protocol::Decoding). Applies to the answers read from now on, on
+  // this connection and every later one.
+  void keepNestedProperties(bool keep);
+
   // Whether lost connections are replaced; then client::send keeps each
   // request's body (keep_body) until forget() drops it.
   bool reconnects() const { return reconnector_ != nullptr; }
@@ -94,6 +101,7 @@ class Session {
   std::unique_ptr<protocol::BerReader> reader_;
   net::BasicIo* connection_ = nullptr;
   uint32_t nextRequestId_ = 0;
+  bool nestedProperties_ = true;
   std::unique_ptr<Reconnector> reconnector_;
   // The bodies of the outstanding requests, kept only when reconnecting.
   std::map<int32_t, std::unique_ptr<protocol::BerConstructed>> bodies_;

@@ -41,7 +41,7 @@ class OpenSequence : public BerConstructed {
   }
   uint32_t requiredFields() const override { return tag_ % 3; }
 
-  ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) override {
+  ChildSlot newChild(uint32_t index, TagCode tag, const Decoding& decoding) override {
     if ((tag & 1) != 0) {
       if (index % 4 == 3) return ChildSlot::owned_by_reader(makeSkipper(tag));
       children_.push_back(std::make_unique<OpenSequence>(tag));
@@ -74,7 +74,7 @@ class OpenSequence : public BerConstructed {
       case BE_NULL:
         return ChildSlot::owned_by_reader(std::make_unique<BerNull>(BE_NULL, false));
       default:
-        if (tag == string_tag(legacy)) {
+        if (tag == string_tag(decoding.legacy)) {
           return ChildSlot::owned_by_reader(std::make_unique<BerString>(text_, 1024, tag));
         }
         if (tag % 7 == 0) throw EBer("Unexpected tag " + std::to_string(tag));

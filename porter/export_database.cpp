@@ -60,6 +60,9 @@ void export_database(const RunSettings& settings, const ExportEnvironment& envir
       client::Login(settings.server, static_cast<uint32_t>(settings.port), "Exporter",
                     settings.login, settings.password, settings.loginDomain),
       reconnecting);
+  // The walk reads nothing of an answer's children but their class, flags,
+  // id and children; their properties are checked and freed as they arrive.
+  session->keepNestedProperties(false);
 
   WalkSettings walkSettings{settings.classFilter, settings.history, session->mibRootId};
   add_ignored_classes(walkSettings.filter, DEFAULT_IGNORED_CLASSES);

@@ -62,9 +62,7 @@ std::shared_ptr<client::Request> make_request(const WalkRequest& request) {
     return std::make_shared<client::GetData>(request.startId, request.argument, 0, 2147483647, 1,
                                              0, true);
   }
-  // The walk reads nothing of a child but its class, flags and id.
-  return std::make_shared<client::Select>(request.startId, pattern_of(request), 0,
-                                          client::ChildDetail::kOutline);
+  return std::make_shared<client::Select>(request.startId, pattern_of(request), 0);
 }
 
 bool admit(const WalkSettings& settings, const client::ResultObject& object, bool isRootExport,

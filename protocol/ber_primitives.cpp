@@ -497,7 +497,7 @@ void BerConstructedSkipper::write(net::ByteOutput&, bool) const {
   util::assert_failed("BerConstructedSkipper::write invoked");
 }
 
-ChildSlot BerConstructedSkipper::newChild(uint32_t, TagCode tag, bool) {
+ChildSlot BerConstructedSkipper::newChild(uint32_t, TagCode tag, const Decoding&) {
   return ChildSlot::owned_by_reader(makeSkipper(tag));
 }
 

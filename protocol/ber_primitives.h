@@ -333,7 +333,7 @@ class BerConstructedSkipper : public BerConstructed {
   bool operator<(const BerValue& other) const override;
   bool operator>(const BerValue& other) const override;
   void write(net::ByteOutput& stream, bool legacy) const override;
-  ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) override;
+  ChildSlot newChild(uint32_t index, TagCode tag, const Decoding& decoding) override;
   uint32_t requiredFields() const override { return 0; }
 
  private:

@@ -84,7 +84,7 @@ void BerReader::send(const BerValue& message) {
 
 void BerReader::queue(const BerValue& message) {
   ++held_;
-  message.write(*lower_, legacy_);
+  message.write(*lower_, decoding_.legacy);
   if (held_ >= kSendBatch) sendHeld();
 }
 
@@ -119,7 +119,7 @@ bool BerReader::readSome(bool stopWhenQueued) {
     sniffFill_ += static_cast<size_t>(got);
     if (std::memcmp(sniff_, kLegacyMarker, sniffFill_) == 0) {
       if (sniffFill_ < sizeof sniff_) return false;
-      legacy_ = true;
+      decoding_.legacy = true;
     }
     sniffPending_ = false;
     return parse(sniff_, sniffFill_, stopWhenQueued);
@@ -294,7 +294,7 @@ void BerReader::startValue() {
     }
   };
   if (stack_.empty()) {
-    withPath([&] { message = protocol_.makeMessage(tag_, legacy_); });
+    withPath([&] { message = protocol_.makeMessage(tag_, decoding_.legacy); });
     value = message.get();
   } else {
     Entry& top = stack_.back();
@@ -302,7 +302,7 @@ void BerReader::startValue() {
     // Once the message failed its values are skipped, not asked for.
     const bool asked = !failure_ && guarded([&] {
       withPath([&] {
-        protocol::ChildSlot slot = top.value->newChild(index, tag_, legacy_);
+        protocol::ChildSlot slot = top.value->newChild(index, tag_, decoding_);
         value = slot.value;
         transient = std::move(slot.transient);
       });
@@ -314,7 +314,7 @@ void BerReader::startValue() {
   }
 
   if (value == nullptr) util::assert_failed("Value neither BerPrimitive nor BerConstructed");
-  const protocol::TagCode own = value->tag(legacy_);
+  const protocol::TagCode own = value->tag(decoding_.legacy);
   if (own != tag_) {
     std::string where = " at top level";
     if (!stack_.empty()) {

@@ -117,7 +117,11 @@ class BerReader {
   bool hasReceived() const { return !queue_.empty(); }
   // Whether the peer uses the legacy encoding (final once the first eight
   // octets have arrived).
-  bool legacy() const { return legacy_; }
+  bool legacy() const { return decoding_.legacy; }
+  // Whether objects nested in another object's children keep their
+  // properties (protocol::Decoding; kept unless switched off); applies to
+  // the values that start from now on.
+  void setNestedProperties(bool keep) { decoding_.nestedProperties = keep; }
 
   // The oldest complete message, reading (readSome(false)) until one is
   // queued; its message is never null, the caller owns it. Blocks as long as
@@ -185,7 +189,7 @@ class BerReader {
   std::exception_ptr failure_;     // its first failure; the rest of it is skipped
   std::optional<protocol::EBer> broken_;  // the framing failure that ended decoding
 
-  bool legacy_ = false;
+  protocol::Decoding decoding_;  // legacy: final once the first eight octets are in
   size_t held_ = 0;  // messages queue() left in the buffers below
   bool sniffPending_ = true;
   uint8_t sniff_[8] = {0, 0, 0, 0, 0, 0, 0, 0};

@@ -60,6 +60,18 @@ class BerPrimitive : public BerValue {
   BerPrimitive* asPrimitive() final { return this; }
 };
 
+// What the reader tells the receiver of every child along with its tag.
+struct Decoding {
+  // The peer's encoding (see BerReader).
+  bool legacy = false;
+  // Whether an object that arrives among another object's children keeps its
+  // properties (protocol::Object). When false, each of its properties is
+  // decoded and checked as usual and then freed before the next one starts,
+  // so a property that fails still fails its message; the object keeps its
+  // class name, flags, id and children.
+  bool nestedProperties = true;
+};
+
 // What newChild() returns: the object that receives the child. When
 // `transient` is set the reader owns the object (`value` points into it) and
 // destroys it once the child is complete (bound primitives, list adapters,
@@ -79,7 +91,7 @@ class BerConstructed : public BerValue {
  public:
   // The object that receives child `index` (0-based), which arrived with
   // `tag`. Throws EBer when the tag is not acceptable at that position.
-  virtual ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) = 0;
+  virtual ChildSlot newChild(uint32_t index, TagCode tag, const Decoding& decoding) = 0;
   // The least number of children that must have arrived when the value ends.
   virtual uint32_t requiredFields() const = 0;
   BerConstructed* asConstructed() final { return this; }

@@ -13,8 +13,9 @@
 // It is made for one write or one read and never copied (clone() throws).
 //
 // Ownership: a message owns its pointer fields, choice alternatives, value
-// choices and list elements. A list adapter owns nothing; the vector it is
-// bound to must outlive it.
+// choices and list elements. A list adapter owns nothing but the element it
+// is reading when it drops its elements; the vector it is bound to must
+// outlive it.
 #ifndef TALVIX_PROTOCOL_MESSAGE_BASE_H_
 #define TALVIX_PROTOCOL_MESSAGE_BASE_H_
 
@@ -54,7 +55,7 @@ class Message : public BerConstructed {
   void write(net::ByteOutput& stream, bool legacy) const override;
   // Children beyond the declared fields are skipped; a child whose tag does
   // not fit its field throws EBer.
-  ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) override;
+  ChildSlot newChild(uint32_t index, TagCode tag, const Decoding& decoding) override;
   uint32_t requiredFields() const override;
 
   // The class's tag in the given encoding and its name ("SelectReq").
@@ -75,8 +76,18 @@ class ListAdapter : public BerConstructed {
  public:
   using Items = std::vector<Element>;
 
-  // Bound to `items`, which must outlive the adapter.
-  explicit ListAdapter(Items& items) : items_(&items) {}
+  // Bound to `items`, which must outlive the adapter. `onAppend`, when set,
+  // is applied to every element that reading appends, before it is read.
+  explicit ListAdapter(Items& items, void (*onAppend)(Element&) = nullptr)
+      : items_(&items), onAppend_(onAppend) {}
+  // For reading only: bound to a vector of its own that keeps just the
+  // element being read. Each element is checked as in a kept list and freed
+  // when the next one starts; the last one goes with the adapter.
+  struct DropElements {};
+  explicit ListAdapter(DropElements) : items_(&dropped_), drops_(true) {}
+  // Out of line: the element type is complete only where the list class is
+  // instantiated.
+  ~ListAdapter() override;
   ListAdapter(const ListAdapter&) = delete;
   ListAdapter& operator=(const ListAdapter&) = delete;
 
@@ -88,7 +99,7 @@ class ListAdapter : public BerConstructed {
   bool operator>(const BerValue& other) const override;
   void write(net::ByteOutput& stream, bool legacy) const override;
   // Appends a new element, then checks the tag against the element type.
-  ChildSlot newChild(uint32_t index, TagCode tag, bool legacy) override;
+  ChildSlot newChild(uint32_t index, TagCode tag, const Decoding& decoding) override;
   uint32_t requiredFields() const override { return 0; }
 
   static TagCode staticTag(bool legacy);
@@ -101,6 +112,9 @@ class ListAdapter : public BerConstructed {
 
  private:
   Items* items_;
+  void (*onAppend_)(Element&) = nullptr;
+  bool drops_ = false;
+  Items dropped_;
 };
 
 // The value of a nullable integer field; taking the value of an absent one

@@ -53,9 +53,10 @@ int compare_values(const BerValue* a, const BerValue* b) {
   return *a > *b ? 1 : 0;
 }
 
-ChildSlot ChoiceCodec::read(Value& v, TagCode tag, bool legacy, const Site& site) const {
+ChildSlot ChoiceCodec::read(Value& v, TagCode tag, const Decoding& decoding,
+                            const Site& site) const {
   for (const Alternative& alt : alternatives) {
-    if (alt.tag(legacy) == tag) {
+    if (alt.tag(decoding.legacy) == tag) {
       v = alt.make();
       return ChildSlot::owned_by_parent(v.get());
     }
@@ -68,10 +69,11 @@ void ChoiceCodec::copy(Value& to, const Value& from) const {
   if (from != nullptr) to.reset(util::checked_cast<BerConstructed>(from->clone().release()));
 }
 
-ChildSlot ValueChoiceCodec::read(Value& v, TagCode tag, bool legacy, const Site& site) const {
+ChildSlot ValueChoiceCodec::read(Value& v, TagCode tag, const Decoding& decoding,
+                                 const Site& site) const {
   if (tag == BE_INTEGER) {
     v = std::make_unique<BerIntegerTemplate<int32_t>>(kIntMin, kIntMax, BE_INTEGER);
-  } else if (tag == string_tag(legacy)) {
+  } else if (tag == string_tag(decoding.legacy)) {
     v = std::make_unique<BerString>(65536, tag);
   } else if (tag == BE_NULL) {
     v = std::make_unique<BerNull>(BE_NULL, true);

@@ -81,9 +81,9 @@ struct StringCodec : PlainCodec<std::string> {
   void write(const std::string& v, net::ByteOutput& io, bool legacy, const Site&) const {
     BerString::encode(io, v, max, string_tag(legacy));
   }
-  ChildSlot read(std::string& v, TagCode tag, bool legacy, const Site&) const {
-    if (tag != string_tag(legacy)) {
-      throw_tag_mismatch(tag, legacy ? "BE_STRING_LEGACY" : "BE_STRING_CURRENT");
+  ChildSlot read(std::string& v, TagCode tag, const Decoding& decoding, const Site&) const {
+    if (tag != string_tag(decoding.legacy)) {
+      throw_tag_mismatch(tag, decoding.legacy ? "BE_STRING_LEGACY" : "BE_STRING_CURRENT");
     }
     return ChildSlot::owned_by_reader(std::make_unique<BerString>(v, max, tag));
   }
@@ -96,7 +96,7 @@ struct IntegerCodec : PlainCodec<T> {
   void write(const T& v, net::ByteOutput& io, bool, const Site&) const {
     BerIntegerTemplate<T>::encode(io, v, min, max, BE_INTEGER);
   }
-  ChildSlot read(T& v, TagCode tag, bool, const Site&) const {
+  ChildSlot read(T& v, TagCode tag, const Decoding&, const Site&) const {
     if (tag != BE_INTEGER) throw_tag_mismatch(tag, "BE_INTEGER");
     return ChildSlot::owned_by_reader(std::make_unique<BerIntegerTemplate<T>>(v, min, max, tag));
   }
@@ -108,7 +108,7 @@ struct IntegerCodec : PlainCodec<T> {
 template <class T, class P, TagCode kTag>
 struct FixedTagCodec : PlainCodec<T> {
   void write(const T& v, net::ByteOutput& io, bool, const Site&) const { P::encode(io, v, kTag); }
-  ChildSlot read(T& v, TagCode tag, bool, const Site&) const {
+  ChildSlot read(T& v, TagCode tag, const Decoding&, const Site&) const {
     if (tag != kTag) throw_tag_mismatch(tag, name(kTag));
     return ChildSlot::owned_by_reader(std::make_unique<P>(v, kTag));
   }
@@ -126,7 +126,7 @@ struct EnumCodec : PlainCodec<int32_t> {
   void write(const int32_t& v, net::ByteOutput& io, bool, const Site&) const {
     E::encode(io, v);
   }
-  ChildSlot read(int32_t& v, TagCode tag, bool, const Site&) const {
+  ChildSlot read(int32_t& v, TagCode tag, const Decoding&, const Site&) const {
     if (tag != BE_ENUMERATED) throw_tag_mismatch(tag, "BE_ENUMERATED");
     return ChildSlot::owned_by_reader(std::make_unique<E>(v));
   }
@@ -141,9 +141,9 @@ struct PointerCodec {
     if (v == nullptr) null_during_write(site);
     v->write(io, legacy);
   }
-  ChildSlot read(Value& v, TagCode tag, bool legacy, const Site&) const {
-    if (tag != T::staticTag(legacy)) {
-      throw_tag_mismatch(tag, sequence_tag_name(T::typeName(), legacy));
+  ChildSlot read(Value& v, TagCode tag, const Decoding& decoding, const Site&) const {
+    if (tag != T::staticTag(decoding.legacy)) {
+      throw_tag_mismatch(tag, sequence_tag_name(T::typeName(), decoding.legacy));
     }
     if (v == nullptr) v = std::make_unique<T>();
     return ChildSlot::owned_by_parent(v.get());
@@ -167,9 +167,14 @@ struct ListCodec {
   void write(const Value& v, net::ByteOutput& io, bool legacy, const Site&) const {
     L(writable(v)).write(io, legacy);
   }
-  ChildSlot read(Value& v, TagCode tag, bool legacy, const Site&) const {
-    if (tag != L::staticTag(legacy)) throw_tag_mismatch(tag, list_tag_name(L::staticTag(legacy)));
+  ChildSlot read(Value& v, TagCode tag, const Decoding& decoding, const Site&) const {
+    check_tag(tag, decoding);
     return ChildSlot::owned_by_reader(std::make_unique<L>(v));
+  }
+  static void check_tag(TagCode tag, const Decoding& decoding) {
+    if (tag != L::staticTag(decoding.legacy)) {
+      throw_tag_mismatch(tag, list_tag_name(L::staticTag(decoding.legacy)));
+    }
   }
   bool equal(const Value& a, const Value& b) const { return L::equalItems(a, b); }
   int compare(const Value& a, const Value& b) const { return L::compareItems(a, b); }
@@ -195,7 +200,7 @@ struct ChoiceCodec {
     if (v == nullptr) null_during_write(site);
     v->write(io, legacy);
   }
-  ChildSlot read(Value& v, TagCode tag, bool legacy, const Site& site) const;
+  ChildSlot read(Value& v, TagCode tag, const Decoding& decoding, const Site& site) const;
   bool equal(const Value& a, const Value& b) const { return equal_values(a.get(), b.get()); }
   int compare(const Value& a, const Value& b) const { return compare_values(a.get(), b.get()); }
   void copy(Value& to, const Value& from) const;
@@ -210,7 +215,7 @@ struct ValueChoiceCodec {
     if (v == nullptr) null_during_write(site);
     v->write(io, legacy);
   }
-  ChildSlot read(Value& v, TagCode tag, bool legacy, const Site& site) const;
+  ChildSlot read(Value& v, TagCode tag, const Decoding& decoding, const Site& site) const;
   bool equal(const Value& a, const Value& b) const { return equal_values(a.get(), b.get()); }
   int compare(const Value& a, const Value& b) const { return compare_values(a.get(), b.get()); }
   void copy(Value& to, const Value& from) const;
@@ -223,7 +228,7 @@ class FieldOps {
   explicit FieldOps(const char* name) : name_(name) {}
   virtual ~FieldOps() = default;
   virtual void write(const M& m, net::ByteOutput& io, bool legacy, const char* owner) const = 0;
-  virtual ChildSlot read(M& m, TagCode tag, bool legacy, const char* owner) const = 0;
+  virtual ChildSlot read(M& m, TagCode tag, const Decoding& decoding, const char* owner) const = 0;
   virtual bool equal(const M& a, const M& b) const = 0;
   virtual int compare(const M& a, const M& b) const = 0;
   virtual void copy(M& to, const M& from) const = 0;
@@ -236,15 +241,15 @@ template <class M>
 using Field = std::unique_ptr<const FieldOps<M>>;
 
 template <class M, class C>
-class MemberField final : public FieldOps<M> {
+class MemberField : public FieldOps<M> {
  public:
   MemberField(const char* name, typename C::Value M::*member, C codec)
       : FieldOps<M>(name), member_(member), codec_(std::move(codec)) {}
   void write(const M& m, net::ByteOutput& io, bool legacy, const char* owner) const override {
     codec_.write(m.*member_, io, legacy, Site{owner, this->name_});
   }
-  ChildSlot read(M& m, TagCode tag, bool legacy, const char* owner) const override {
-    return codec_.read(m.*member_, tag, legacy, Site{owner, this->name_});
+  ChildSlot read(M& m, TagCode tag, const Decoding& decoding, const char* owner) const override {
+    return codec_.read(m.*member_, tag, decoding, Site{owner, this->name_});
   }
   bool equal(const M& a, const M& b) const override { return codec_.equal(a.*member_, b.*member_); }
   int compare(const M& a, const M& b) const override {
@@ -252,9 +257,51 @@ class MemberField final : public FieldOps<M> {
   }
   void copy(M& to, const M& from) const override { codec_.copy(to.*member_, from.*member_); }
 
- private:
+ protected:
   typename C::Value M::*member_;
   C codec_;
+};
+
+// ---- Objects inside objects ----
+//
+// A class M whose list of L holds objects of class M again marks each of them
+// as nested (a bool member of M, not on the wire); another list of M can then
+// be dropped by the nested ones (Decoding::nestedProperties). The adapters
+// are the list classes themselves, so failure texts name them as ever.
+
+// Sets the flag `Nested` of an element that a list appends.
+template <auto Nested, class T>
+void mark_nested(std::unique_ptr<T>& element) {
+  (*element).*Nested = true;
+}
+
+// The list of L in M whose elements are objects of class M, marked `Nested`.
+template <class M, class L, bool M::*Nested>
+class NestingListField final : public MemberField<M, ListCodec<L>> {
+ public:
+  NestingListField(const char* name, typename L::Items M::*member)
+      : MemberField<M, ListCodec<L>>(name, member, ListCodec<L>()) {}
+  ChildSlot read(M& m, TagCode tag, const Decoding& decoding, const char*) const override {
+    ListCodec<L>::check_tag(tag, decoding);
+    return ChildSlot::owned_by_reader(
+        std::make_unique<L>(m.*this->member_, &mark_nested<Nested, M>));
+  }
+};
+
+// A list of L in M that an M marked `Nested` drops when the reader keeps no
+// nested properties.
+template <class M, class L, bool M::*Nested>
+class DroppableListField final : public MemberField<M, ListCodec<L>> {
+ public:
+  DroppableListField(const char* name, typename L::Items M::*member)
+      : MemberField<M, ListCodec<L>>(name, member, ListCodec<L>()) {}
+  ChildSlot read(M& m, TagCode tag, const Decoding& decoding, const char* owner) const override {
+    if (!(m.*Nested) || decoding.nestedProperties) {
+      return MemberField<M, ListCodec<L>>::read(m, tag, decoding, owner);
+    }
+    ListCodec<L>::check_tag(tag, decoding);
+    return ChildSlot::owned_by_reader(std::make_unique<L>(typename L::DropElements{}));
+  }
 };
 
 // A nullable integer: INTEGER when `present`, else NULL.
@@ -270,7 +317,7 @@ class NullableField final : public FieldOps<M> {
       BerNull::encode(io, BE_NULL);
     }
   }
-  ChildSlot read(M& m, TagCode tag, bool, const char*) const override {
+  ChildSlot read(M& m, TagCode tag, const Decoding&, const char*) const override {
     if (tag == BE_NULL) {
       m.*present_ = false;
       m.*value_ = T();
@@ -352,6 +399,14 @@ Field<M> enumerated(const char* name, int32_t M::*m) {
 template <class L, class M>
 Field<M> list(const char* name, typename L::Items M::*m) {
   return member(name, m, ListCodec<L>());
+}
+template <class L, auto Nested, class M>
+Field<M> nesting_list(const char* name, typename L::Items M::*m) {
+  return std::make_unique<NestingListField<M, L, Nested>>(name, m);
+}
+template <class L, auto Nested, class M>
+Field<M> droppable_list(const char* name, typename L::Items M::*m) {
+  return std::make_unique<DroppableListField<M, L, Nested>>(name, m);
 }
 template <class M, class T>
 Field<M> pointer(const char* name, std::unique_ptr<T> M::*m) {
@@ -460,10 +515,10 @@ void Message<Self>::write(net::ByteOutput& stream, bool legacy) const {
 }
 
 template <class Self>
-ChildSlot Message<Self>::newChild(uint32_t index, TagCode tag, bool legacy) {
+ChildSlot Message<Self>::newChild(uint32_t index, TagCode tag, const Decoding& decoding) {
   const Schema<Self>& s = schema();
   if (index >= s.fields.size()) return ChildSlot::owned_by_reader(makeSkipper(tag));
-  return s.fields[index]->read(self(), tag, legacy, s.name);
+  return s.fields[index]->read(self(), tag, decoding, s.name);
 }
 
 template <class Self>
@@ -521,13 +576,18 @@ void ListAdapter<Self, Element>::write(net::ByteOutput& stream, bool legacy) con
 }
 
 template <class Self, class Element>
-ChildSlot ListAdapter<Self, Element>::newChild(uint32_t, TagCode tag, bool legacy) {
+ListAdapter<Self, Element>::~ListAdapter() = default;
+
+template <class Self, class Element>
+ChildSlot ListAdapter<Self, Element>::newChild(uint32_t, TagCode tag, const Decoding& decoding) {
   const auto& codec = ListSpec<Self>::codec();
   // The element is appended before its tag is checked. A bound primitive
   // receiver refers into the vector; the reader finishes each child before
   // asking for the next, so no later append moves it while it is in use.
+  if (drops_) items_->clear();
   items_->push_back(codec.fresh());
-  return codec.read(items_->back(), tag, legacy, fields::Site{typeName(), nullptr});
+  if (onAppend_ != nullptr) onAppend_(items_->back());
+  return codec.read(items_->back(), tag, decoding, fields::Site{typeName(), nullptr});
 }
 
 template <class Self, class Element>

@@ -37,8 +37,9 @@ TALVIX_MESSAGE_CLASS(Object, kSequence, 7,
                      uint32("flags", &Object::flags),
                      text("id", &Object::id, 32),
                      text("text", &Object::text, 52),
-                     list<ListOfProperty>("properties", &Object::properties),
-                     list<ListOfObject>("children", &Object::children),
+                     droppable_list<ListOfProperty, &Object::nested>("properties",
+                                                                     &Object::properties),
+                     nesting_list<ListOfObject, &Object::nested>("children", &Object::children),
                      list<SetOfInteger0x0to0xffffffff>("numbers", &Object::numbers))
 
 TALVIX_MESSAGE_CLASS(SelectReq, alternative(0), 3,

@@ -49,6 +49,9 @@ class Object : public Message<Object> {
   std::vector<std::unique_ptr<Property>> properties;
   std::vector<std::unique_ptr<Object>> children;
   std::vector<uint32_t> numbers;  // a set
+  // Not on the wire: set on decoding for the objects among another object's
+  // children (see Decoding::nestedProperties).
+  bool nested = false;
 };
 
 class Request : public Message<Request> {

@@ -36,6 +36,22 @@ const std::string kLegacyWants =
     "60 80 02 02 01 00 61 80 16 00 16 00 16 00 01 01 00 01 01 00 01 01 00 00 00 00 00";
 const std::string kLegacyForget = "75 80 02 01 07 65 80 00 00 00 00";
 
+// Object <idHex> of class "N" with `properties` and `children` (hex).
+std::string object(const std::string& idHex, const std::string& properties,
+                   const std::string& children) {
+  return "30 80 04 01 4E 02 01 00 04 01 " + idHex + " 04 00 30 80 " + properties + " 00 00 30 80 " +
+         children + " 00 00 31 80 00 00 00 00";
+}
+// The string property v = "1".
+const std::string kProperty = "30 80 04 01 76 02 01 06 A0 80 04 01 31 00 00 00 00";
+// Response 8, a select answer: object X with kProperty and a child C with
+// `nested` properties and a child G with `nested` properties.
+std::string nestedAnswer(const std::string& nested) {
+  const std::string g = object("47", nested, "");
+  const std::string c = object("43", nested, g);
+  return "75 80 02 01 08 A0 80 30 80 " + object("58", kProperty, c) + " 00 00 00 00 00 00";
+}
+
 struct Harness {
   Harness() : Harness(std::make_unique<ScriptedStream>()) {}
   explicit Harness(std::unique_ptr<ScriptedStream> s)
@@ -108,8 +124,12 @@ TEST(BerReaderTest, AnySplitDecodesTheSame) {
     std::string stream;
     bool legacy;
     Texts messages;
+    bool nestedProperties = true;
   } cases[] = {
       {kSelectWithExtras, false, {to_hex(from_hex(kSelect))}},
+      {nestedAnswer(kProperty), false, {to_hex(from_hex(nestedAnswer(kProperty)))}},
+      // Objects below the answer's own objects, at any depth, lose theirs.
+      {nestedAnswer(kProperty + kProperty), false, {to_hex(from_hex(nestedAnswer("")))}, false},
       {kLegacyWants + kLegacyForget, true, {to_hex(from_hex(kLegacyWants)), kLegacyForget}},
       // Differs from the legacy marker in the sixth octet only.
       {"60 80 02 02 01 01 A0 80 00 00 00 00", false, {"60 80 02 02 01 01 A0 80 00 00 00 00"}},
@@ -119,6 +139,7 @@ TEST(BerReaderTest, AnySplitDecodesTheSame) {
     for (size_t cut = 0; cut <= bytes.size(); ++cut) {
       SCOPED_TRACE("cut at " + std::to_string(cut));
       Harness h;
+      h.reader.setNestedProperties(c.nestedProperties);
       h.feed(bytes, cut);
       EXPECT_EQ(h.drain(), c.messages);
       EXPECT_EQ(h.reader.legacy(), c.legacy);
@@ -209,6 +230,14 @@ TEST(BerReaderTest, KeyedFailures) {
     Texts received;
   } cases[] = {
       {kDatatype18 + kForget6, {"#5 failed: " + kRange18, kForget6, kEnd}},
+      // A string property holding an integer, two objects deep: the same
+      // failure whether nested properties are kept or dropped.
+      {nestedAnswer("30 80 04 01 76 02 01 06 A0 80 02 01 05 00 00 00 00") + kForget6,
+       {"#8 failed: Tag mismatch, got 16 expected BE_STRING_CURRENT, BerReader: "
+        "protocol::Response:2, protocol::SelectResp:1, protocol::ListOfObject:1, protocol::Object:6, "
+        "protocol::ListOfObject:1, protocol::Object:5, protocol::ListOfProperty:1, "
+        "protocol::Property:3, protocol::StringProp:1",
+        kForget6, kEnd}},
       // A datatype of five octets: its content skipped unread.
       {"75 80 02 01 05 A6 80 02 05 00 00 00 00 12 30 80 00 00 00 00 00 00" + kForget6,
        {"#5 failed: Data value exceeds maximum allowed length 5 > 4", kForget6, kEnd}},
@@ -236,10 +265,14 @@ TEST(BerReaderTest, KeyedFailures) {
   for (const auto& c : cases) {
     const Bytes bytes = from_hex(c.stream);
     for (size_t cut = 0; cut <= bytes.size(); ++cut) {
-      SCOPED_TRACE(c.stream + ", cut at " + std::to_string(cut));
-      Harness h;
-      h.feed(bytes, cut);
-      EXPECT_EQ(h.drainKeyed(), c.received);
+      for (bool nestedProperties : {true, false}) {
+        SCOPED_TRACE(c.stream + ", cut at " + std::to_string(cut) +
+                     (nestedProperties ? "" : ", nested properties dropped"));
+        Harness h;
+        h.reader.setNestedProperties(nestedProperties);
+        h.feed(bytes, cut);
+        EXPECT_EQ(h.drainKeyed(), c.received);
+      }
     }
   }
   // takeMessage() gives no failed message: it throws its failure.

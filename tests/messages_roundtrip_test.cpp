@@ -61,7 +61,7 @@ void fill(BerConstructed& value, bool legacy, int depth, bool list = false) {
     TagCode tag = 0;
     for (TagCode candidate : candidate_tags(legacy, list)) {
       try {
-        slot = value.newChild(index, candidate, legacy);
+        slot = value.newChild(index, candidate, protocol::Decoding{legacy});
         tag = candidate;
         break;
       } catch (const EBer&) {
