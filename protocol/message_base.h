@@ -84,7 +84,7 @@ class ListAdapter : public BerConstructed {
   // element being read. Each element is checked as in a kept list and freed
   // when the next one starts; the last one goes with the adapter.
   struct DropElements {};
-  explicit ListAdapter(DropElements) : items_(&dropped_), drops_(true) {}
+  explicit ListAdapter(DropElements) : items_(&dropped_) {}
   // Out of line: the element type is complete only where the list class is
   // instantiated.
   ~ListAdapter() override;
@@ -113,8 +113,7 @@ class ListAdapter : public BerConstructed {
  private:
   Items* items_;
   void (*onAppend_)(Element&) = nullptr;
-  bool drops_ = false;
-  Items dropped_;
+  Items dropped_;  // bound when the adapter drops its elements
 };
 
 // The value of a nullable integer field; taking the value of an absent one

@@ -584,7 +584,7 @@ ChildSlot ListAdapter<Self, Element>::newChild(uint32_t, TagCode tag, const Deco
   // The element is appended before its tag is checked. A bound primitive
   // receiver refers into the vector; the reader finishes each child before
   // asking for the next, so no later append moves it while it is in use.
-  if (drops_) items_->clear();
+  if (items_ == &dropped_) items_->clear();
   items_->push_back(codec.fresh());
   if (onAppend_ != nullptr) onAppend_(items_->back());
   return codec.read(items_->back(), tag, decoding, fields::Site{typeName(), nullptr});
