@@ -4,12 +4,18 @@
 // end. Every decoding failure must surface as an util::Exception, never as
 // a crash, hang or runaway allocation.
 //
+// Each input is read twice, with messages found whole decoded in one pass
+// and with every octet through the state machine; the two readings must
+// give the same messages (compared by their encoding) and end with the same
+// failure, or the target aborts.
+//
 // Two protocols take turns: the client's own message classes, and "open"
 // sequences that accept every child and decode each primitive with the
 // value class its tag suggests, so arbitrary content reaches every
 // primitive decoder as well as the state machine.
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -129,26 +135,48 @@ class ChunkStream : public net::BasicIo {
   size_t pos_ = 0;
 };
 
-}  // namespace
+class ByteString : public net::ByteOutput {
+ public:
+  void write(const void* data, size_t length) override {
+    bytes.append(static_cast<const char*>(data), length);
+  }
+  void flush() override {}
+  std::string bytes;
+};
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size == 0) return 0;
+// What one reading of the input gave: each message's encoding, then the
+// text of the failure that ended it.
+std::string read_input(const uint8_t* data, size_t size, bool wholeMessages) {
   static const OpenProtocol open;
   const BerProtocol& protocol = (data[0] & 0x40) != 0 ? guiProtocol() : open;
   const size_t chunk = (data[0] & 0x3F) == 0 ? 65536 : (data[0] & 0x3F);
   auto owned = std::make_unique<ChunkStream>(data + 1, size - 1, chunk);
   ChunkStream* stream = owned.get();
   protocol::BerReader reader(protocol, std::move(owned));
+  reader.setWholeMessages(wholeMessages);
+  std::string transcript;
   try {
     while (stream->readable()) {
       reader.readSome((data[0] & 0x80) != 0);
       while (auto message = reader.takeMessage()) {
         // A received message goes out again in the connection's encoding.
+        ByteString encoded;
+        message->write(encoded, reader.legacy());
+        transcript += encoded.bytes + "|";
         reader.send(*message);
       }
     }
-  } catch (const util::Exception&) {
+  } catch (const util::Exception& e) {
     // A refused input: what the session would report to the user.
+    transcript += "failure: " + e.text();
   }
+  return transcript;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  if (read_input(data, size, true) != read_input(data, size, false)) std::abort();
   return 0;
 }

@@ -13,7 +13,9 @@ class BerProtocol {
  public:
   virtual ~BerProtocol() = default;
   // A new, empty message for a top-level tag code; throws EBer
-  // "Unknown tag <code>" for any tag that starts no known message.
+  // "Unknown tag <code>" for any tag that starts no known message. May be
+  // asked twice for one arriving message: the reader then drops the first
+  // one, unfinished (a message whose values refused its one-pass decoding).
   virtual std::unique_ptr<BerConstructed> makeMessage(TagCode tag, bool legacy) const = 0;
 };
 

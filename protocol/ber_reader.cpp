@@ -29,6 +29,117 @@ constexpr uint8_t kLegacyMarker[8] = {0x60, 0x80, 0x02, 0x02, 0x01, 0x00, 0x61, 
 // The octet 19: identifier of tag code 200, ignored between values.
 constexpr protocol::TagCode kIgnoredTag = 200;
 
+// Nesting a message decoded in one pass may have; deeper ones are left to
+// the state machine, which bounds the nesting itself (kMaxDepth).
+constexpr size_t kWholeDepth = 64;
+
+// One pass over a message held whole in memory (BerReader::wholeMessage):
+// false wherever the state machine would do anything but take the next
+// value; failures of the values pass out as they are raised.
+class WholeMessage {
+ public:
+  WholeMessage(const uint8_t* at, const protocol::Decoding& decoding)
+      : at_(at), decoding_(decoding) {}
+
+  const uint8_t* at() const { return at_; }
+
+  // A value header (one-octet tag number, neither an end of contents nor
+  // the filler tag) that lies before `limit`.
+  bool header(const uint8_t* limit, protocol::TagCode& tag, size_t& length) {
+    if (limit - at_ < 2) return false;
+    const uint8_t identifier = at_[0];
+    const uint8_t first = at_[1];
+    if ((identifier & 0x1F) == 0x1F) return false;
+    tag = (identifier & 0x1Fu) * 8 + (identifier >> 5);
+    if (tag == 0 || tag == kIgnoredTag) return false;
+    size_t octets = 2;
+    if (first < 0x80) {
+      length = first;
+    } else if (first == 0x80) {
+      length = kIndefinite;
+    } else {
+      const size_t lengthOctets = first & 0x7Fu;
+      if (lengthOctets > 4 || static_cast<size_t>(limit - at_) - 2 < lengthOctets) return false;
+      length = 0;
+      for (size_t i = 0; i < lengthOctets; ++i) length = (length << 8) | at_[2 + i];
+      octets += lengthOctets;
+    }
+    at_ += octets;
+    return true;
+  }
+
+  // Steps over one value before `limit`: header, then the content of a
+  // definite length, or values up to an end of contents, nested at most
+  // kWholeDepth deep. Reads the framing only; no value is asked.
+  bool skip(const uint8_t* limit, size_t depth) {
+    protocol::TagCode tag = 0;
+    size_t length = 0;
+    if (!header(limit, tag, length)) return false;
+    if (length != kIndefinite) {
+      if (length > static_cast<size_t>(limit - at_)) return false;
+      at_ += length;
+      return true;
+    }
+    if (depth >= kWholeDepth) return false;
+    for (;;) {
+      if (limit - at_ >= 2 && at_[0] == 0 && at_[1] == 0) {
+        at_ += 2;
+        return true;
+      }
+      if (!skip(limit, depth + 1)) return false;
+    }
+  }
+
+  // The children of `value`, whose header was just read, up to its end of
+  // contents or its `length` octets, all before `limit`; then its checks.
+  bool content(BerConstructed& value, size_t length, const uint8_t* limit, size_t depth) {
+    const bool indefinite = length == kIndefinite;
+    if (!indefinite) {
+      if (length > static_cast<size_t>(limit - at_)) return false;
+      limit = at_ + length;
+    }
+    uint32_t children = 0;
+    for (;;) {
+      if (indefinite) {
+        if (limit - at_ >= 2 && at_[0] == 0 && at_[1] == 0) {
+          at_ += 2;
+          break;
+        }
+      } else if (at_ == limit) {
+        break;
+      }
+      protocol::TagCode tag = 0;
+      size_t childLength = 0;
+      if (!header(limit, tag, childLength)) return false;
+      protocol::ChildSlot slot = value.newChild(children++, tag, decoding_);
+      BerValue* child = slot.value;
+      if (child == nullptr || child->tag(decoding_.legacy) != tag) return false;
+      if (BerConstructed* constructed = child->asConstructed()) {
+        if (depth >= kWholeDepth || !content(*constructed, childLength, limit, depth + 1)) {
+          return false;
+        }
+        continue;
+      }
+      BerPrimitive* primitive = child->asPrimitive();
+      if (primitive == nullptr || childLength == kIndefinite ||
+          childLength > static_cast<size_t>(limit - at_)) {
+        return false;
+      }
+      primitive->readStart(childLength);
+      if (childLength > 0) primitive->readData(at_, childLength);
+      primitive->readDone();
+      at_ += childLength;
+    }
+    if (children < value.requiredFields()) return false;
+    value.readDone();
+    return true;
+  }
+
+ private:
+  const uint8_t* at_;
+  const protocol::Decoding& decoding_;
+};
+
 }  // namespace
 
 // One open constructed value.
@@ -143,6 +254,10 @@ bool BerReader::readSome(bool stopWhenQueued) {
 bool BerReader::parse(const uint8_t* bytes, size_t count, bool stopWhenQueued) {
   size_t pos = 0;
   while (pos < count) {
+    if (state_ == State::kIdentifier && stack_.empty() && wholeMessages_ && !stopWhenQueued &&
+        wholeMessage(bytes, count, &pos)) {
+      continue;
+    }
     if (state_ == State::kIdentifier && header(bytes, count, &pos)) {
       if (broken_) return false;
       continue;
@@ -151,6 +266,29 @@ bool BerReader::parse(const uint8_t* bytes, size_t count, bool stopWhenQueued) {
     if (broken_) return false;
     if (endedValue && stopWhenQueued && !queue_.empty()) return false;
   }
+  return true;
+}
+
+bool BerReader::wholeMessage(const uint8_t* bytes, size_t count, size_t* pos) {
+  const uint8_t* limit = bytes + count;
+  // The framing first, so that no message is made for one not all here.
+  if (!WholeMessage(bytes + *pos, decoding_).skip(limit, 1)) return false;
+  WholeMessage whole(bytes + *pos, decoding_);
+  protocol::TagCode tag = 0;
+  size_t length = 0;
+  if (!whole.header(limit, tag, length)) return false;
+  std::unique_ptr<BerConstructed> message;
+  try {
+    message = protocol_.makeMessage(tag, decoding_.legacy);
+    if (message == nullptr || message->tag(decoding_.legacy) != tag ||
+        !whole.content(*message, length, limit, 1)) {
+      return false;
+    }
+  } catch (const util::Exception&) {
+    return false;  // the state machine meets the same failure
+  }
+  queue_.push_back(Received{std::move(message), nullptr});
+  *pos = static_cast<size_t>(whole.at() - bytes);
   return true;
 }
 

@@ -35,6 +35,11 @@
 // A failure before the first field is complete throws from readSome() as
 // without keyed failures.
 //
+// A message that arrives whole within one read is decoded in one pass over
+// its octets instead (wholeMessage()), asking its values exactly what the
+// state machine would ask them; anything unusual in it is left to the
+// state machine, so both ways give the same messages and failures.
+//
 // Ownership: the reader owns the stream below, every message under
 // construction and every complete message until takeMessage() or
 // takeReceived() hands it out. Children follow the ChildSlot convention of
@@ -113,6 +118,10 @@ class BerReader {
   // message is sent alone.
   void queue(const protocol::BerValue& message);
   void flush();
+  // Whether messages found whole in one read are decoded in one pass (on
+  // unless switched off; off, every octet goes through the state machine).
+  // Either way the messages and failures are the same; for comparing the two.
+  void setWholeMessages(bool on) { wholeMessages_ = on; }
   // Whether a complete message waits in the queue.
   bool hasReceived() const { return !queue_.empty(); }
   // Whether the peer uses the legacy encoding (final once the first eight
@@ -148,6 +157,18 @@ class BerReader {
   // contents, the ignored tag, a long tag number, a header cut by the end
   // of the chunk, a length field too long).
   bool header(const uint8_t* bytes, size_t count, size_t* pos);
+  // At a message boundary: decodes the message that starts at bytes[*pos]
+  // when all of it lies before bytes[count] and queues it, moving *pos past
+  // it. Declines (false; nothing consumed, nothing queued, what was built
+  // discarded) when the message is not all there, when it holds anything
+  // the state machine treats specially (an end of contents or a filler
+  // octet where a value should start, a long tag number, a length field of
+  // more than four octets, an indefinite primitive, a value running past
+  // the one around it, deep nesting), and when a value refuses what it is
+  // given: the state machine then reads the message from the same octet.
+  // The protocol is asked for the message only once its framing is all
+  // there, so only a refusal makes the state machine ask again.
+  bool wholeMessage(const uint8_t* bytes, size_t count, size_t* pos);
   void startValue();
   void completePrimitive();
   void endOfContents();
@@ -184,6 +205,7 @@ class BerReader {
   size_t lengthOctetCount_ = 0;
   std::deque<Received> queue_;
 
+  bool wholeMessages_ = true;
   bool keyedFailures_ = false;
   bool keyed_ = false;             // the current message's first field is complete
   std::exception_ptr failure_;     // its first failure; the rest of it is skipped
