@@ -43,7 +43,7 @@ void BufferIo::flush() {
 uint64_t BufferIo::read(void* buffer, uint64_t capacity) {
   if (capacity == 0) return 0;
   if (read_cursor_ == read_end_ && capacity >= kBufferSize) {
-    return std::min(lower_->read(buffer, kBufferSize), kBufferSize);
+    return std::min(lower_->read(buffer, capacity), capacity);
   }
   if (read_cursor_ == read_end_) {
     read_cursor_ = 0;

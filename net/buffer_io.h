@@ -2,7 +2,8 @@
 //
 // Output is gathered in a 64 KiB buffer and reaches the stream below only
 // when the buffer fills or at flush(); input is taken from the stream below
-// in pieces of up to 64 KiB and handed out from the buffer.
+// in pieces of up to 64 KiB and handed out from the buffer, or read straight
+// into a caller's buffer of 64 KiB or more.
 #ifndef TALVIX_NET_BUFFER_IO_H_
 #define TALVIX_NET_BUFFER_IO_H_
 
@@ -33,8 +34,8 @@ class BufferIo : public BasicIo {
   // If the read buffer is empty, refills it with one read of the stream below;
   // then delivers min(capacity, bytes buffered). A caller that asks for at
   // least kBufferSize while the buffer is empty is read into directly, with
-  // the same result and no copy. Never reads the stream below more than once
-  // per call. A capacity of 0 returns 0 without reading.
+  // one read of up to `capacity` octets and no copy. Never reads the stream
+  // below more than once per call. A capacity of 0 returns 0 without reading.
   uint64_t read(void* buffer, uint64_t capacity) override;
   // Always true.
   bool readable() override;

@@ -19,7 +19,7 @@ using protocol::EBer;
 
 namespace {
 
-constexpr size_t kChunkSize = 65536;
+constexpr size_t kChunkSize = 262144;
 constexpr size_t kIndefinite = std::numeric_limits<size_t>::max();
 // Deeper nesting than any message of the protocol needs; a peer that nests
 // further is refused before it can make the stack grow without end.

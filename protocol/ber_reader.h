@@ -10,7 +10,8 @@
 // Decoding is push-style: for each value header the reader asks the open
 // constructed value (newChild) or, at the top level, the protocol object
 // (makeMessage) for the object that receives the value. Nothing is buffered
-// beyond one chunk of at most 65536 octets; octets go straight into the
+// beyond one chunk of at most 262144 octets (large, so that most answers
+// arrive whole in one read, see below); octets go straight into the
 // value objects, so a value may be split across reads at any octet.
 //
 // Nesting is bounded: at most 1024 constructed values may be open at once
