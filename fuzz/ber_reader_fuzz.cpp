@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "net/string_output.h"
 #include "protocol/ber_primitives.h"
 #include "protocol/ber_reader.h"
 #include "protocol/gui_protocol.h"
@@ -135,15 +136,6 @@ class ChunkStream : public net::BasicIo {
   size_t pos_ = 0;
 };
 
-class ByteString : public net::ByteOutput {
- public:
-  void write(const void* data, size_t length) override {
-    bytes.append(static_cast<const char*>(data), length);
-  }
-  void flush() override {}
-  std::string bytes;
-};
-
 // What one reading of the input gave: each message's encoding, then the
 // text of the failure that ended it.
 std::string read_input(const uint8_t* data, size_t size, bool wholeMessages) {
@@ -160,7 +152,7 @@ std::string read_input(const uint8_t* data, size_t size, bool wholeMessages) {
       reader.readSome((data[0] & 0x80) != 0);
       while (auto message = reader.takeMessage()) {
         // A received message goes out again in the connection's encoding.
-        ByteString encoded;
+        net::StringOutput encoded;
         message->write(encoded, reader.legacy());
         transcript += encoded.bytes + "|";
         reader.send(*message);

@@ -29,6 +29,40 @@ constexpr uint8_t kLegacyMarker[8] = {0x60, 0x80, 0x02, 0x02, 0x01, 0x00, 0x61, 
 // The octet 19: identifier of tag code 200, ignored between values.
 constexpr protocol::TagCode kIgnoredTag = 200;
 
+// The octets of the value header at `at` when it can be taken in one go,
+// else 0: a one-octet tag number that is neither an end of contents nor
+// the filler tag, then a length field of at most four octets (what the
+// state machine's lengthOctets_ holds), all before `limit`. Sets `tag` and
+// `length` (kIndefinite for the indefinite form) only when it takes it.
+size_t one_go_header(const uint8_t* at, const uint8_t* limit, protocol::TagCode& tag,
+                     size_t& length) {
+  if (limit - at < 2) return 0;
+  const uint8_t identifier = at[0];
+  const uint8_t first = at[1];
+  if ((identifier & 0x1F) == 0x1F) return 0;  // a tag number in further octets
+  const protocol::TagCode code = (identifier & 0x1Fu) * 8 + (identifier >> 5);
+  if (code == 0 || code == kIgnoredTag) return 0;
+  size_t value = first;
+  size_t octets = 2;
+  if (first == 0x80) {
+    value = kIndefinite;
+  } else if (first > 0x80) {
+    const size_t lengthOctets = first & 0x7Fu;
+    if (lengthOctets > 4 || static_cast<size_t>(limit - at) - 2 < lengthOctets) return 0;
+    value = 0;
+    for (size_t i = 0; i < lengthOctets; ++i) value = (value << 8) | at[2 + i];
+    octets += lengthOctets;
+  }
+  tag = code;
+  length = value;
+  return octets;
+}
+
+// Whether the two octets at `at`, before `limit`, are an end of contents.
+bool end_of_contents_at(const uint8_t* at, const uint8_t* limit) {
+  return limit - at >= 2 && at[0] == 0 && at[1] == 0;
+}
+
 // Nesting a message decoded in one pass may have; deeper ones are left to
 // the state machine, which bounds the nesting itself (kMaxDepth).
 constexpr size_t kWholeDepth = 64;
@@ -43,29 +77,11 @@ class WholeMessage {
 
   const uint8_t* at() const { return at_; }
 
-  // A value header (one-octet tag number, neither an end of contents nor
-  // the filler tag) that lies before `limit`.
+  // A value header taken in one go (one_go_header) before `limit`.
   bool header(const uint8_t* limit, protocol::TagCode& tag, size_t& length) {
-    if (limit - at_ < 2) return false;
-    const uint8_t identifier = at_[0];
-    const uint8_t first = at_[1];
-    if ((identifier & 0x1F) == 0x1F) return false;
-    tag = (identifier & 0x1Fu) * 8 + (identifier >> 5);
-    if (tag == 0 || tag == kIgnoredTag) return false;
-    size_t octets = 2;
-    if (first < 0x80) {
-      length = first;
-    } else if (first == 0x80) {
-      length = kIndefinite;
-    } else {
-      const size_t lengthOctets = first & 0x7Fu;
-      if (lengthOctets > 4 || static_cast<size_t>(limit - at_) - 2 < lengthOctets) return false;
-      length = 0;
-      for (size_t i = 0; i < lengthOctets; ++i) length = (length << 8) | at_[2 + i];
-      octets += lengthOctets;
-    }
+    const size_t octets = one_go_header(at_, limit, tag, length);
     at_ += octets;
-    return true;
+    return octets != 0;
   }
 
   // Steps over one value before `limit`: header, then the content of a
@@ -82,7 +98,7 @@ class WholeMessage {
     }
     if (depth >= kWholeDepth) return false;
     for (;;) {
-      if (limit - at_ >= 2 && at_[0] == 0 && at_[1] == 0) {
+      if (end_of_contents_at(at_, limit)) {
         at_ += 2;
         return true;
       }
@@ -101,7 +117,7 @@ class WholeMessage {
     uint32_t children = 0;
     for (;;) {
       if (indefinite) {
-        if (limit - at_ >= 2 && at_[0] == 0 && at_[1] == 0) {
+        if (end_of_contents_at(at_, limit)) {
           at_ += 2;
           break;
         }
@@ -297,28 +313,10 @@ void BerReader::countOctets(size_t count) {
 }
 
 bool BerReader::header(const uint8_t* bytes, size_t count, size_t* pos) {
-  const size_t at = *pos;
-  if (count - at < 2) return false;
-  const uint8_t identifier = bytes[at];
-  const uint8_t first = bytes[at + 1];
-  if ((identifier & 0x1F) == 0x1F) return false;  // a tag number in further octets
-  const protocol::TagCode tag = (identifier & 0x1Fu) * 8 + (identifier >> 5);
-  if (tag == 0 || tag == kIgnoredTag) return false;
-  size_t length = first;
-  size_t octets = 2;
-  if (first == 0x80) {
-    length = kIndefinite;
-  } else if (first > 0x80) {
-    const size_t lengthOctets = first & 0x7Fu;
-    if (lengthOctets > sizeof lengthOctets_ || count - at - 2 < lengthOctets) return false;
-    length = 0;
-    for (size_t i = 0; i < lengthOctets; ++i) length = (length << 8) | bytes[at + 2 + i];
-    octets += lengthOctets;
-  }
-  *pos = at + octets;
+  const size_t octets = one_go_header(bytes + *pos, bytes + count, tag_, length_);
+  if (octets == 0) return false;
+  *pos += octets;
   countOctets(octets);
-  tag_ = tag;
-  length_ = length;
   startValue();
   return true;
 }
