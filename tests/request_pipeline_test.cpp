@@ -96,54 +96,34 @@ TEST(RequestPipelineTest, IdsCountFromZeroInSendOrderAndEnvelopeIsLiteral) {
       });
 }
 
-// Ids belong to the Session: a second session, though under the same session
-// id, counts from 0 again.
-TEST(RequestPipelineTest, EachSessionCountsItsOwnIds) {
-  ScriptedPeer first(loginThen(probeRequest(0, 1), forgetAnswer(0)));
-  ScriptedPeer second(loginThen(probeRequest(0, 2), forgetAnswer(0)));
-  auto one = peer::openTestSession(first.port());
-  auto two = peer::openTestSession(second.port());
-  for (auto [session, probe] : {std::pair{one.get(), std::make_shared<Probe>(1)},
-                                std::pair{two.get(), std::make_shared<Probe>(2)}}) {
-    client::send(*session, probe);
-    EXPECT_EQ(client::await(*session, *probe), 0u);
-  }
-}
-
-// Answers in either order reach their own requests; awaiting one dispatches
-// the other's answer on the way, and awaiting that one then returns at once
-// (a second read would wait for the peer's timeout). A server error is an
-// answer, not an exception; an answer for an unknown id is dropped.
-TEST(RequestPipelineTest, AnswersInEitherOrderReachTheirRequests) {
-  const Bytes first = forgetAnswer(0);
-  const Bytes second = hex("75 80 02 01 01 A8 80 02 01 0F 30 80 04 02 6E 6F 00 00 00 00 00 00");
-  for (bool reversed : {false, true}) {
-    SCOPED_TRACE(reversed);
-    probesWith({5, 6}, probeRequest(0, 5) + probeRequest(1, 6),
-               forgetAnswer(99) + (reversed ? second + first : first + second),
-               [reversed](client::Session& session, Probes& p) {
-                 client::await(session, *p[reversed ? 0 : 1]);
-                 EXPECT_EQ(p[reversed ? 1 : 0]->state, client::Request::kAnswered);
-                 EXPECT_EQ(p[reversed ? 1 : 0]->doneCalls, 1);
-                 EXPECT_EQ(client::await(session, *p[0]), 0u);
-                 EXPECT_EQ(client::await(session, *p[1]), 15u);
-                 EXPECT_EQ(client::serverErrorText(p[1]->error), "Access denied");
-                 EXPECT_EQ(p[0]->doneCalls + p[1]->doneCalls, 2);
-               });
-  }
-}
-
-TEST(RequestPipelineTest, MessageOtherThanResponseIsRejected) {
-  probesWith({1}, probeRequest(0, 1), hex("62 80 00 00"), [](client::Session& session, Probes& p) {
-    EXPECT_EQ(peer::errorText<util::EBerError>([&] { client::await(session, *p[0]); }),
-              "Wrong type. Expected Response");
-    EXPECT_EQ(p[0]->state, client::Request::kSent);
-  });
-}
-
-TEST(RequestPipelineTest, DecodeFailureLeavesTheRequestOutstanding) {
-  probesWith({1}, probeRequest(0, 1), peer::response(0, hex("A1 80 00 00")),  // an EraseResp
+// Answers out of send order reach their own requests: awaiting the first
+// dispatches the second's answer on the way, and awaiting that one then
+// returns at once (a second read would wait for the peer's timeout). A server
+// error is an answer, not an exception; an answer for an unknown id is
+// dropped.
+TEST(RequestPipelineTest, AnswersOutOfOrderReachTheirRequests) {
+  probesWith({5, 6}, probeRequest(0, 5) + probeRequest(1, 6),
+             forgetAnswer(99) +
+                 hex("75 80 02 01 01 A8 80 02 01 0F 30 80 04 02 6E 6F 00 00 00 00 00 00") +
+                 forgetAnswer(0),
              [](client::Session& session, Probes& p) {
+               EXPECT_EQ(client::await(session, *p[0]), 0u);
+               EXPECT_EQ(p[1]->state, client::Request::kAnswered);
+               EXPECT_EQ(p[1]->doneCalls, 1);
+               EXPECT_EQ(client::await(session, *p[1]), 15u);
+               EXPECT_EQ(p[0]->doneCalls, 1);
+             });
+}
+
+// A message other than a Response fails the await and leaves the request
+// sent; an answer that its request cannot decode (here an EraseResp) fails
+// the await and leaves the request answered but outstanding until forgotten.
+TEST(RequestPipelineTest, FailuresOnTheWay) {
+  probesWith({1}, probeRequest(0, 1), hex("62 80 00 00") + peer::response(0, hex("A1 80 00 00")),
+             [](client::Session& session, Probes& p) {
+               EXPECT_EQ(peer::errorText<util::EBerError>([&] { client::await(session, *p[0]); }),
+                         "Wrong type. Expected Response");
+               EXPECT_EQ(p[0]->state, client::Request::kSent);
                EXPECT_THROW(client::await(session, *p[0]), util::EBerError);
                EXPECT_EQ(p[0]->state, client::Request::kAnswered);
                EXPECT_EQ(p[0]->doneCalls, 0);
@@ -153,7 +133,8 @@ TEST(RequestPipelineTest, DecodeFailureLeavesTheRequestOutstanding) {
              });
 }
 
-// A stream that refuses everything, for sessions that never talk.
+// A stream that refuses everything, for a session that never talks (a death
+// test forks, so no peer thread may run).
 class DeadStream : public net::BasicIo {
  public:
   void write(const void*, size_t) override { throw util::ESystemError("dead"); }
@@ -162,26 +143,15 @@ class DeadStream : public net::BasicIo {
   bool readable() override { return false; }
 };
 
-client::Session silentSession() {
-  return client::Session(client::LoggedIn{
-      std::make_unique<protocol::BerReader>(protocol::guiProtocol(), std::make_unique<DeadStream>()),
-      util::BigNum(1), "root", "mib"});
-}
-
-TEST(RequestPipelineTest, AwaitOfARequestNeverSentReturnsAtOnce) {
-  client::Session session = silentSession();
-  Probe probe(1);
-  probe.error = 7;
-  EXPECT_EQ(client::await(session, probe), 7u);
-}
-
 // Either table missing the request is a broken invariant; the texts differ
 // by the final full stop.
 TEST(RequestPipelineDeathTest, ForgettingAnUnknownRequestAborts) {
   for (bool inIdsByRequest : {false, true}) {
     EXPECT_DEATH(
         {
-          client::Session session = silentSession();
+          client::Session session(client::LoggedIn{
+              std::make_unique<protocol::BerReader>(protocol::guiProtocol(), std::make_unique<DeadStream>()),
+              util::BigNum(1), "root", "mib"});
           Probe probe(1);
           if (inIdsByRequest) session.idsByRequest.emplace(&probe, 4);
           client::forget(session, probe);

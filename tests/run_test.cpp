@@ -148,8 +148,6 @@ const std::string kToGzipFile = "Exporting database using gz \nDone\n";
 
 const Case kCases[] = {
     // Help and option errors.
-    {"NoArguments", {}, 1, kMissingLogin},
-    {"Help", {"-h"}, 0, kUsage},
     {"HelpStopsScanning", {"-lu", "-hz", "-x"}, 0, kUsage},
     {"UnknownBeforeHelp", {"-", "-h"}, 1, "Error: -" + kNotValid},
     {"StrayWord", {"admin"}, 1,
@@ -167,9 +165,6 @@ const Case kCases[] = {
      with([](RunSettings& s) { s.history = false; })},
     {"PortWithLeadingTab", {"-lu", "-Ppw", "-p", "\t12"}, 0, "",
      with([](RunSettings& s) { s.port = 12; })},
-    {"PortOutOfRangePassedOn", {"-lu", "-Ppw", "-p70000"}, 0, "",
-     with([](RunSettings& s) { s.port = 70000; })},
-    {"LastValueWins", {"-l", "a", "-lu", "-Ppw"}, 0, "", with()},
     {"EveryOption",
      {"-tbin", "-s", "srv", "-p", "4000", "-d", "dom", "-l", "u", "-P", "pw", "-f", "out", "-e",
       "a.b", "-c", "-z", "-i", "X, Y"},
@@ -205,8 +200,6 @@ const Case kCases[] = {
      "Error\nConnection refused, while connecting\n",
      with([](RunSettings& s) { s.outputFileName = "out"; s.extra.progress = ProgressMode::kQuiet; }),
      false, nullptr, Driver::kSystemError},
-    {"QuietBadValue", {"-lu", "-Ppw", "-oquiet=2"}, 1,
-     "Error: bad value \"2\" for -o quiet: expected 0 or 1\n" + kHint},
     {"SettingsHelpStopsScanning", {"-o", "level=3,help", "-x"}, 0,
      "Settings of -o (a comma-separated list of name=value):\n"
      "  pipeline=N   keep up to N requests (1 to 4096) in flight; 1 is sequential\n"
@@ -248,8 +241,6 @@ const Case kCases[] = {
     {"LoginRefused", {"-lu", "-Ppw", "-s", "srv"}, 1,
      "Failed connecting to server srv\nWrong username / password\n",
      with([](RunSettings& s) { s.server = "srv"; }), false, nullptr, Driver::kConnectError},
-    {"OtherFailureWithDetail", {"-lu", "-Ppw"}, 1, "Error\nConnection refused, while connecting\n",
-     with(), false, nullptr, Driver::kSystemError},
     {"ForeignFailurePassesThrough", {"-lu", "-Ppw"}, -1, "", with(), false, nullptr,
      Driver::kForeignError},
 };

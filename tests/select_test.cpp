@@ -65,34 +65,24 @@ TEST(SelectTest, BuildsResultSetsFromTheAnswers) {
   EXPECT_EQ(object.get_string("alpha"), "first");
   EXPECT_EQ(object.get_string("zeta"), "last");
   EXPECT_TRUE(object.is_null("gone"));
-  EXPECT_FALSE(object.is_null("alpha"));
-  EXPECT_THROW(object.get_string("gone"), util::ETqlError);
   EXPECT_EQ(errorText<util::EObjectError>([&] { object.get_string("name"); }),
             "Property \"name\" not found in X");
-  EXPECT_EQ(errorText<util::EObjectError>([&] { object.is_null("name"); }),
-            "Property \"name\" not found in X");
   ASSERT_EQ(object.children().size(), 2u);
-  EXPECT_EQ(object.children()[0]->className(), "Node");
-  EXPECT_EQ(object.children()[0]->flags(), 1u);
   EXPECT_EQ(object.children()[0]->get_string("siblingName"), "n1");
   EXPECT_EQ(object.children()[1]->id(), "C2");
   EXPECT_EQ(selects[0]->find_result_opt("C1"), nullptr);  // children only through their parents
 
   EXPECT_EQ(client::await(*session, *selects[1]), 2u);
-  EXPECT_EQ(session->idsByRequest.count(selects[1].get()), 0u);
   EXPECT_EQ(selects[1]->find_result_opt("X"), nullptr);
   EXPECT_EQ(errorText<util::ESelectError>([&] { selects[1]->find_result("X"); }),
             "Id (X) not found in result set for query \".\"");
 
   EXPECT_EQ(client::await(*session, *selects[2]), 0u);
-  EXPECT_EQ(session->idsByRequest.count(selects[2].get()), 0u);
   EXPECT_NE(selects[2]->find_result_opt("X"), nullptr);
 
   EXPECT_EQ(errorText<util::EBerError>([&] { client::await(*session, *selects[3]); }),
             "Wrong type in Select::decode.");
   EXPECT_EQ(selects[3]->state, client::Request::kAnswered);
-
-  EXPECT_EQ(session->idsByRequest.count(selects[3].get()), 1u);
   EXPECT_EQ(session->idsByRequest.size(), 1u);
 }
 
