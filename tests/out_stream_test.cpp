@@ -1,65 +1,73 @@
+// The two gzip streams, the one compressing in the writer's thread and the
+// one compressing on a thread of its own: the same texts in the file, the
+// same failures. The failures of writes and closes on a full disk are in
+// atomic_output_test.
 #include "porter/out_stream.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <map>
+#include <random>
+#include <string>
 
+#include "porter/background_gz_stream.h"
 #include "support/e2e_process.h"
+#include "support/error_text.h"
 #include "util/error.h"
 
 namespace {
 
 using e2e::read_file;
 using e2e::read_gzip_file;
+using porter::BackgroundGZOutStream;
 using porter::GZOutStream;
+constexpr size_t kBlock = BackgroundGZOutStream::kBlockSize;
 
-class GZOutStreamTest : public testing::Test {
+template <class Stream>
+class GZStreamTest : public testing::Test {
  protected:
   e2e::TempDir dir_;
   const std::string path_ = dir_.file("out.gz");
 };
+using Streams = testing::Types<GZOutStream, BackgroundGZOutStream>;
+TYPED_TEST_SUITE(GZStreamTest, Streams);
 
-// Expects `action` to fail with exactly `text`.
-template <typename Action>
-void expect_failure(Action action, const std::string& text) {
-  try {
-    action();
-    ADD_FAILURE() << "no exception";
-  } catch (const util::EFatal& e) {
-    EXPECT_EQ(e.text(), text);
-  }
-}
-
-TEST_F(GZOutStreamTest, ChainedWritesReplaceTheFileAndDecompressToTheirConcatenation) {
-  std::ofstream(path_) << "old content that is longer than the new one";
-  std::string big;
-  for (int i = 0; i < 20000; ++i) big += "<Data n=\"" + std::to_string(i) + "\"/>\n";
+TYPED_TEST(GZStreamTest, HoldsEveryTextInOrderAndReplacesTheFile) {
+  const std::string& path = this->path_;
+  std::ofstream(path) << "old content that is longer than the new one";
+  // Texts of many sizes (empty ones and ones over a block among them),
+  // together several blocks and more than the background queue holds.
+  std::mt19937 random(7);
+  std::string expected;
   {
-    GZOutStream out(path_);
+    TypeParam out(path);
     out.write("").write("caf\xC3\xA9\r\n\xFF").write("");
-    out.write(big);
+    expected = "caf\xC3\xA9\r\n\xFF";
+    while (expected.size() < 5 * kBlock * BackgroundGZOutStream::kBlocksQueued) {
+      std::string piece = "<Data n=\"" + std::to_string(random()) + "\"/>\n";
+      if (random() % 97 == 0) piece.assign(kBlock + 3, 'x');
+      if (random() % 89 == 0) piece.clear();
+      out.write(piece);
+      expected += piece;
+    }
+    out.close();
+    out.close();  // closing again does nothing; nor does the destructor
   }
-  EXPECT_EQ(read_file(path_).substr(0, 2), "\x1F\x8B");  // gzip magic
-  EXPECT_LT(read_file(path_).size(), big.size() / 4);
-  EXPECT_EQ(read_gzip_file(path_), "caf\xC3\xA9\r\n\xFF" + big);
+  EXPECT_EQ(read_file(path).substr(0, 2), "\x1F\x8B");  // gzip magic
+  EXPECT_LT(read_file(path).size(), expected.size() / 4);
+  EXPECT_EQ(read_gzip_file(path), expected);
+
+  // The destructor completes the file as far as it was written; a close
+  // with nothing written makes a complete empty file.
+  TypeParam(path, 1).write("<doc>").write(std::string(3 * kBlock, 'y')).write("</d>");
+  EXPECT_EQ(read_gzip_file(path), "<doc>" + std::string(3 * kBlock, 'y') + "</d>");
+  TypeParam(path).close();
+  EXPECT_EQ(read_gzip_file(path), "");
 }
 
-TEST_F(GZOutStreamTest, CloseCompletesTheFileOnceEvenWithNothingWritten) {
-  GZOutStream out(path_);
-  out.close();
-  EXPECT_EQ(read_file(path_).substr(0, 2), "\x1F\x8B");
-  EXPECT_EQ(read_gzip_file(path_), "");
-  out.close();  // a second close does nothing; nor does the destructor
-}
-
-TEST_F(GZOutStreamTest, ATextWithAZeroByteFails) {
-  GZOutStream out(path_);
-  // zlib has no error of its own to report: it merely stopped at the zero.
-  expect_failure([&] { out.write(std::string("ab\0cd", 5)); }, "Error reading gz-stream: ");
-}
-
-TEST_F(GZOutStreamTest, TheLevelChangesTheSizeButNotTheText) {
+TYPED_TEST(GZStreamTest, TheLevelChangesTheSizeButNotTheText) {
   std::string document;
   for (int i = 0; i < 5000; ++i) {
     document += "<Object id=\"n" + std::to_string(i * 7919 % 10007) + "\">" +
@@ -67,19 +75,44 @@ TEST_F(GZOutStreamTest, TheLevelChangesTheSizeButNotTheText) {
   }
   std::map<int, std::string> files;
   for (int level : {-1, 0, 6, 9}) {
-    GZOutStream(path_, level).write(document).close();
-    EXPECT_EQ(read_gzip_file(path_), document) << "level " << level;
-    files[level] = read_file(path_);
+    TypeParam(this->path_, level).write(document).close();
+    EXPECT_EQ(read_gzip_file(this->path_), document) << "level " << level;
+    files[level] = read_file(this->path_);
   }
   EXPECT_GT(files[0].size(), document.size()) << "level 0 stores the text uncompressed";
   EXPECT_LT(files[9].size(), files[0].size() / 4);
+  EXPECT_EQ(files[9][8], '\x02') << "the gzip header's flag of the slowest compression";
   EXPECT_EQ(files[-1], files[6]) << "without a level zlib's default (6) is used";
 }
 
-// The failures of writes and closes on a full disk are in atomic_output_test.
-TEST(GZOutStreamFailureTest, OpeningFailureIsReported) {
-  const std::string name = e2e::TempDir().file("x.gz");  // the folder is gone again
-  expect_failure([&] { GZOutStream out(name); }, "Couldn't open for writing gz-stream: " + name);
+TYPED_TEST(GZStreamTest, AZeroByteFailsAndTheTextUpToItStays) {
+  {
+    TypeParam out(this->path_);
+    out.write("before ");
+    // zlib has no error of its own to report: it merely stopped at the zero.
+    EXPECT_EQ(peer::errorText<util::EFatal>([&] { out.write(std::string("ab\0cd", 5)); }),
+              "Error reading gz-stream: ");
+  }
+  EXPECT_EQ(read_gzip_file(this->path_), "before ab");
+}
+
+TYPED_TEST(GZStreamTest, AnUnopenablePathFailsAtOnce) {
+  const std::string name = this->path_ + "/x.gz";
+  EXPECT_EQ(peer::errorText<util::EFatal>([&] { TypeParam out(name); }),
+            "Couldn't open for writing gz-stream: " + name);
+}
+
+TEST(BackgroundGZOutStreamFailureTest, TheCompressorsFailureReachesTheWriterAndStays) {
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
+  BackgroundGZOutStream out("/dev/full", 0);
+  const std::string failure = peer::errorText<util::EFatal>([&] {
+    for (int i = 0; i < 64; ++i) out.write(std::string(kBlock, 'q'));
+    out.finish();
+  });
+  EXPECT_EQ(failure, "Error reading gz-stream: /dev/full: No space left on device");
+  EXPECT_THROW(out.write("more"), util::EFatal);
+  EXPECT_THROW(out.close(), util::EFatal);
+  EXPECT_THROW(out.write("after close"), util::EFatal);
 }
 
 }  // namespace
