@@ -1,71 +1,38 @@
-// The stand-in server against literal protocol messages: the handshake and
-// its variants, and the answers to pipelined requests, with the select
+// The stand-in server against literal protocol messages: the handshake, and
+// the answers to pipelined requests, with the select
 // forms and error codes the exporter's own patterns do not reach.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 #include <string>
-#include <typeinfo>
 #include <vector>
 
 #include "protocol/gui_protocol.h"
 #include "server/answer_encoder.h"
-#include "server/request_handler.h"
 #include "server/handshake.h"
+#include "server/request_handler.h"
 #include "server/request_decoder.h"
 #include "server/select_eval.h"
+#include "support/error_text.h"
 #include "support/message_io.h"
+#include "support/run_export.h"
 #include "support/server_harness.h"
 
 namespace {
 
-using server_test::RawClient;
-using server_test::select_req;
-using server_test::TestServer;
-
-// Options with the handshake `h` (version, offered authentication, nack
-// reason, legacy greeting).
-server::ServerOptions with(server::HandshakeOptions h) {
-  server::ServerOptions o;
-  o.handshake = std::move(h);
-  return o;
-}
+using support::RawClient;
+using support::select_req;
+using support::TestServer;
 
 // ---------------------------------------------------------------------------
 // Handshake.
-
-TEST(ServerHandshake, OffersTheConfiguredVersionAndAlternative) {
-  using server::OfferedAuth;
-  const struct {
-    int32_t version;
-    OfferedAuth auth;
-    const std::type_info& alternative;
-  } cases[] = {
-      {0x0203, OfferedAuth::kNoAuth, typeid(protocol::ServerNoAuth)},  // the default
-      {0x0300, OfferedAuth::kPassword, typeid(protocol::ServerPassword)},
-      {0x0203, OfferedAuth::kPrivateKey, typeid(protocol::ServerPrivateKey)},
-      {0x0203, OfferedAuth::kLinkHandshake, typeid(protocol::LinkHandshakeInit)},
-  };
-  for (const auto& k : cases) {
-    SCOPED_TRACE(std::to_string(k.version) + " auth " + std::to_string(static_cast<int>(k.auth)));
-    TestServer s(server_test::sample_database(), with({k.version, k.auth, std::nullopt, false}));
-    RawClient c(s.port());
-    c.sendWants();
-    auto offer = c.receiveAs<protocol::ServerOffers>();
-    ASSERT_TRUE(offer);
-    EXPECT_EQ(offer->version, k.version);
-    ASSERT_TRUE(offer->authentication);
-    EXPECT_TRUE(typeid(*offer->authentication) == k.alternative);
-    EXPECT_FALSE(c.readerLegacy());
-  }
-}
 
 // Each login gets the roots and a session id of its own; a first message
 // other than ClientWants closes without an answer. (A wrong password is
 // refused end to end.)
 TEST(ServerHandshake, LoginsAndRefusals) {
-  TestServer s(server_test::sample_database());
+  TestServer s(support::sample_database());
   RawClient a(s.port()), b(s.port()), early(s.port());
   auto first = a.login();
   auto second = b.login();
@@ -77,37 +44,6 @@ TEST(ServerHandshake, LoginsAndRefusals) {
   EXPECT_NE(first->sessionId, second->sessionId);
   early.send(protocol::NegotiateAck());
   EXPECT_TRUE(early.waitForClose());
-}
-
-TEST(ServerHandshake, NackCarriesTheReasonAndCloses) {
-  TestServer s(server_test::sample_database(), with({0x0203, server::OfferedAuth::kNoAuth, "maintenance until noon", false}));
-  RawClient c(s.port());
-  c.sendWants();
-  auto nack = c.receiveAs<protocol::NegotiateNack>();
-  ASSERT_TRUE(nack);
-  EXPECT_EQ(nack->reason, "maintenance until noon");
-  EXPECT_TRUE(c.waitForClose());
-}
-
-TEST(ServerHandshake, LegacyGreetingStartsWithTheMarkerAndSwitchesToLegacy) {
-  EXPECT_EQ(server::legacy_greeting().substr(0, 8), std::string("\x60\x80\x02\x02\x01\x00\x61\x80", 8));
-  TestServer s(server_test::sample_database(), with({0x0203, server::OfferedAuth::kNoAuth, std::nullopt, true}));
-  RawClient c(s.port());
-  c.sendWants();  // the client's first message: current encoding
-  auto echoed = c.receiveAs<protocol::ClientWants>();
-  ASSERT_TRUE(echoed);
-  EXPECT_TRUE(c.readerLegacy());
-  EXPECT_EQ(echoed->version, 0x0100);
-  auto offer = c.receiveAs<protocol::ServerOffers>();
-  ASSERT_TRUE(offer);
-  EXPECT_EQ(offer->version, 0x0203);
-
-  c.setLegacy(true);
-  auto accepted = c.acceptOffer();
-  ASSERT_TRUE(accepted);
-  EXPECT_EQ(accepted->rootDomainId, "root");
-  c.sendRequest(4, select_req({"root"}, ".!"));
-  EXPECT_EQ(c.nextAnswer(), "#4 root:Domain{name=Root}");
 }
 
 // ---------------------------------------------------------------------------
@@ -160,7 +96,7 @@ std::unique_ptr<protocol::GetDataReq> get_data(const std::string& object, const 
 // checked byte for byte by the end-to-end export; here their count and the
 // errors.
 TEST(ServerRequests, PipelinedRequestsAreAnsweredInOrder) {
-  TestServer s(server_test::sample_database());
+  TestServer s(support::sample_database());
   RawClient c(s.port());
   ASSERT_TRUE(c.login());
   std::string burst;
@@ -181,22 +117,14 @@ TEST(ServerRequests, PipelinedRequestsAreAnsweredInOrder) {
 
 // The sample with a child of "asia" whose id is longer than the protocol
 // carries.
-class OverlongChild : public server::Database {
-  const std::shared_ptr<const server::Database> sample_ = server_test::sample_database();
+class OverlongChild : public support::ForwardingDatabase {
   const std::string long_ = std::string(server::kMaxIdLength + 1, 'x');
 
  public:
-  std::string rootDomainId() const override { return sample_->rootDomainId(); }
-  std::string mibRootId() const override { return sample_->mibRootId(); }
-  std::shared_ptr<const server::History> history(const std::string& o, const std::string& i) const override {
-    return sample_->history(o, i);
-  }
-  bool checkLogin(const std::string& d, const std::string& u, const std::string& p) const override {
-    return sample_->checkLogin(d, u, p);
-  }
+  OverlongChild() : ForwardingDatabase(support::sample_database()) {}
   std::shared_ptr<const server::StoredObject> find(const std::string& id) const override {
     if (id == long_) return std::make_shared<server::StoredObject>(server::StoredObject{"Node", long_, 0, "asia", {}, {}});
-    auto o = sample_->find(id);
+    auto o = inner_->find(id);
     if (id != "asia") return o;
     auto asia = std::make_shared<server::StoredObject>(*o);
     asia->children = {long_};
@@ -217,7 +145,8 @@ TEST(ServerRequests, OverlongStoredIdIsABackendErrorAndTheConnectionGoesOn) {
 // ---------------------------------------------------------------------------
 // The server's own decoding and encoding, against the protocol classes.
 
-using testing_support::Bytes;
+using support::Bytes;
+using support::to_hex;
 using Outcome = server::RequestDecoder::Outcome;
 
 std::unique_ptr<protocol::Request> request(int32_t id, std::unique_ptr<protocol::BerConstructed> body) {
@@ -258,23 +187,15 @@ bool has_conditions(const protocol::PathPattern& p) {
   return false;
 }
 
-bool fast_form(const protocol::Request& r) {
-  if (auto* select = dynamic_cast<const protocol::SelectReq*>(r.req.get())) {
-    return !has_conditions(*select->pattern);
-  }
-  return dynamic_cast<const protocol::GetDataReq*>(r.req.get()) != nullptr;
-}
-
 // What the fast decoder makes of `bytes` must be what the protocol's reader
 // makes of the same octets.
-void expect_agreement(const server::RequestDecoder& decoder, const Bytes& bytes, bool legacy,
-                      const std::string& what) {
+void expect_agreement(const server::RequestDecoder& decoder, const Bytes& bytes, const std::string& what) {
   server::RequestDecoder::Result r = decoder.decode(bytes.data(), bytes.size());
   if (r.outcome != Outcome::kComplete) return;
   const Bytes message(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(r.length));
-  testing_support::MessageList read;
+  support::MessageList read;
   try {
-    read = testing_support::decode_messages(message, legacy, protocol::guiProtocol());
+    read = support::decode_messages(message, false, protocol::guiProtocol());
   } catch (const protocol::EBer& e) {
     ADD_FAILURE() << what << ": decoded here, refused by the reader: " << e.text();
     return;
@@ -284,36 +205,35 @@ void expect_agreement(const server::RequestDecoder& decoder, const Bytes& bytes,
 }
 
 TEST(ServerCodec, FastDecoderAgreesWithTheProtocolReader) {
-  for (bool legacy : {false, true}) {
-    const server::RequestDecoder decoder(legacy);
-    for (const auto& original : sample_requests()) {
-      const Bytes bytes = testing_support::encode_message(*original, legacy);
-      const std::string what = testing_support::to_hex(bytes) + (legacy ? " legacy" : "");
-      server::RequestDecoder::Result r = decoder.decode(bytes.data(), bytes.size());
-      if (!fast_form(*original)) {
-        EXPECT_EQ(r.outcome, Outcome::kDeclined) << what;
-        continue;
-      }
-      ASSERT_EQ(r.outcome, Outcome::kComplete) << what;
-      EXPECT_EQ(r.length, bytes.size()) << what;
-      EXPECT_TRUE(*r.request == *original) << what;
-      for (size_t cut = 0; cut < bytes.size(); ++cut) {
-        EXPECT_EQ(decoder.decode(bytes.data(), cut).outcome, Outcome::kIncomplete) << what << " cut at " << cut;
-      }
-      // Every octet changed: declined, or decoded as the reader decodes it.
-      for (size_t i = 0; i < bytes.size(); ++i) {
-        for (uint8_t flip : {0x01, 0x20, 0x80, 0xff}) {
-          Bytes changed = bytes;
-          changed[i] ^= flip;
-          expect_agreement(decoder, changed, legacy, what + " octet " + std::to_string(i));
-        }
+  const server::RequestDecoder decoder(false);
+  for (const auto& original : sample_requests()) {
+    const Bytes bytes = support::encode_message(*original, false);
+    const std::string what = to_hex(bytes);
+    server::RequestDecoder::Result r = decoder.decode(bytes.data(), bytes.size());
+    auto* select = dynamic_cast<const protocol::SelectReq*>(original->req.get());
+    if (select ? has_conditions(*select->pattern) : !dynamic_cast<const protocol::GetDataReq*>(original->req.get())) {
+      EXPECT_EQ(r.outcome, Outcome::kDeclined) << what;
+      continue;
+    }
+    ASSERT_EQ(r.outcome, Outcome::kComplete) << what;
+    EXPECT_EQ(r.length, bytes.size()) << what;
+    EXPECT_TRUE(*r.request == *original) << what;
+    for (size_t cut = 0; cut < bytes.size(); ++cut) {
+      EXPECT_EQ(decoder.decode(bytes.data(), cut).outcome, Outcome::kIncomplete) << what << " cut at " << cut;
+    }
+    // Every octet changed: declined, or decoded as the reader decodes it.
+    for (size_t i = 0; i < bytes.size(); ++i) {
+      for (uint8_t flip : {0x01, 0x20, 0x80, 0xff}) {
+        Bytes changed = bytes;
+        changed[i] ^= flip;
+        expect_agreement(decoder, changed, what + " octet " + std::to_string(i));
       }
     }
   }
 }
 
 TEST(ServerCodec, WholeValuesAfterTheHandshake) {
-  const Bytes select = testing_support::encode_message(*request(1, select_req({"a"}, ".!")), false);
+  const Bytes select = support::encode_message(*request(1, select_req({"a"}, ".!")), false);
   const std::string one(select.begin(), select.end());
   EXPECT_TRUE(server::is_whole_values(one + std::string("\0\x19", 2) + one, 2));
   EXPECT_FALSE(server::is_whole_values(one + one, 1));
@@ -324,7 +244,6 @@ TEST(ServerCodec, WholeValuesAfterTheHandshake) {
 
 // Values of every kind, and reals that take every branch of the encoding.
 server::StoredObject every_kind() {
-  using server::PropertyValue;
   server::StoredObject o{"Node", "n1", 5, "root", {}, {}};
   const std::vector<server::Value> values = {
       std::string("text"), std::vector<std::string>{"a", std::string(200, 'b')},
@@ -344,72 +263,60 @@ server::StoredObject every_kind() {
   return o;
 }
 
-std::string generic_head(const server::StoredObject& object, bool legacy) {
+// The head the protocol classes write for `object`: without children,
+// numbers and end.
+std::string generic_head(const server::StoredObject& object) {
   protocol::Object message;
   message.className = object.className;
   message.flags = object.flags;
   message.id = object.id;
   for (const auto& p : object.properties) message.properties.push_back(server::to_property(p));
-  const Bytes bytes = testing_support::encode_message(message, legacy);
-  return std::string(bytes.begin(), bytes.end() - 10);  // without children, numbers, end
+  const Bytes bytes = support::encode_message(message, false);
+  return std::string(bytes.begin(), bytes.end() - 10);
+}
+
+std::string fast_head(const server::StoredObject& object) {
+  std::string head;
+  server::append_object_head(head, object, server::PropertyChoice{}, false);
+  return head;
 }
 
 TEST(ServerCodec, AnswersAreWrittenAsTheProtocolClassesWriteThem) {
-  for (bool legacy : {false, true}) {
-    const server::StoredObject object = every_kind();
-    std::string head;
-    server::append_object_head(head, object, server::PropertyChoice{}, legacy);
-    const std::string generic = generic_head(object, legacy);
-    EXPECT_EQ(testing_support::to_hex(Bytes(head.begin(), head.end())),
-              testing_support::to_hex(Bytes(generic.begin(), generic.end())));
+  EXPECT_EQ(to_hex(fast_head(every_kind())), to_hex(generic_head(every_kind())));
 
-    server::History history;
-    history.dataType = 5;
-    history.intervals = {server::ContinuousRow{1, -2, 0.5, 1e-9, -7.25, 3, 0xffffffffu},
-                         server::SawtoothRow{0, 0, std::nan(""), 0, -0.0, 0, 0},
-                         server::EnumRow{-1, 1, 0x80000000u, 1, 2},
-                         server::IncidentRow{7, -3, "incident"},
-                         server::IncidentRow{7, 0, ""},
-                         server::ContinuousDeprecatedRow{1, 2, 3.5, 4.5, {1.5, 0.0, -2e10}},
-                         server::RawDeprecatedRow{{server::ContinuousRow{1, 2, 3, 4, 5, 6, 7}}}};
-    protocol::Response response;
-    response.id = 0x12345;
-    auto body = std::make_unique<protocol::GetDataResp>();
-    body->dataType = history.dataType;
-    for (const auto& row : history.intervals) body->intervals.push_back(server::to_interval(row));
-    response.resp = std::move(body);
-    std::string answer;
-    server::append_get_data_response(answer, response.id, history, legacy);
-    EXPECT_EQ(testing_support::to_hex(Bytes(answer.begin(), answer.end())),
-              testing_support::to_hex(testing_support::encode_message(response, legacy)));
+  server::History history;
+  history.dataType = 5;
+  history.intervals = {server::ContinuousRow{1, -2, 0.5, 1e-9, -7.25, 3, 0xffffffffu},
+                       server::SawtoothRow{0, 0, std::nan(""), 0, -0.0, 0, 0},
+                       server::EnumRow{-1, 1, 0x80000000u, 1, 2},
+                       server::IncidentRow{7, -3, "incident"},
+                       server::IncidentRow{7, 0, ""},
+                       server::ContinuousDeprecatedRow{1, 2, 3.5, 4.5, {1.5, 0.0, -2e10}},
+                       server::RawDeprecatedRow{{server::ContinuousRow{1, 2, 3, 4, 5, 6, 7}}}};
+  protocol::Response response;
+  response.id = 0x12345;
+  auto body = std::make_unique<protocol::GetDataResp>();
+  body->dataType = history.dataType;
+  for (const auto& row : history.intervals) body->intervals.push_back(server::to_interval(row));
+  response.resp = std::move(body);
+  std::string answer;
+  server::append_get_data_response(answer, response.id, history, false);
+  EXPECT_EQ(to_hex(answer), to_hex(support::encode_message(response, false)));
 
-    protocol::Response refusal;
-    refusal.id = 0x7fffffff;
-    auto error = std::make_unique<protocol::ErrorResp>();
-    error->code = -2;
-    error->texts = {std::string(1024, 't')};
-    refusal.resp = std::move(error);
-    const std::string errorAnswer = server::error_response(refusal.id, -2, std::string(1100, 't'), legacy);
-    EXPECT_EQ(testing_support::to_hex(Bytes(errorAnswer.begin(), errorAnswer.end())),
-              testing_support::to_hex(testing_support::encode_message(refusal, legacy)));
-  }
-}
+  protocol::Response refusal;
+  refusal.id = 0x7fffffff;
+  auto error = std::make_unique<protocol::ErrorResp>();
+  error->code = -2;
+  error->texts = {std::string(1024, 't')};
+  refusal.resp = std::move(error);
+  EXPECT_EQ(to_hex(server::error_response(refusal.id, -2, std::string(1100, 't'), false)),
+            to_hex(support::encode_message(refusal, false)));
 
-// A field beyond its wire limit fails as the protocol classes fail.
-TEST(ServerCodec, OverlongFieldsFailAsTheProtocolClassesFail) {
-  server::StoredObject object{std::string(129, 'C'), "n1", 0, "", {}, {}};
-  std::string head;
-  try {
-    server::append_object_head(head, object, server::PropertyChoice{}, false);
-    ADD_FAILURE() << "no failure";
-  } catch (const protocol::EBer& e) {
-    try {
-      generic_head(object, false);
-      ADD_FAILURE() << "no failure of the protocol class";
-    } catch (const protocol::EBer& g) {
-      EXPECT_EQ(e.text(), g.text());
-    }
-  }
+  // A field beyond its wire limit fails as the protocol classes fail.
+  const server::StoredObject overlong{std::string(129, 'C'), "n1", 0, "", {}, {}};
+  const std::string failure = support::errorText<protocol::EBer>([&] { fast_head(overlong); });
+  EXPECT_NE(failure, "(no error)");
+  EXPECT_EQ(failure, support::errorText<protocol::EBer>([&] { generic_head(overlong); }));
 }
 
 }  // namespace

@@ -7,30 +7,39 @@
 
 #include "util/error.h"
 
-namespace testing_support {
+namespace support {
 
-Bytes from_hex(const std::string& text) {
+Octets hex(std::string_view text) {
   std::string digits;
   for (char c : text) {
     if (!std::isspace(static_cast<unsigned char>(c))) digits += c;
   }
   if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos) {
-    throw std::invalid_argument("bad hex: " + text);
+    throw std::invalid_argument("bad hex: " + std::string(text));
   }
-  Bytes bytes;
+  Octets octets;
   for (size_t i = 0; i < digits.size(); i += 2) {
-    bytes.push_back(static_cast<uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+    octets += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
   }
-  return bytes;
+  return octets;
 }
 
-std::string to_hex(const Bytes& bytes) {
+Bytes from_hex(std::string_view text) {
+  const Octets octets = hex(text);
+  return Bytes(octets.begin(), octets.end());
+}
+
+std::string to_hex(std::string_view octets) {
   static const char kDigits[] = "0123456789ABCDEF";
   std::string text;
-  for (uint8_t b : bytes) {
+  for (unsigned char b : octets) {
     text += std::string(text.empty() ? "" : " ") + kDigits[b >> 4] + kDigits[b & 15];
   }
   return text;
+}
+
+std::string to_hex(const Bytes& bytes) {
+  return to_hex(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
 void ByteSink::write(const void* data, size_t length) {
@@ -74,4 +83,4 @@ void ScriptedStream::write(const void* data, size_t length) {
   written.insert(written.end(), p, p + length);
 }
 
-}  // namespace testing_support
+}  // namespace support

@@ -1,21 +1,27 @@
-// Byte streams for tests of the wire encoding: a sink that collects what is
-// written, a stream that serves scripted chunks, and hex helpers.
+// Octets for tests of the wire encoding: the hex helpers, a sink that
+// collects what is written, and a stream that serves scripted chunks.
 #ifndef TALVIX_TESTS_SUPPORT_BER_STREAMS_H_
 #define TALVIX_TESTS_SUPPORT_BER_STREAMS_H_
 
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "net/basic_io.h"
 
-namespace testing_support {
+namespace support {
 
 using Bytes = std::vector<uint8_t>;
+using Octets = std::string;
 
-// "02 01 FF" <-> bytes; whitespace in the text is ignored.
-Bytes from_hex(const std::string& text);
+// "02 01 FF" -> octets; whitespace in the text is ignored. Throws
+// std::invalid_argument for anything but pairs of hex digits.
+Octets hex(std::string_view text);
+Bytes from_hex(std::string_view text);
+// Octets -> "02 01 FF".
+std::string to_hex(std::string_view octets);
 std::string to_hex(const Bytes& bytes);
 
 // Collects everything written.
@@ -55,6 +61,8 @@ class ScriptedStream : public net::BasicIo {
   std::deque<Step> script_;
 };
 
-}  // namespace testing_support
+}  // namespace support
+
+namespace testing_support = support;  // the old name, still used by tests
 
 #endif  // TALVIX_TESTS_SUPPORT_BER_STREAMS_H_

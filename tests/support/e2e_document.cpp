@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <stdexcept>
 
-namespace e2e {
+namespace support {
 
 namespace {
 
@@ -97,4 +97,4 @@ std::string dedent(const std::string& lines, size_t blanks) {
   return result;
 }
 
-}  // namespace e2e
+}  // namespace support

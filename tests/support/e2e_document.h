@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace e2e {
+namespace support {
 
 // `document` with the value of the Meta element's timestamp attribute
 // replaced by "TIMESTAMP". A document without the attribute (a run that
@@ -37,6 +37,8 @@ std::string insert_after(const std::string& document, const std::string& id,
 // start with at least that many).
 std::string dedent(const std::string& lines, size_t blanks);
 
-}  // namespace e2e
+}  // namespace support
+
+namespace e2e = support;  // the old name, still used by tests
 
 #endif  // TALVIX_TESTS_SUPPORT_E2E_DOCUMENT_H_

@@ -1,48 +1,36 @@
 #include "support/e2e_process.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
-namespace e2e {
+namespace support {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-int remaining_ms(Clock::time_point deadline) {
-  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-  return left.count() < 0 ? 0 : static_cast<int>(left.count());
-}
-
+// The child's side of run_process and ServerProcess: only async-signal-safe
+// calls, then exec or _exit.
 // argv for execv: the program name, then `args`; the strings must outlive it.
 std::vector<char*> make_argv(const std::string& program, const std::vector<std::string>& args) {
-  std::vector<char*> argv;
-  argv.push_back(const_cast<char*>(program.c_str()));
+  std::vector<char*> argv = {const_cast<char*>(program.c_str())};
   for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
   return argv;
 }
 
-// In the child after fork: only async-signal-safe calls, then exec or _exit.
-[[noreturn]] void exec_child(const std::string& program, std::vector<char*>& argv,
-                             const std::string& workDir, int outFd, int errFd,
-                             const RunOptions& options = RunOptions()) {
+[[noreturn]] void exec_child(std::vector<char*>& argv, const std::string& workDir, int outFd,
+                             int errFd, const RunOptions& options = RunOptions()) {
   const int nullFd = open("/dev/null", O_RDONLY);
   if (nullFd < 0 || dup2(nullFd, 0) < 0) _exit(126);
   if (!options.standardOutput.empty()) {
@@ -56,19 +44,8 @@ std::vector<char*> make_argv(const std::string& program, const std::vector<std::
   if (outFd >= 0 && dup2(outFd, 1) < 0) _exit(126);
   if (errFd >= 0 && dup2(errFd, 2) < 0) _exit(126);
   if (!workDir.empty() && chdir(workDir.c_str()) != 0) _exit(126);
-  execv(program.c_str(), argv.data());
+  execv(argv[0], argv.data());
   _exit(127);
-}
-
-// Waits for `pid` until `deadline`; true when it was reaped.
-bool reap_until(pid_t pid, int& status, Clock::time_point deadline) {
-  for (;;) {
-    const pid_t r = waitpid(pid, &status, WNOHANG);
-    if (r == pid) return true;
-    if (r < 0 && errno != EINTR) return true;  // nothing left to reap
-    if (Clock::now() >= deadline) return false;
-    usleep(2000);
-  }
 }
 
 }  // namespace
@@ -80,16 +57,14 @@ RunResult run_process(const std::string& program, const std::vector<std::string>
   if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) {
     throw std::runtime_error("pipe failed");
   }
-  std::vector<char*> argv = make_argv(program, args);
   RunResult result;
   result.started = std::time(nullptr);
   const Clock::time_point deadline = Clock::now() + limit;
-  const pid_t pid = fork();
-  if (pid < 0) throw std::runtime_error("fork failed");
-  if (pid == 0) exec_child(program, argv, workDir, outPipe[1], errPipe[1], options);
+  std::vector<char*> argv = make_argv(program, args);
+  Child child([&] { exec_child(argv, workDir, outPipe[1], errPipe[1], options); });
   close(outPipe[1]);
   close(errPipe[1]);
-  if (options.whileRunning) options.whileRunning(pid);
+  if (options.whileRunning) options.whileRunning(child.pid());
 
   // Both pipes are read until they end (the child and its children are
   // gone) or the time is up.
@@ -98,27 +73,20 @@ RunResult run_process(const std::string& program, const std::vector<std::string>
   while ((fds[0].fd >= 0 || fds[1].fd >= 0) && !result.timedOut) {
     const int ready = poll(fds, 2, remaining_ms(deadline));
     result.timedOut = ready == 0 || (ready < 0 && errno != EINTR);
-    for (int i = 0; i < 2 && ready > 0; ++i) {
-      if (fds[i].fd < 0 || fds[i].revents == 0) continue;
-      char buffer[65536];
-      const ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
-      if (n > 0) sinks[i]->append(buffer, static_cast<size_t>(n));
-      if (n == 0 || (n < 0 && errno != EINTR)) {
-        close(fds[i].fd);
-        fds[i].fd = -1;
+    for (pollfd& p : fds) {
+      if (ready > 0 && p.fd >= 0 && p.revents != 0 && read_once(p.fd, *sinks[&p - fds]) == 0) {
+        close(p.fd);
+        p.fd = -1;
       }
     }
   }
   for (pollfd& p : fds) {
     if (p.fd >= 0) close(p.fd);
   }
-  int status = 0;
-  if (result.timedOut || !reap_until(pid, status, deadline)) {
-    result.timedOut = true;
-    kill(pid, SIGKILL);
-    waitpid(pid, &status, 0);
-  }
+  result.timedOut = result.timedOut || !child.wait_until(deadline);
+  child.stop(SIGKILL);
   result.ended = std::time(nullptr);
+  const int status = child.status();
   result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   return result;
@@ -129,12 +97,9 @@ ServerProcess::ServerProcess(const std::string& binary, const std::vector<std::s
   int outPipe[2];
   if (pipe2(outPipe, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
   std::vector<std::string> all = args;
-  all.push_back("--port");
-  all.push_back("0");
+  all.insert(all.end(), {"--port", "0"});
   std::vector<char*> argv = make_argv(binary, all);
-  pid_ = fork();
-  if (pid_ < 0) throw std::runtime_error("fork failed");
-  if (pid_ == 0) exec_child(binary, argv, "", outPipe[1], -1);
+  child_ = std::make_unique<Child>([&] { exec_child(argv, "", outPipe[1], -1); });
   close(outPipe[1]);
   stdoutFd_ = outPipe[0];
 
@@ -142,17 +107,10 @@ ServerProcess::ServerProcess(const std::string& binary, const std::vector<std::s
   const Clock::time_point deadline = Clock::now() + startLimit;
   std::string line;
   while (line.find('\n') == std::string::npos) {
-    pollfd p{stdoutFd_, POLLIN, 0};
-    const int ready = poll(&p, 1, remaining_ms(deadline));
-    if (ready < 0 && errno == EINTR) continue;
-    char buffer[64];
-    const ssize_t n = ready > 0 ? read(stdoutFd_, buffer, sizeof buffer) : 0;
-    if (n <= 0) {
+    if (!wait_readable(stdoutFd_, deadline) || read_once(stdoutFd_, line) == 0) {
       stop();
-      throw std::runtime_error("talvix-server did not report its port" +
-                               std::string(ready == 0 ? " in time" : ""));
+      throw std::runtime_error("talvix-server did not report its port in time");
     }
-    line.append(buffer, static_cast<size_t>(n));
   }
   const long port = std::strtol(line.c_str(), nullptr, 10);
   if (port <= 0 || port > 65535) {
@@ -165,36 +123,15 @@ ServerProcess::ServerProcess(const std::string& binary, const std::vector<std::s
 ServerProcess::~ServerProcess() { stop(); }
 
 void ServerProcess::stop() {
-  if (pid_ > 0) {
-    kill(pid_, SIGTERM);
-    int status = 0;
-    if (!reap_until(pid_, status, Clock::now() + std::chrono::seconds(10))) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, &status, 0);
-    }
-    pid_ = -1;
-  }
-  if (stdoutFd_ >= 0) {
-    close(stdoutFd_);
-    stdoutFd_ = -1;
-  }
+  if (child_) child_->stop(SIGTERM, std::chrono::seconds(10));
+  if (stdoutFd_ >= 0) close(stdoutFd_);
+  stdoutFd_ = -1;
 }
 
 uint16_t unused_loopback_port() {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) throw std::runtime_error("socket failed");
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = 0;
-  socklen_t length = sizeof address;
-  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-      getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-    close(fd);
-    throw std::runtime_error("bind failed");
-  }
-  close(fd);
-  return ntohs(address.sin_port);
+  uint16_t port = 0;
+  close(loopback_socket(port, false));
+  return port;
 }
 
 TempDir::TempDir() {
@@ -239,4 +176,4 @@ std::string read_gzip_file(const std::string& path) {
   return plain;
 }
 
-}  // namespace e2e
+}  // namespace support

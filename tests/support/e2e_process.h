@@ -11,10 +11,13 @@
 #include <cstdint>
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
-namespace e2e {
+#include "support/process.h"
+
+namespace support {
 
 struct RunResult {
   int exitCode = -1;     // the exit status, or -1 when the child died by a signal
@@ -63,7 +66,7 @@ class ServerProcess {
  private:
   void stop();
 
-  pid_t pid_ = -1;
+  std::unique_ptr<Child> child_;
   int stdoutFd_ = -1;
   uint16_t port_ = 0;
 };
@@ -93,6 +96,8 @@ std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& contents);
 std::string read_gzip_file(const std::string& path);
 
-}  // namespace e2e
+}  // namespace support
+
+namespace e2e = support;  // the old name, still used by tests
 
 #endif  // TALVIX_TESTS_SUPPORT_E2E_PROCESS_H_

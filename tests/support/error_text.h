@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace peer {
+namespace support {
 
 // The text of the E that `action` raises; "(no error)" when it returns.
 // Exceptions of other types pass through.
@@ -19,6 +19,10 @@ std::string errorText(Action action) {
   return "(no error)";
 }
 
+}  // namespace support
+
+namespace peer {  // the old name, still used by tests
+using support::errorText;
 }  // namespace peer
 
 #endif  // TALVIX_TESTS_SUPPORT_ERROR_TEXT_H_

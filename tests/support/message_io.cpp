@@ -3,7 +3,7 @@
 #include "protocol/ber_reader.h"
 #include "protocol/gui_protocol.h"
 
-namespace testing_support {
+namespace support {
 
 const char kSelectRequest[] =
     "74 80 02 01 01 A0 80 31 80 04 01 58 00 00 30 80 04 01 2E 02 01 00 05 00 30 80 00 00"
@@ -56,4 +56,4 @@ MessageList decode_messages(const Bytes& bytes, bool legacy, const protocol::Ber
   return messages;
 }
 
-}  // namespace testing_support
+}  // namespace support

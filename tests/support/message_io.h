@@ -11,7 +11,7 @@
 #include "protocol/ber_value.h"
 #include "support/ber_streams.h"
 
-namespace testing_support {
+namespace support {
 
 using MessageList = std::vector<std::unique_ptr<protocol::BerConstructed>>;
 using MessageFactory = std::function<std::unique_ptr<protocol::BerConstructed>()>;
@@ -53,6 +53,8 @@ std::unique_ptr<T> decode_as(const Bytes& bytes, bool legacy) {
   return std::unique_ptr<T>(dynamic_cast<T*>(messages.front().release()));
 }
 
-}  // namespace testing_support
+}  // namespace support
+
+namespace testing_support = support;  // the old name, still used by tests
 
 #endif  // TALVIX_TESTS_SUPPORT_MESSAGE_IO_H_

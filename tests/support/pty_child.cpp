@@ -1,42 +1,18 @@
 #include "support/pty_child.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
 #include <sys/ioctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstring>
+#include <stdexcept>
 
-namespace testsupport {
+namespace support {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-// Polls `fd` for input until `deadline`; true when it is readable (or hung up).
-bool wait_readable(int fd, Clock::time_point deadline) {
-  for (;;) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    pollfd p{fd, POLLIN, 0};
-    const int n = ::poll(&p, 1, static_cast<int>(std::max<long long>(left.count(), 0)));
-    if (n >= 0 || errno != EINTR) return n > 0;
-  }
-}
-
-// Appends one read of `fd` to `text`: 1 when something came, 0 at the end
-// (or on a failure), -1 when the read is to be tried again.
-int read_once(int fd, std::string& text) {
-  char chunk[512];
-  const ssize_t n = ::read(fd, chunk, sizeof chunk);
-  if (n > 0) text.append(chunk, static_cast<size_t>(n));
-  return n > 0 ? 1 : (n < 0 && (errno == EAGAIN || errno == EINTR)) ? -1 : 0;
-}
 
 // A child's failure before its body, in one write (shorter than a pipe's
 // atomic size).
@@ -68,39 +44,34 @@ std::unique_ptr<PtyChild> PtyChild::start(const termios& mode, Body body,
   int master = -1, slave = -1, pipeFds[2];
   termios initial = mode;
   if (::openpty(&master, &slave, nullptr, &initial, nullptr) != 0) return nullptr;
-  const pid_t pid = ::pipe(pipeFds) == 0 ? ::fork() : -2;
-  if (pid < 0) {
-    for (int fd : {master, slave}) ::close(fd);
-    if (pid == -1) for (int fd : pipeFds) ::close(fd);
+  std::unique_ptr<PtyChild> pty(new PtyChild(master, slave));
+  if (::pipe(pipeFds) != 0) return nullptr;
+  pty->report_ = pipeFds[0];
+  try {
+    pty->child_ = std::make_unique<Child>([&] {
+      ::close(master);
+      ::close(pipeFds[0]);
+      if (::setsid() < 0) fail_child(pipeFds[1], "setsid failed");
+      if (controllingTerminal && ::ioctl(slave, TIOCSCTTY, 0) != 0) {
+        fail_child(pipeFds[1], "TIOCSCTTY failed");
+      }
+      if (!controllingTerminal) ::close(slave);
+      body(pipeFds[1]);
+    });
+  } catch (const std::runtime_error&) {
+    ::close(pipeFds[1]);
     return nullptr;
-  }
-  if (pid == 0) {
-    ::close(master);
-    ::close(pipeFds[0]);
-    if (::setsid() < 0) fail_child(pipeFds[1], "setsid failed");
-    if (controllingTerminal && ::ioctl(slave, TIOCSCTTY, 0) != 0) {
-      fail_child(pipeFds[1], "TIOCSCTTY failed");
-    }
-    if (!controllingTerminal) ::close(slave);
-    body(pipeFds[1]);
-    ::_exit(0);
   }
   ::close(pipeFds[1]);
   ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
-  return std::unique_ptr<PtyChild>(new PtyChild(pid, master, slave, pipeFds[0]));
+  return pty;
 }
 
 PtyChild::~PtyChild() {
-  kill_and_reap();
-  for (int fd : {master_, slave_, report_}) ::close(fd);
-}
-
-void PtyChild::kill_and_reap() {
-  if (pid_ <= 0) return;
-  ::kill(pid_, SIGKILL);
-  while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+  child_.reset();
+  for (int fd : {master_, slave_, report_}) {
+    if (fd >= 0) ::close(fd);
   }
-  pid_ = -1;
 }
 
 bool PtyChild::read_until(const std::string& text, int timeoutMs) {
@@ -126,20 +97,21 @@ std::optional<termios> PtyChild::mode() const {
 std::optional<std::string> PtyChild::report(int timeoutMs) {
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
   std::string text;
+  // The terminal is read meanwhile, so a child that writes much to it never
+  // blocks on a full terminal buffer.
+  pollfd fds[2] = {{report_, POLLIN, 0}, {master_, POLLIN, 0}};
   int got = -1;
-  while (got != 0) {
-    // The terminal is read meanwhile, so a child that writes much to it
-    // never blocks on a full terminal buffer.
-    drain(0);
-    if (Clock::now() >= deadline) break;
-    if (wait_readable(report_, std::min(deadline, Clock::now() + std::chrono::milliseconds(20)))) {
-      got = read_once(report_, text);
-    }
+  while (got != 0 && ::poll(fds, 2, remaining_ms(deadline)) != 0) {
+    if (fds[1].revents & POLLIN) read_once(master_, output_);
+    if (fds[0].revents != 0) got = read_once(report_, text);
+    // A hung-up terminal (the child's side closed) is not read again.
+    if (fds[1].revents & ~POLLIN) fds[1].fd = -1;
   }
-  // The pipe closes when the child exits; kill_and_reap() only reaps then.
-  kill_and_reap();
+  drain(0);
+  // The pipe closes when the child exits; the child is only reaped then.
+  child_.reset();
   if (got != 0) return std::nullopt;
   return text;
 }
 
-}  // namespace testsupport
+}  // namespace support

@@ -13,7 +13,9 @@
 #include <optional>
 #include <string>
 
-namespace testsupport {
+#include "support/process.h"
+
+namespace support {
 
 class PtyChild {
  public:
@@ -56,14 +58,12 @@ class PtyChild {
   std::optional<std::string> report(int timeoutMs);
 
  private:
-  PtyChild(pid_t pid, int master, int slave, int report)
-      : pid_(pid), master_(master), slave_(slave), report_(report) {}
-  void kill_and_reap();
+  PtyChild(int master, int slave) : master_(master), slave_(slave) {}
 
-  pid_t pid_;
   int master_;
   int slave_;
-  int report_;
+  int report_ = -1;
+  std::unique_ptr<Child> child_;
   std::string output_;
 };
 
@@ -71,6 +71,8 @@ class PtyChild {
 // off so that the bytes the child writes arrive on the master unchanged.
 termios plain_terminal_mode();
 
-}  // namespace testsupport
+}  // namespace support
+
+namespace testsupport = support;  // the old name, still used by tests
 
 #endif  // TALVIX_TESTS_SUPPORT_PTY_CHILD_H_

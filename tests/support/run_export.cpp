@@ -9,7 +9,7 @@
 #include "server/generator.h"
 #include "util/error.h"
 
-namespace export_test {
+namespace support {
 namespace {
 
 int64_t fixed_clock() { return 1204329600; }
@@ -122,4 +122,4 @@ Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t dept
   return outcome;
 }
 
-}  // namespace export_test
+}  // namespace support

@@ -2,45 +2,36 @@
 
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <utility>
 
 #include "client/session.h"
 #include "net/connection.h"
+#include "support/process.h"
 #include "util/error.h"
 
-namespace peer {
+namespace support {
 
 namespace {
 
 // Thrown inside the peer thread to abandon the script.
 struct ScriptAbandoned {};
 
-std::string toHex(const Bytes& bytes) {
-  static const char digits[] = "0123456789ABCDEF";
-  std::string text;
-  for (unsigned char b : bytes) text += {digits[b >> 4], digits[b & 15], ' '};
-  return text;
-}
-
-Bytes berLength(size_t length) {
-  if (length < 0x80) return Bytes(1, static_cast<char>(length));
-  Bytes octets;
+Octets berLength(size_t length) {
+  if (length < 0x80) return Octets(1, static_cast<char>(length));
+  Octets octets;
   for (size_t rest = length; rest != 0; rest >>= 8) octets.insert(0, 1, static_cast<char>(rest));
-  return Bytes(1, static_cast<char>(0x80 + octets.size())) + octets;
+  return Octets(1, static_cast<char>(0x80 + octets.size())) + octets;
 }
 
 }  // namespace
 
-Bytes hex(std::string_view text) {
-  Bytes bytes;
-  for (size_t i = 0; i < text.size(); i += text[i] == ' ' ? 1 : 2) {
-    if (text[i] != ' ') bytes += static_cast<char>(std::stoi(std::string(text.substr(i, 2)), nullptr, 16));
-  }
-  return bytes;
-}
-
-Bytes berInt(int64_t value) {
-  Bytes content;
+Octets berInt(int64_t value) {
+  Octets content;
   for (;;) {
     content.insert(0, 1, static_cast<char>(value & 0xFF));
     const int64_t rest = value >> 8;
@@ -52,31 +43,31 @@ Bytes berInt(int64_t value) {
   return "\x02" + berLength(content.size()) + content;
 }
 
-Bytes berString(const std::string& text) { return "\x04" + berLength(text.size()) + text; }
+Octets berString(const std::string& text) { return "\x04" + berLength(text.size()) + text; }
 
-Bytes berIndefinite(std::string_view identifierHex, const Bytes& content) {
+Octets berIndefinite(std::string_view identifierHex, const Octets& content) {
   return hex(identifierHex) + hex("80") + content + hex("00 00");
 }
 
-Bytes response(int32_t id, const Bytes& body) { return berIndefinite("75", berInt(id) + body); }
+Octets response(int32_t id, const Octets& body) { return berIndefinite("75", berInt(id) + body); }
 
-Bytes selectResp(const Bytes& objects) {
+Octets selectResp(const Octets& objects) {
   return berIndefinite("A0", berIndefinite("30", objects));
 }
 
-Bytes object(const std::string& className, uint32_t flags, const std::string& id,
-             const Bytes& properties, const Bytes& children) {
+Octets object(const std::string& className, uint32_t flags, const std::string& id,
+             const Octets& properties, const Octets& children) {
   return berIndefinite("30", berString(className) + berInt(flags) + berString(id) +
                                  berString("") + berIndefinite("30", properties) +
                                  berIndefinite("30", children) + hex("31 80 00 00"));
 }
 
-Bytes stringProperty(const std::string& name, const std::string& value) {
+Octets stringProperty(const std::string& name, const std::string& value) {
   return berIndefinite("30", berString(name) + hex("02 01 06") +
                                  berIndefinite("A0", berString(value)));
 }
 
-Bytes nullProperty(const std::string& name, uint32_t type) {
+Octets nullProperty(const std::string& name, uint32_t type) {
   return berIndefinite("30", berString(name) + berInt(type) + hex("A6 80 00 00"));
 }
 
@@ -86,10 +77,7 @@ void PeerLink::abandon(const std::string& complaint) {
 }
 
 bool PeerLink::fill(bool endAllowed) {
-  while (!stream_->readable()) {
-    if (std::chrono::steady_clock::now() > deadline_) abandon("timed out waiting for the client");
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
+  if (!wait_readable(fd_, deadline_)) abandon("timed out waiting for the client");
   char chunk[4096];
   try {
     pending_.append(chunk, stream_->read(chunk, sizeof chunk));
@@ -101,24 +89,24 @@ bool PeerLink::fill(bool endAllowed) {
 }
 
 void PeerLink::expectEnd(const std::string& what) {
-  Bytes extra;
+  Octets extra;
   do {
     extra += pending_;
     pending_.clear();
   } while (fill(true));
-  if (!extra.empty()) complaints_.push_back(what + ": the client sent more: " + toHex(extra));
+  if (!extra.empty()) complaints_.push_back(what + ": the client sent more: " + to_hex(extra));
 }
 
-void PeerLink::expect(const Bytes& bytes, const std::string& what) {
+void PeerLink::expect(const Octets& bytes, const std::string& what) {
   while (pending_.size() < bytes.size()) fill();
-  const Bytes got = pending_.substr(0, bytes.size());
+  const Octets got = pending_.substr(0, bytes.size());
   pending_.erase(0, bytes.size());
   if (got != bytes) {
-    complaints_.push_back(what + ": expected " + toHex(bytes) + "\n got " + toHex(got));
+    complaints_.push_back(what + ": expected " + to_hex(bytes) + "\n got " + to_hex(got));
   }
 }
 
-void PeerLink::send(const Bytes& bytes) {
+void PeerLink::send(const Octets& bytes) {
   try {
     stream_->write(bytes.data(), bytes.size());
   } catch (const util::Exception& e) {
@@ -126,19 +114,18 @@ void PeerLink::send(const Bytes& bytes) {
   }
 }
 
-ScriptedPeer::ScriptedPeer(Script script) {
+ScriptedPeer::ScriptedPeer(Script script) : listenFd_(loopback_socket(port_, true)) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   thread_ = std::thread([this, deadline, script = std::move(script)] {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
     try {
-      std::unique_ptr<net::SocketStream> stream =
-          listener_.accept(static_cast<int>(std::max<int64_t>(left.count(), 0)));
-      if (!stream) {
+      const int fd = wait_readable(listenFd_, deadline) ? ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC) : -1;
+      if (fd < 0) {
         complaints_.push_back("the client never connected");
         return;
       }
-      PeerLink link(std::move(stream), deadline, complaints_);
+      const int nodelay = 1;  // each scripted send leaves at once
+      ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &nodelay, sizeof nodelay);
+      PeerLink link(fd, deadline, complaints_);
       try {
         script(link);
       } catch (const ScriptAbandoned&) {
@@ -152,19 +139,20 @@ ScriptedPeer::ScriptedPeer(Script script) {
 
 ScriptedPeer::~ScriptedPeer() {
   thread_.join();
+  ::close(listenFd_);
   for (const std::string& complaint : complaints_) ADD_FAILURE() << "scripted peer: " << complaint;
 }
 
-Bytes clientWants() { return hex("60 80 02 02 02 03 A0 80 00 00 00 00"); }
+Octets clientWants() { return hex("60 80 02 02 02 03 A0 80 00 00 00 00"); }
 
-Bytes testLogin() {
+Octets testLogin() {
   return hex("70 80 04 03 6C 61 62 04 05 61 64 6D 69 6E 04 08 45 78 70 6F 72 74 65 72 "
              "04 06 73 65 63 72 65 74 00 00");
 }
 
-Bytes serverOffer() { return hex("61 80 02 02 02 03 A0 80 00 00 00 00"); }
+Octets serverOffer() { return hex("61 80 02 02 02 03 A0 80 00 00 00 00"); }
 
-ScriptedPeer::Script loginThen(const Bytes& requests, const Bytes& answers) {
+ScriptedPeer::Script loginThen(const Octets& requests, const Octets& answers) {
   return [=](PeerLink& link) {
     link.expect(clientWants(), "ClientWants");
     link.send(serverOffer());
@@ -183,4 +171,4 @@ std::unique_ptr<client::Session> openTestSession(uint16_t port) {
                              client::Login("127.0.0.1", port, "Exporter", "admin", "secret", "lab"));
 }
 
-}  // namespace peer
+}  // namespace support

@@ -21,62 +21,59 @@
 #include <vector>
 
 #include "client/session.h"
-#include "net/listener.h"
+#include "net/osal_socket.h"
+#include "support/ber_streams.h"
 #include "support/error_text.h"
 
-namespace peer {
-
-// Octets are kept in a std::string.
-using Bytes = std::string;
-
-// The octets written as hex pairs, e.g. "61 80 02"; spaces are ignored.
-Bytes hex(std::string_view text);
+namespace support {
 
 // Hand-made encodings for building answers in tests, in the current encoding.
 // INTEGER with the minimal two's-complement content of `value`.
-Bytes berInt(int64_t value);
+Octets berInt(int64_t value);
 // OCTET STRING 04 with `text`.
-Bytes berString(const std::string& text);
+Octets berString(const std::string& text);
 // A constructed value in the indefinite form: `identifier` 80 `content` 00 00.
-Bytes berIndefinite(std::string_view identifierHex, const Bytes& content);
+Octets berIndefinite(std::string_view identifierHex, const Octets& content);
 
 // A Response with `id` and `body` (one alternative of its choice).
-Bytes response(int32_t id, const Bytes& body);
+Octets response(int32_t id, const Octets& body);
 // A SelectResp body with the concatenated `objects`.
-Bytes selectResp(const Bytes& objects);
+Octets selectResp(const Octets& objects);
 // An Object with the concatenated `properties` and `children`.
-Bytes object(const std::string& className, uint32_t flags, const std::string& id,
-             const Bytes& properties, const Bytes& children = Bytes());
+Octets object(const std::string& className, uint32_t flags, const std::string& id,
+             const Octets& properties, const Octets& children = Octets());
 // A String property (type word 6) and a property of type word `type` with
 // the null value.
-Bytes stringProperty(const std::string& name, const std::string& value);
-Bytes nullProperty(const std::string& name, uint32_t type);
+Octets stringProperty(const std::string& name, const std::string& value);
+Octets nullProperty(const std::string& name, uint32_t type);
 
 // The peer's end of the connection, handed to the script. A failed read or
 // send, or the time limit, is a complaint and abandons the script.
 class PeerLink {
  public:
   // Reads bytes.size() octets and complains, naming `what`, when they differ.
-  void expect(const Bytes& bytes, const std::string& what);
+  void expect(const Octets& bytes, const std::string& what);
   // Waits until the client closes the connection; complains about any octet
   // it sends before that.
   void expectEnd(const std::string& what);
-  void send(const Bytes& bytes);
+  void send(const Octets& bytes);
 
  private:
   friend class ScriptedPeer;
-  PeerLink(std::unique_ptr<net::SocketStream> stream,
-           std::chrono::steady_clock::time_point deadline, std::vector<std::string>& complaints)
-      : stream_(std::move(stream)), deadline_(deadline), complaints_(complaints) {}
+  PeerLink(int fd, std::chrono::steady_clock::time_point deadline,
+           std::vector<std::string>& complaints)
+      : fd_(fd), stream_(std::make_unique<net::SocketStream>(fd)), deadline_(deadline),
+        complaints_(complaints) {}
   [[noreturn]] void abandon(const std::string& complaint);
   // Appends what one read delivers to pending_; false at the end of the
   // stream when `endAllowed`, else the end is a complaint.
   bool fill(bool endAllowed = false);
 
+  int fd_;  // of stream_
   std::unique_ptr<net::SocketStream> stream_;
   std::chrono::steady_clock::time_point deadline_;
   std::vector<std::string>& complaints_;
-  Bytes pending_;
+  Octets pending_;
 };
 
 class ScriptedPeer {
@@ -91,30 +88,37 @@ class ScriptedPeer {
   // Waits for the script and reports its complaints as test failures.
   ~ScriptedPeer();
 
-  uint16_t port() const { return listener_.port(); }
+  uint16_t port() const { return port_; }
 
  private:
-  net::Listener listener_;
+  uint16_t port_ = 0;
+  int listenFd_;
   std::vector<std::string> complaints_;  // written by the thread only until it is joined
   std::thread thread_;
 };
 
 // The octets a client sends to open a session: ClientWants for version
 // 0x0203 without authentication, and the NewSession of openTestSession().
-Bytes clientWants();
-Bytes testLogin();
+Octets clientWants();
+Octets testLogin();
 // The server's offer of version 0x0203 without authentication.
-Bytes serverOffer();
+Octets serverOffer();
 
 // A script that logs the client in under session id 4096 (root domain
 // "root", MIB root "mib"), expects `requests`, sends `answers` and then
 // expects the client to close the connection.
-ScriptedPeer::Script loginThen(const Bytes& requests, const Bytes& answers);
+ScriptedPeer::Script loginThen(const Octets& requests, const Octets& answers);
 
 // Opens a session to the peer on 127.0.0.1 as user "admin" of domain "lab"
 // with password "secret" and client name "Exporter".
 std::unique_ptr<client::Session> openTestSession(uint16_t port);
 
+}  // namespace support
+
+// The old name, still used by tests; its Bytes are Octets.
+namespace peer {
+using namespace support;  // NOLINT(build/namespaces)
+using Bytes = Octets;
 }  // namespace peer
 
 #endif  // TALVIX_TESTS_SUPPORT_SCRIPTED_PEER_H_

@@ -1,15 +1,18 @@
 #include "tests/support/server_harness.h"
 
-#include <thread>
+#include <arpa/inet.h>
+
+#include <stdexcept>
 
 #include "net/osal_socket.h"
 #include "protocol/gui_protocol.h"
 #include "server/byte_sink.h"
 #include "server/database_json.h"
+#include "support/process.h"
 #include "tql/parser.h"
 #include "util/error.h"
 
-namespace server_test {
+namespace support {
 
 std::shared_ptr<const server::Database> sample_database() {
   static const std::shared_ptr<const server::Database> db = server::parse_json_database(R"({
@@ -47,14 +50,16 @@ TestServer::TestServer(std::shared_ptr<const server::Database> db, const server:
 }
 
 RawClient::RawClient(uint16_t port, std::chrono::milliseconds limit) : limit_(limit) {
-  auto socket = std::make_unique<net::OsalSocket>("127.0.0.1", port);
+  const uint32_t loopback = htonl(INADDR_LOOPBACK);
+  if (net::socket_connect(&loopback, port, &fd_, 0, 10)) throw std::runtime_error("cannot connect");
+  auto socket = std::make_unique<net::SocketStream>(fd_);
   socket_ = socket.get();
   reader_ = std::make_unique<protocol::BerReader>(protocol::guiProtocol(), std::move(socket));
 }
 
 RawClient::~RawClient() = default;
 
-void RawClient::send(const protocol::BerValue& message) { sendBytes(server::encode(message, legacy_)); }
+void RawClient::send(const protocol::BerValue& message) { sendBytes(server::encode(message, false)); }
 
 void RawClient::sendBytes(const std::string& bytes) {
   socket_->write(bytes.data(), bytes.size());
@@ -65,7 +70,7 @@ std::string RawClient::requestBytes(int32_t id, std::unique_ptr<protocol::BerCon
   protocol::Request request;
   request.id = id;
   request.req = std::move(body);
-  return server::encode(request, legacy_);
+  return server::encode(request, false);
 }
 
 std::unique_ptr<protocol::BerConstructed> RawClient::receive() {
@@ -73,10 +78,7 @@ std::unique_ptr<protocol::BerConstructed> RawClient::receive() {
   for (;;) {
     if (auto message = reader_->takeMessage()) return message;
     if (ended_) return nullptr;
-    while (!socket_->readable()) {
-      if (std::chrono::steady_clock::now() >= end) return nullptr;
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    if (!wait_readable(fd_, end)) return nullptr;
     try {
       reader_->readSome(false);
     } catch (const protocol::EBer& e) {
@@ -131,22 +133,16 @@ bool RawClient::waitForClose() {
 void RawClient::closeNow() {
   reader_.reset();
   socket_ = nullptr;
+  fd_ = -1;
   ended_ = true;
 }
 
-void RawClient::sendWants() {
+std::unique_ptr<protocol::NewSessionResp> RawClient::login() {
   protocol::ClientWants wants;
   wants.version = 0x0203;
   wants.authentication = std::make_unique<protocol::ClientNoAuth>();
   send(wants);
-}
-
-std::unique_ptr<protocol::NewSessionResp> RawClient::login() {
-  sendWants();
-  return receiveAs<protocol::ServerOffers>() ? acceptOffer() : nullptr;
-}
-
-std::unique_ptr<protocol::NewSessionResp> RawClient::acceptOffer() {
+  if (!receiveAs<protocol::ServerOffers>()) return nullptr;
   send(protocol::NegotiateAck());
   protocol::NewSession session;
   session.loginDomain = "lab";
@@ -157,4 +153,4 @@ std::unique_ptr<protocol::NewSessionResp> RawClient::acceptOffer() {
   return receiveAs<protocol::NewSessionResp>();
 }
 
-}  // namespace server_test
+}  // namespace support

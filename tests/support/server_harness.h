@@ -17,7 +17,7 @@
 #include "server/server.h"
 #include "server/server_options.h"
 
-namespace server_test {
+namespace support {
 
 // The small tree most tests use, with user "admin" / "secret" of domain "lab":
 //   root Domain "Root", children europe, asia, n1; europe Domain "Europe",
@@ -44,24 +44,19 @@ class TestServer {
   std::unique_ptr<server::Server> server_;
 };
 
-// A protocol client that speaks message by message, in the current encoding
-// until setLegacy(true).
+// A protocol client that speaks message by message.
 class RawClient {
  public:
   explicit RawClient(uint16_t port, std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
   ~RawClient();
 
   void send(const protocol::BerValue& message);
-  // ClientWants for version 0x0203 without authentication.
-  void sendWants();
   void sendBytes(const std::string& bytes);
   // The octets of Request `id` carrying `body`, for sending several at once.
   std::string requestBytes(int32_t id, std::unique_ptr<protocol::BerConstructed> body) const;
   void sendRequest(int32_t id, std::unique_ptr<protocol::BerConstructed> body) {
     sendBytes(requestBytes(id, std::move(body)));
   }
-  void setLegacy(bool legacy) { legacy_ = legacy; }
-  bool readerLegacy() const { return reader_->legacy(); }
 
   // The next message, or null after the time limit or when the connection
   // ended or an answer could not be decoded.
@@ -83,21 +78,21 @@ class RawClient {
   // Closes the client's end at once (an abrupt disconnect).
   void closeNow();
 
-  // The whole handshake as admin / secret of domain lab, or its part after
-  // ServerOffers (NegotiateAck and NewSession); the NewSessionResp, or null
-  // when the server refused.
+  // The handshake as admin / secret of domain lab: the NewSessionResp, or
+  // null when the server refused.
   std::unique_ptr<protocol::NewSessionResp> login();
-  std::unique_ptr<protocol::NewSessionResp> acceptOffer();
 
  private:
   std::unique_ptr<protocol::BerReader> reader_;
+  int fd_ = -1;  // of the reader's socket
   net::BasicIo* socket_;
   std::chrono::milliseconds limit_;
-  bool legacy_ = false;
   bool ended_ = false;
   std::string decodeError_;
 };
 
-}  // namespace server_test
+}  // namespace support
+
+namespace server_test = support;  // the old name, still used by tests
 
 #endif  // TALVIX_TESTS_SUPPORT_SERVER_HARNESS_H_
