@@ -23,7 +23,7 @@
 
 namespace {
 
-using e2e::read_file;
+using support::read_file;
 using porter::DocumentOutput;
 using porter::OutputOptions;
 
@@ -40,12 +40,12 @@ class AtomicOutputTest : public testing::TestWithParam<bool> {
     std::sort(result.begin(), result.end());
     return result;
   }
-  std::string content() const { return GetParam() ? e2e::read_gzip_file(target_) : read_file(target_); }
+  std::string content() const { return GetParam() ? support::read_gzip_file(target_) : read_file(target_); }
   DocumentOutput output(int level = -1) {
     return DocumentOutput(target_, GetParam(), standardOutput_, OutputOptions{true, level});
   }
 
-  e2e::TempDir dir_;
+  support::TempDir dir_;
   const std::string target_ = dir_.file("out.xml");
   std::ostringstream standardOutput_;
 };
@@ -65,7 +65,7 @@ mode_t new_file_mode() {
 }
 
 TEST_P(AtomicOutputTest, TheTargetChangesOnlyWhenTheDocumentIsClosed) {
-  e2e::write_file(target_, "old document");
+  support::write_file(target_, "old document");
   {
     DocumentOutput unclosed = output(9);
     unclosed.stream().write(std::string(100000, 'x'));
@@ -108,22 +108,22 @@ TEST_P(AtomicOutputTest, AFailedRenameIsReportedAndCleanedUp) {
 TEST_P(AtomicOutputTest, OnlyAWholeDocumentReplacesTheTarget) {
   server::ServerOptions options;
   options.faults.closeAtRequest = 8;
-  server_test::TestServer failing(export_test::exportable_database(), options);
-  server_test::TestServer server(export_test::exportable_database());
+  support::TestServer failing(support::exportable_database(), options);
+  support::TestServer server(support::exportable_database());
   auto export_to = [&](uint16_t port, bool atomic, const char* more = "") {
     std::vector<std::string> args = {"-f" + target_, "-o", atomic ? "atomic=1" : "atomic=0", "-o",
                                      more};
     if (GetParam()) args.push_back("-z");
-    return export_test::run_exporter(port, args);
+    return support::run_exporter(port, args);
   };
   const std::string old = std::string("\x1F\x8B old export \0 with a zero\n", 27);
-  e2e::write_file(target_, old);
+  support::write_file(target_, old);
 
   EXPECT_EQ(export_to(failing.port(), true).failure, "Error reading: OsalSocket::read end of stream");
   EXPECT_EQ(read_file(target_), old);
   EXPECT_EQ(names(), kOnlyTarget);
   options.faults.goneAfterFirst = true;
-  server_test::TestServer gone(export_test::exportable_database(), options);
+  support::TestServer gone(support::exportable_database(), options);
   EXPECT_EQ(export_to(gone.port(), true, "reconnect=3,reconnect-wait=0").failure,
             "Error reading: OsalSocket::read end of stream");
   EXPECT_EQ(read_file(target_), old);
@@ -134,7 +134,7 @@ TEST_P(AtomicOutputTest, OnlyAWholeDocumentReplacesTheTarget) {
   EXPECT_EQ(content().rfind("<?xml", 0), 0u);
   EXPECT_EQ(names(), kOnlyTarget);
 
-  const std::string whole = export_test::run_exporter(server.port(), {}).document;
+  const std::string whole = support::run_exporter(server.port(), {}).document;
   ASSERT_EQ(export_to(server.port(), true).exitCode, 0);
   EXPECT_EQ(content(), whole);
   EXPECT_NE(whole.find("</Object>"), std::string::npos);
@@ -144,8 +144,8 @@ TEST_P(AtomicOutputTest, OnlyAWholeDocumentReplacesTheTarget) {
 // A FIFO (another program reading the export) is not replaced by a file: the
 // document goes through it to the reader.
 TEST_P(AtomicOutputTest, AFifoIsWrittenInPlace) {
-  server_test::TestServer server(export_test::exportable_database());
-  const std::string whole = export_test::run_exporter(server.port(), {}).document;
+  support::TestServer server(support::exportable_database());
+  const std::string whole = support::run_exporter(server.port(), {}).document;
   ASSERT_EQ(mkfifo(target_.c_str(), 0600), 0);
   // Opened before the export, so that its open for writing does not wait.
   const int fifo = open(target_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
@@ -165,7 +165,7 @@ TEST_P(AtomicOutputTest, AFifoIsWrittenInPlace) {
   });
   std::vector<std::string> args = {"-f" + target_, "-o", "atomic=1"};
   if (GetParam()) args.push_back("-z");
-  const int exitCode = export_test::run_exporter(server.port(), args).exitCode;
+  const int exitCode = support::run_exporter(server.port(), args).exitCode;
   exported = true;
   reader.join();
   close(fifo);
@@ -176,8 +176,8 @@ TEST_P(AtomicOutputTest, AFifoIsWrittenInPlace) {
   EXPECT_TRUE(S_ISFIFO(info.st_mode)) << "the FIFO was replaced";
   EXPECT_EQ(names(), kOnlyTarget);
   if (GetParam()) {
-    e2e::write_file(dir_.file("received.gz"), received);
-    received = e2e::read_gzip_file(dir_.file("received.gz"));
+    support::write_file(dir_.file("received.gz"), received);
+    received = support::read_gzip_file(dir_.file("received.gz"));
   }
   EXPECT_EQ(received, whole);
 }
@@ -192,7 +192,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, AtomicOutputTest, testing::Bool(),
 // alone, above).
 struct TargetCase {
   const char* name;
-  std::function<void(const e2e::TempDir&)> prepare;  // makes out.xml, if anything
+  std::function<void(const support::TempDir&)> prepare;  // makes out.xml, if anything
   std::string replaced;                 // the file that gets the document, in the folder
   mode_t mode;                          // its permissions afterwards; 0: those of a new file
   std::string link;                     // out.xml afterwards a symbolic link to this; "" none
@@ -201,9 +201,9 @@ struct TargetCase {
 void PrintTo(const TargetCase& c, std::ostream* os) { *os << c.name; }
 
 // out.xml with an old document and the permissions `mode`.
-std::function<void(const e2e::TempDir&)> old_file(const std::string& name, mode_t mode) {
-  return [=](const e2e::TempDir& dir) {
-    e2e::write_file(dir.file(name), "old document");
+std::function<void(const support::TempDir&)> old_file(const std::string& name, mode_t mode) {
+  return [=](const support::TempDir& dir) {
+    support::write_file(dir.file(name), "old document");
     ASSERT_EQ(chmod(dir.file(name).c_str(), mode), 0);
   };
 }
@@ -212,7 +212,7 @@ class AtomicTargetTest : public testing::TestWithParam<TargetCase> {};
 
 TEST_P(AtomicTargetTest, ReplacesTheFileTheTargetLeadsToWithItsPermissions) {
   const TargetCase& c = GetParam();
-  e2e::TempDir dir;
+  support::TempDir dir;
   if (c.prepare) c.prepare(dir);
   std::ostringstream standardOutput;
   DocumentOutput out(dir.file("out.xml"), false, standardOutput, OutputOptions{true, -1});
@@ -242,14 +242,14 @@ INSTANTIATE_TEST_SUITE_P(
         // Not the temporary file's own 0600.
         TargetCase{"GroupReadableFile", old_file("out.xml", 0640), "out.xml", 0640, "", {"out.xml"}},
         TargetCase{"LinkToAFileElsewhere",
-                   [](const e2e::TempDir& dir) {
+                   [](const support::TempDir& dir) {
                      ASSERT_EQ(mkdir(dir.file("keep").c_str(), 0700), 0);
                      old_file("keep/backup.xml", 0640)(dir);
                      ASSERT_EQ(symlink("keep/backup.xml", dir.file("out.xml").c_str()), 0);
                    },
                    "keep/backup.xml", 0640, "keep/backup.xml", {"keep", "keep/backup.xml", "out.xml"}},
         TargetCase{"DanglingLink",
-                   [](const e2e::TempDir& dir) {
+                   [](const support::TempDir& dir) {
                      ASSERT_EQ(symlink("first.xml", dir.file("out.xml").c_str()), 0);
                    },
                    "first.xml", 0, "first.xml", {"first.xml", "out.xml"}}),
@@ -280,10 +280,10 @@ TEST_P(FullDiskTest, FailsWithTheTargetAndTheSystemsText) {
                      OutputOptions{false, 0, c.background});
   const std::string text(c.size, 'x');
   if (c.atWrite) {
-    EXPECT_EQ(peer::errorText<util::EFatal>([&] { out.stream().write(text); }), c.failure);
+    EXPECT_EQ(support::errorText<util::EFatal>([&] { out.stream().write(text); }), c.failure);
   } else {
     out.stream().write(text);
-    EXPECT_EQ(peer::errorText<util::EFatal>([&] { out.close(); }), c.failure);
+    EXPECT_EQ(support::errorText<util::EFatal>([&] { out.close(); }), c.failure);
   }
 }
 

@@ -19,14 +19,14 @@
 namespace protocol {
 namespace {
 
-using testing_support::Bytes;
-using testing_support::encode_message;
-using testing_support::from_hex;
-using testing_support::ScriptedStream;
-using testing_support::to_hex;
+using support::Bytes;
+using support::encode_message;
+using support::from_hex;
+using support::ScriptedStream;
+using support::to_hex;
 using Texts = std::vector<std::string>;
 
-const std::string kSelect = testing_support::kSelectRequest;
+const std::string kSelect = support::kSelectRequest;
 // Request 1 again with two trailing extras the reader skips: a primitive
 // with a long tag and a long-form length, and a constructed value.
 const std::string kSelectWithExtras = kSelect.substr(0, kSelect.size() - 6) +
@@ -277,7 +277,7 @@ TEST(BerReaderTest, KeyedFailures) {
   h.reader.setKeyedFailures(true);
   h.stream->chunk(kDatatype18);
   while (h.stream->readable()) h.reader.readSome(false);
-  EXPECT_EQ(peer::errorText<util::Exception>([&] { h.reader.takeMessage(); }), kRange18);
+  EXPECT_EQ(support::errorText<util::Exception>([&] { h.reader.takeMessage(); }), kRange18);
 }
 
 // With stopWhenQueued the rest of a chunk is dropped once a message is complete.
@@ -322,7 +322,7 @@ TEST(BerReaderTest, ReadFailures) {
   EXPECT_EQ(read_failure(first.reader), "refused");
 
   Harness empty;
-  empty.stream->chunk(testing_support::Bytes{});
+  empty.stream->chunk(support::Bytes{});
   EXPECT_FALSE(empty.reader.readSome(false));
 }
 

@@ -19,10 +19,10 @@
 namespace protocol {
 namespace {
 
-using testing_support::ByteSink;
-using testing_support::Bytes;
-using testing_support::from_hex;
-using testing_support::to_hex;
+using support::ByteSink;
+using support::Bytes;
+using support::from_hex;
+using support::to_hex;
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
 

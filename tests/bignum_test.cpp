@@ -97,7 +97,7 @@ TEST(BigNumTest, ToUint64UpToSixtyFourBitsThenNamesTheBitCount) {
   EXPECT_EQ(util::bn_to_uint64(util::BigNum()), 0u);
   EXPECT_EQ(util::bn_to_uint64(pow2(32)), 0x100000000ull);
   EXPECT_EQ(util::bn_to_uint64(from_decimal("18446744073709551615")), 0xFFFFFFFFFFFFFFFFull);
-  EXPECT_EQ(peer::errorText<util::ERange>([] { util::bn_to_uint64(pow2(64)); }),
+  EXPECT_EQ(support::errorText<util::ERange>([] { util::bn_to_uint64(pow2(64)); }),
             "Cannot fit 65 bits in uint64_t");
 }
 

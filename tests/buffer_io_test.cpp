@@ -104,7 +104,7 @@ TEST(BufferIoReadTest, ReadsDeliverBufferedBytesBeforeReadingBelow) {
   ASSERT_EQ(io.read(got.data(), got.size()), 70000u);
   EXPECT_EQ(std::string(got.data(), 70000), pattern(70000, 3));
   EXPECT_EQ(log->read_capacities, (std::vector<uint64_t>{65536, 100000}));
-  EXPECT_EQ(peer::errorText<util::ESystemError>([&] { io.read(got.data(), 4); }),
+  EXPECT_EQ(support::errorText<util::ESystemError>([&] { io.read(got.data(), 4); }),
             "Error reading: OsalSocket::read end of stream");
   EXPECT_TRUE(io.readable());  // whatever the stream below says
 }

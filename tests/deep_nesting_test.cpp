@@ -15,11 +15,11 @@
 
 namespace {
 
-using testing_support::Bytes;
-using testing_support::decode_messages;
-using testing_support::encode_message;
-using testing_support::from_hex;
-using testing_support::MessageList;
+using support::Bytes;
+using support::decode_messages;
+using support::encode_message;
+using support::from_hex;
+using support::MessageList;
 
 // The open constructed values the reader allows at once.
 constexpr int kMaxOpenValues = 1024;

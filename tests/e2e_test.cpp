@@ -24,9 +24,9 @@
 
 namespace {
 
-using e2e::RunResult;
-using e2e::ServerProcess;
-using e2e::TempDir;
+using support::RunResult;
+using support::ServerProcess;
+using support::TempDir;
 
 const std::string kExporter = TALVIX_EXPORTER_BINARY;
 const std::string kServer = TALVIX_SERVER_BINARY;
@@ -117,7 +117,7 @@ std::string data_path(const std::string& name) { return kDataDir + "/" + name; }
 
 // The hand-written document of a default export of e2e_types.json.
 const std::string& full_document() {
-  static const std::string document = e2e::read_file(data_path("e2e_types.xml"));
+  static const std::string document = support::read_file(data_path("e2e_types.xml"));
   return document;
 }
 
@@ -127,7 +127,7 @@ std::vector<std::string> concat(std::vector<std::string> a, const std::vector<st
 }
 
 RunResult run_exporter(const std::vector<std::string>& args, const std::string& workDir = "") {
-  return e2e::run_process(kExporter, args, workDir, kRunLimit);
+  return support::run_process(kExporter, args, workDir, kRunLimit);
 }
 
 std::vector<std::string> login_args(uint16_t port, const std::string& password = "secret") {
@@ -143,7 +143,7 @@ void expect_run(const RunResult& run, int exitCode, const std::string& document,
   EXPECT_EQ(run.exitCode, exitCode);
   EXPECT_EQ(run.err, err);
   std::string problem;
-  EXPECT_EQ(e2e::mask_timestamp(run.out, run.started, run.ended, problem), document);
+  EXPECT_EQ(support::mask_timestamp(run.out, run.started, run.ended, problem), document);
   EXPECT_EQ(problem, "");
 }
 
@@ -173,7 +173,7 @@ TEST_F(TypesExport, WholeDatabaseToStandardOutput) {
 }
 
 TEST_F(TypesExport, ConfigurationOnlyLeavesOutHistoryAndIndexProperties) {
-  const std::string document = e2e::without(full_document(), {"acc", "cont", "enumS", "incid", "saw"});
+  const std::string document = support::without(full_document(), {"acc", "cont", "enumS", "incid", "saw"});
   expect_run(exportWith({"-c"}), 0, document, kConfigErr);
 }
 
@@ -188,11 +188,11 @@ TEST_F(TypesExport, FileAndGzipOutputHoldThePlainExport) {
   // Quiet: neither the frame nor the marks, only the notice.
   const RunResult quiet = exportWith({"-f", "quiet.xml", "-o", "quiet=1"}, dir.path());
   expect_run(quiet, 0, "", kDateNotice);
-  for (const auto& [text, run] : {std::pair{e2e::read_file(dir.file("out.xml")), &plain},
-                                  std::pair{e2e::read_gzip_file(dir.file("out.xml.gz")), &zipped},
-                                  std::pair{e2e::read_file(dir.file("quiet.xml")), &quiet}}) {
+  for (const auto& [text, run] : {std::pair{support::read_file(dir.file("out.xml")), &plain},
+                                  std::pair{support::read_gzip_file(dir.file("out.xml.gz")), &zipped},
+                                  std::pair{support::read_file(dir.file("quiet.xml")), &quiet}}) {
     std::string problem;
-    EXPECT_EQ(e2e::mask_timestamp(text, run->started, run->ended, problem), full_document());
+    EXPECT_EQ(support::mask_timestamp(text, run->started, run->ended, problem), full_document());
     EXPECT_EQ(problem, "");
   }
 }
@@ -216,11 +216,11 @@ TEST_P(TypesVariant, WritesExactly) {
 
 // The subdomain `id` of the full document as the top element.
 std::function<std::string(const std::string&)> subdomain(const std::string& id, size_t blanks) {
-  return [=](const std::string& full) { return kHeader + e2e::dedent(e2e::element(full, id), blanks); };
+  return [=](const std::string& full) { return kHeader + support::dedent(support::element(full, id), blanks); };
 }
 
 std::string no_mib_document(const std::string& full) {
-  return e2e::insert_after(e2e::without(full, {"mod-if", "obj-up"}), "u-amy", kUserMib);
+  return support::insert_after(support::without(full, {"mod-if", "obj-up"}), "u-amy", kUserMib);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -240,7 +240,7 @@ INSTANTIATE_TEST_SUITE_P(
         VariantCase{"IgnoredClassesButNotTheRoot",
                     {"-i", "User,Domain"},
                     [](const std::string& full) {
-                      return e2e::insert_after(e2e::without(full, {"u-zed", "u-amy", "d-east"}),
+                      return support::insert_after(support::without(full, {"u-zed", "u-amy", "d-east"}),
                                                "n-types", kNodeDup);
                     },
                     "\nExporting domain ."
@@ -252,7 +252,7 @@ INSTANTIATE_TEST_SUITE_P(
         VariantCase{"IncludedWithSubtree",
                     {"-I", "Node+"},
                     [](const std::string& full) {
-                      return kHeader + kRootOpen + e2e::element(full, "n-types") + kNodeDup +
+                      return kHeader + kRootOpen + support::element(full, "n-types") + kNodeDup +
                              kNodeFlag2Subtree + "</Object>\n";
                     },
                     "\nExporting domain ." "." + kDateNotice + statistics("n-types", 1) +
@@ -262,8 +262,8 @@ INSTANTIATE_TEST_SUITE_P(
         VariantCase{"ClassBothIncludedAndIgnored",
                     {"-I", "Domain,Node,NetworkScan"},
                     [](const std::string& full) {
-                      return kHeader + kRootOpen + e2e::element(full, "n-types") + kNodeDup +
-                             kNodeFlag2Alone + e2e::without(e2e::element(full, "d-east"), {"chk-east"}) +
+                      return kHeader + kRootOpen + support::element(full, "n-types") + kNodeDup +
+                             kNodeFlag2Alone + support::without(support::element(full, "d-east"), {"chk-east"}) +
                              "</Object>\n";
                     },
                     "\nExporting domain ." "." + kDateNotice + statistics("n-types", 1) +
@@ -289,12 +289,12 @@ TEST_F(TypesExport, FailuresBeforeOpeningTheOutputLeaveThePreviousExport) {
     SCOPED_TRACE(c.err);
     TempDir dir;
     const std::string previous = "<previous export/>\n";
-    e2e::write_file(dir.file("out.xml"), previous);
+    support::write_file(dir.file("out.xml"), previous);
     expect_run(run_exporter(concat(login_args(server_->port(), c.password),
                                    {"-e", c.domain, "-f", "out.xml"}),
                             dir.path()),
                1, "", "Exporting database" + c.err);
-    EXPECT_EQ(e2e::read_file(dir.file("out.xml")), previous);
+    EXPECT_EQ(support::read_file(dir.file("out.xml")), previous);
   }
 }
 
@@ -319,11 +319,11 @@ TEST_F(TypesExport, AFullDiskEndsTheRunAndKeepsThePreviousExport) {
     SCOPED_TRACE(c.message);
     TempDir dir;
     const std::string previous = "<previous export/>\n";
-    e2e::write_file(dir.file("out.xml"), previous);
-    e2e::RunOptions options;
+    support::write_file(dir.file("out.xml"), previous);
+    support::RunOptions options;
     options.fileSizeLimit = c.fileSizeLimit;
     if (c.standardOutputFull) options.standardOutput = "/dev/full";
-    const RunResult run = e2e::run_process(kExporter, concat(login_args(server_->port()), c.args),
+    const RunResult run = support::run_process(kExporter, concat(login_args(server_->port()), c.args),
                                            dir.path(), kRunLimit, options);
     ASSERT_FALSE(run.timedOut);
     EXPECT_EQ(run.signal, 0);
@@ -336,7 +336,7 @@ TEST_F(TypesExport, AFullDiskEndsTheRunAndKeepsThePreviousExport) {
       tail.replace(suffix, 6, "XXXXXX");
     }
     EXPECT_EQ(tail, expected) << run.err;
-    EXPECT_EQ(e2e::read_file(dir.file("out.xml")), previous);
+    EXPECT_EQ(support::read_file(dir.file("out.xml")), previous);
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
       names.push_back(entry.path().filename());
@@ -360,18 +360,18 @@ TEST(PasswordOutOfSight, NeitherPsNorProcShowTheValueOfP) {
   ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
 
   std::string cmdline, ps;
-  e2e::RunOptions options;
+  support::RunOptions options;
   options.whileRunning = [&](pid_t pid) {
     pollfd incoming{listener, POLLIN, 0};
     if (poll(&incoming, 1, 20000) != 1) return;
     const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     // Connected: the options are scanned and the exporter waits for the server.
-    cmdline = e2e::read_file("/proc/" + std::to_string(pid) + "/cmdline");
-    ps = e2e::run_process("/usr/bin/ps", {"-o", "args=", "-p", std::to_string(pid)}, "", kRunLimit).out;
+    cmdline = support::read_file("/proc/" + std::to_string(pid) + "/cmdline");
+    ps = support::run_process("/usr/bin/ps", {"-o", "args=", "-p", std::to_string(pid)}, "", kRunLimit).out;
     close(connection);
   };
   // Both ways of giving a value: joined to the option and as the next argument.
-  const RunResult run = e2e::run_process(
+  const RunResult run = support::run_process(
       kExporter, {"-s", "127.0.0.1", "-p", std::to_string(ntohs(address.sin_port)), "-l", "admin",
                   "-Pfirst-hush", "-P", "second-hush"},
       "", kRunLimit, options);
@@ -444,7 +444,7 @@ TEST(SmallDatabase, AnObjectThatCannotBeWrittenEndsTheExport) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.err);
     TempDir dir;
-    e2e::write_file(dir.file("db.json"), small_database(c.children));
+    support::write_file(dir.file("db.json"), small_database(c.children));
     auto server = start_server(dir.file("db.json"));
     expect_run(run_exporter(login_args(server->port())), 1, kHeader + kSmallRoot + c.document,
                "\nExporting domain ..Error\n" + c.err);

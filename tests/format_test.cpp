@@ -81,7 +81,7 @@ TEST(ParseTest, NumbersSaturationAndExactFailures) {
       {true, std::string("5\0", 2), std::string("Error parsing: \"5\0\"", 19)},
       {false, std::string("5\0", 2), "Error parsing: \"5\\000\""}};
   for (const auto& c : failures) {
-    EXPECT_EQ(peer::errorText<util::EParseError>(
+    EXPECT_EQ(support::errorText<util::EParseError>(
                   [&] { c.real ? util::parse_real(c.input) : util::parse_int(c.input); }),
               c.text);
   }
@@ -129,7 +129,7 @@ TEST(DatatypeNameTest, NamesAndInvalidNumbers) {
   for (uint32_t i = 0; i < 7; ++i) EXPECT_EQ(util::datatype_name(i), names[i]) << i;
   // Compared unsigned, printed as a signed 32-bit number.
   for (const auto& [number, shown] : {std::pair{7u, "7"}, std::pair{0xFFFFFFFFu, "-1"}}) {
-    EXPECT_EQ(peer::errorText<util::EParseError>([n = number] { util::datatype_name(n); }),
+    EXPECT_EQ(support::errorText<util::EParseError>([n = number] { util::datatype_name(n); }),
               std::string("Tried to get name of invalid datatype: ") + shown);
   }
 }

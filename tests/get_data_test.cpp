@@ -15,8 +15,8 @@
 
 namespace {
 
-using peer::Bytes;
-using peer::hex;
+using Bytes = support::Octets;
+using support::hex;
 
 // The walk's GetData (object "X", index "ifIn", 0, 0x7FFFFFFF, 1, 0, true)
 // as request `id`.
@@ -30,17 +30,17 @@ Bytes getDataRequest(char id) {
 // which is a success; a server error, which keeps the data type all ones;
 // an answer of another type, which is rejected.
 TEST(GetDataTest, KeepsWhatTheAnswersCarry) {
-  peer::ScriptedPeer server(peer::loginThen(
+  support::ScriptedPeer server(support::loginThen(
       getDataRequest(0) + getDataRequest(1) + getDataRequest(2) + getDataRequest(3),
-      peer::response(0, hex("A6 80 02 01 03 30 80 "
+      support::response(0, hex("A6 80 02 01 03 30 80 "
                             "30 80 A4 80 02 01 0A 02 01 14 02 01 01 02 01 05 02 01 00 00 00 00 00 "
                             "30 80 A1 80 02 01 0F 0A 01 02 04 02 68 69 00 00 00 00 "
                             "30 80 A4 80 02 01 14 02 01 1E 02 01 02 02 01 06 02 01 01 00 00 00 00 "
                             "00 00 00 00")) +
-          peer::response(1, hex("A6 80 02 01 05 30 80 00 00 00 00")) +
-          peer::response(2, hex("A8 80 02 01 01 30 80 04 02 6E 6F 00 00 00 00")) +
-          peer::response(3, peer::selectResp(Bytes()))));
-  auto session = peer::openTestSession(server.port());
+          support::response(1, hex("A6 80 02 01 05 30 80 00 00 00 00")) +
+          support::response(2, hex("A8 80 02 01 01 30 80 04 02 6E 6F 00 00 00 00")) +
+          support::response(3, support::selectResp(Bytes()))));
+  auto session = support::openTestSession(server.port());
   std::vector<std::shared_ptr<client::GetData>> requests;
   for (int i = 0; i < 4; ++i) {
     requests.push_back(std::make_shared<client::GetData>("X", "ifIn", 0, 0x7FFFFFFF, 1, 0, true));
@@ -52,7 +52,7 @@ TEST(GetDataTest, KeepsWhatTheAnswersCarry) {
   for (int i = 0; i < 4; ++i) {
     SCOPED_TRACE(i);
     client::GetData& request = *requests[i];
-    EXPECT_EQ(peer::errorText<util::EBerError>([&] { client::await(*session, request); }),
+    EXPECT_EQ(support::errorText<util::EBerError>([&] { client::await(*session, request); }),
               cases[i].failure);
     EXPECT_EQ(request.state, client::Request::kAnswered);
     EXPECT_EQ(request.error, cases[i].error);

@@ -42,7 +42,7 @@ TEST(ManualPageTest, RendersWithoutWarnings) {
     args = {"-T", "lint", "-W", "warning", kManualPage};
   }
   if (formatter.empty()) GTEST_SKIP() << "neither groff nor mandoc is installed";
-  const e2e::RunResult run = e2e::run_process(formatter, args, "", kLimit);
+  const support::RunResult run = support::run_process(formatter, args, "", kLimit);
   EXPECT_EQ(run.exitCode, 0);
   EXPECT_EQ(run.out, "");
   EXPECT_EQ(run.err, "");
@@ -56,17 +56,17 @@ bool is_regular(const std::string& path, mode_t* mode = nullptr) {
 }
 
 TEST(InstallTest, PutsTheBinaryAndTheManualPageBelowThePrefix) {
-  e2e::TempDir prefix;
-  const e2e::RunResult run =
-      e2e::run_process(kCMake, {"--install", kBuildDir, "--prefix", prefix.path()}, "", kLimit);
+  support::TempDir prefix;
+  const support::RunResult run =
+      support::run_process(kCMake, {"--install", kBuildDir, "--prefix", prefix.path()}, "", kLimit);
   ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
 
   mode_t mode = 0;
   ASSERT_TRUE(is_regular(prefix.file("bin/talvix-exporter"), &mode)) << run.out;
   EXPECT_NE(mode & S_IXUSR, 0u) << "the binary is executable";
   ASSERT_TRUE(is_regular(prefix.file("share/man/man1/talvix-exporter.1"))) << run.out;
-  EXPECT_EQ(e2e::read_file(prefix.file("share/man/man1/talvix-exporter.1")),
-            e2e::read_file(kManualPage));
+  EXPECT_EQ(support::read_file(prefix.file("share/man/man1/talvix-exporter.1")),
+            support::read_file(kManualPage));
 }
 
 }  // namespace

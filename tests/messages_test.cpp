@@ -19,13 +19,13 @@
 namespace {
 
 using namespace protocol;  // NOLINT(build/namespaces)
-using testing_support::Bytes;
-using testing_support::decode_as;
-using testing_support::decode_messages;
-using testing_support::encode_message;
-using testing_support::FactoryProtocol;
-using testing_support::from_hex;
-using testing_support::MessageFactory;
+using support::Bytes;
+using support::decode_as;
+using support::decode_messages;
+using support::encode_message;
+using support::FactoryProtocol;
+using support::from_hex;
+using support::MessageFactory;
 
 // Content octets the filler gives a primitive of each tag. 5 lies inside
 // every integer range of the schema.
@@ -227,7 +227,7 @@ TEST(Messages, FailuresOfFieldsOfEveryKind) {
   const auto interval =
       decode_as<DataIntervalContinuous>(from_hex("A5 80 02 01 0A 02 01 14 09 00 00 00"), false);
   ASSERT_NE(nullptr, interval);
-  EXPECT_EQ(testing_support::to_hex(encode_message(*interval, false)),
+  EXPECT_EQ(support::to_hex(encode_message(*interval, false)),
             "A5 80 02 01 0A 02 01 14 09 00 09 00 09 00 02 01 00 02 01 00 00 00");
 }
 

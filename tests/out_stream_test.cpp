@@ -19,8 +19,8 @@
 
 namespace {
 
-using e2e::read_file;
-using e2e::read_gzip_file;
+using support::read_file;
+using support::read_gzip_file;
 using porter::BackgroundGZOutStream;
 using porter::GZOutStream;
 constexpr size_t kBlock = BackgroundGZOutStream::kBlockSize;
@@ -28,7 +28,7 @@ constexpr size_t kBlock = BackgroundGZOutStream::kBlockSize;
 template <class Stream>
 class GZStreamTest : public testing::Test {
  protected:
-  e2e::TempDir dir_;
+  support::TempDir dir_;
   const std::string path_ = dir_.file("out.gz");
 };
 using Streams = testing::Types<GZOutStream, BackgroundGZOutStream>;
@@ -90,7 +90,7 @@ TYPED_TEST(GZStreamTest, AZeroByteFailsAndTheTextUpToItStays) {
     TypeParam out(this->path_);
     out.write("before ");
     // zlib has no error of its own to report: it merely stopped at the zero.
-    EXPECT_EQ(peer::errorText<util::EFatal>([&] { out.write(std::string("ab\0cd", 5)); }),
+    EXPECT_EQ(support::errorText<util::EFatal>([&] { out.write(std::string("ab\0cd", 5)); }),
               "Error reading gz-stream: ");
   }
   EXPECT_EQ(read_gzip_file(this->path_), "before ab");
@@ -98,14 +98,14 @@ TYPED_TEST(GZStreamTest, AZeroByteFailsAndTheTextUpToItStays) {
 
 TYPED_TEST(GZStreamTest, AnUnopenablePathFailsAtOnce) {
   const std::string name = this->path_ + "/x.gz";
-  EXPECT_EQ(peer::errorText<util::EFatal>([&] { TypeParam out(name); }),
+  EXPECT_EQ(support::errorText<util::EFatal>([&] { TypeParam out(name); }),
             "Couldn't open for writing gz-stream: " + name);
 }
 
 TEST(BackgroundGZOutStreamFailureTest, TheCompressorsFailureReachesTheWriterAndStays) {
   if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
   BackgroundGZOutStream out("/dev/full", 0);
-  const std::string failure = peer::errorText<util::EFatal>([&] {
+  const std::string failure = support::errorText<util::EFatal>([&] {
     for (int i = 0; i < 64; ++i) out.write(std::string(kBlock, 'q'));
     out.finish();
   });

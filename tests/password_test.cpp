@@ -14,7 +14,7 @@
 namespace porter {
 namespace {
 
-using testsupport::PtyChild;
+using support::PtyChild;
 
 constexpr int kTimeoutMs = 5000;
 
@@ -82,7 +82,7 @@ class PromptTest : public testing::TestWithParam<PromptCase> {};
 
 TEST_P(PromptTest, ReadsOneLineWithoutEcho) {
   const PromptCase& c = GetParam();
-  termios initial = testsupport::plain_terminal_mode();
+  termios initial = support::plain_terminal_mode();
   if (!c.canonical) initial.c_lflag &= ~static_cast<tcflag_t>(ICANON);
   auto child = PtyChild::start(initial, ask(c.calls));
   ASSERT_NE(child, nullptr);
@@ -115,7 +115,7 @@ INSTANTIATE_TEST_SUITE_P(Table, PromptTest, testing::ValuesIn(kPromptCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST(PromptWithoutTerminalTest, FailsToOpenTheInput) {
-  auto child = PtyChild::start(testsupport::plain_terminal_mode(), ask(1),
+  auto child = PtyChild::start(support::plain_terminal_mode(), ask(1),
                                /*controllingTerminal=*/false);
   ASSERT_NE(child, nullptr);
   auto report = child->report(kTimeoutMs);

@@ -22,8 +22,8 @@
 
 namespace {
 
-using namespace export_test;
-using server_test::TestServer;
+using namespace support;
+using support::TestServer;
 
 // "sample", "tricky", "tricky-vanishing" (n1 vanishes between its parent's
 // answer and its own select), or a generated shape.
@@ -136,7 +136,7 @@ TEST_P(PipelinedExportTest, EveryDepthWritesWhatTheSequentialWalkWrites) {
 
   const std::string path = ::testing::TempDir() + "pipelined-" + c.name + ".xml";
   auto take_file = [&](bool gzip) {
-    const std::string text = gzip ? e2e::read_gzip_file(path) : e2e::read_file(path);
+    const std::string text = gzip ? support::read_gzip_file(path) : support::read_file(path);
     std::remove(path.c_str());
     return text;
   };

@@ -29,8 +29,8 @@
 
 namespace {
 
-using namespace export_test;
-using server_test::TestServer;
+using namespace support;
+using support::TestServer;
 
 // The closing message of a failed run: the error stream from the last
 // "Error" line that carries the failure on.

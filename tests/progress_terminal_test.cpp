@@ -41,7 +41,7 @@ TerminalRun run_on_terminal(const std::vector<std::string>& args) {
   for (std::string& w : words) argv.push_back(w.data());
   argv.push_back(nullptr);
 
-  auto child = testsupport::PtyChild::start(testsupport::plain_terminal_mode(), [&](int reportFd) {
+  auto child = support::PtyChild::start(support::plain_terminal_mode(), [&](int reportFd) {
     const int tty = ::open("/dev/tty", O_RDWR);
     const int null = ::open("/dev/null", O_RDWR);
     if (tty < 0 || null < 0) return;
@@ -78,7 +78,7 @@ class ProgressTerminalTest : public testing::Test {
   // (169 requests one after the other), so the display is redrawn at least
   // twice.
   static void SetUpTestSuite() {
-    server_ = std::make_unique<e2e::ServerProcess>(
+    server_ = std::make_unique<support::ServerProcess>(
         kServer, std::vector<std::string>{"--generate", "2x3x2x4/2", "--delay-ms", "4"});
   }
   static void TearDownTestSuite() { server_.reset(); }
@@ -90,9 +90,9 @@ class ProgressTerminalTest : public testing::Test {
     return a;
   }
 
-  static std::unique_ptr<e2e::ServerProcess> server_;
+  static std::unique_ptr<support::ServerProcess> server_;
 };
-std::unique_ptr<e2e::ServerProcess> ProgressTerminalTest::server_;
+std::unique_ptr<support::ServerProcess> ProgressTerminalTest::server_;
 
 const std::string kLiveLine =
     "\\d+ objects, \\d+ history series, [0-9.]+ requests/s, [0-9.]+ (B|KiB) written, "
@@ -113,7 +113,7 @@ TEST_F(ProgressTerminalTest, OnATerminalOneLineIsRedrawnInPlaceAndEndsWithTheTot
 TEST_F(ProgressTerminalTest, WithoutTheSettingTheTerminalGetsExactlyTheMarks) {
   const TerminalRun tty = run_on_terminal(args({}));
   ASSERT_EQ(tty.report, "exit 0") << tty.tty;
-  const e2e::RunResult piped = e2e::run_process(kExporter, args({}), "", kRunLimit);
+  const support::RunResult piped = support::run_process(kExporter, args({}), "", kRunLimit);
   ASSERT_EQ(piped.exitCode, 0) << piped.err;
   EXPECT_EQ(tty.tty, piped.err) << "the marks do not depend on the terminal";
   EXPECT_EQ(tty.tty.rfind("\nExporting domain ", 0), 0u) << tty.tty;

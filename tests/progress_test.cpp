@@ -195,10 +195,10 @@ TEST(HeldErrorStreamTest, MarksWaitForAReleaseANoticeTheIntervalOrTheEnd) {
 // and totals that count what was written; a failed export on a terminal also
 // puts the marks back.
 TEST(ProgressExportTest, TheDisplayReplacesTheMarksAndLeavesTheDocumentAlone) {
-  server_test::TestServer server(export_test::exportable_database());
-  const export_test::Outcome marks = export_test::run_exporter(server.port(), {});
+  support::TestServer server(support::exportable_database());
+  const support::Outcome marks = support::run_exporter(server.port(), {});
   ASSERT_EQ(marks.exitCode, 0) << marks.errors;
-  const export_test::Outcome live = export_test::run_exporter(server.port(), {"-oprogress=1"});
+  const support::Outcome live = support::run_exporter(server.port(), {"-oprogress=1"});
   ASSERT_EQ(live.exitCode, 0) << live.errors;
   EXPECT_EQ(live.document, marks.document);
   EXPECT_EQ(live.errors.find("Exporting"), std::string::npos) << live.errors;
@@ -220,9 +220,9 @@ TEST(ProgressExportTest, TheDisplayReplacesTheMarksAndLeavesTheDocumentAlone) {
 
   server::ServerOptions options;
   options.faults.closeAtRequest = 6;  // in the middle of the walk
-  server_test::TestServer failing(export_test::exportable_database(), options);
-  const export_test::Outcome failed =
-      export_test::run_exporter(failing.port(), {"-oprogress=1"}, export_test::kSequential, true);
+  support::TestServer failing(support::exportable_database(), options);
+  const support::Outcome failed =
+      support::run_exporter(failing.port(), {"-oprogress=1"}, support::kSequential, true);
   EXPECT_EQ(failed.failure, "Error reading: OsalSocket::read end of stream");
   EXPECT_EQ(failed.errors.find("Exporting"), std::string::npos) << failed.errors;
 }

@@ -22,9 +22,9 @@ using Octets = std::vector<uint8_t>;
 TEST(PropertyWire, StringPropertyInBothEncodings) {
   Property p;
   protocol::encode_property(p, "siblingName", 6, "abc");
-  EXPECT_EQ(testing_support::to_hex(testing_support::encode_message(p, false)),
+  EXPECT_EQ(support::to_hex(support::encode_message(p, false)),
             "30 80 04 0B 73 69 62 6C 69 6E 67 4E 61 6D 65 02 01 06 A0 80 04 03 61 62 63 00 00 00 00");
-  EXPECT_EQ(testing_support::to_hex(testing_support::encode_message(p, true)),
+  EXPECT_EQ(support::to_hex(support::encode_message(p, true)),
             "20 80 16 0B 73 69 62 6C 69 6E 67 4E 61 6D 65 02 01 06 60 80 16 03 61 62 63 00 00 00 00");
 }
 

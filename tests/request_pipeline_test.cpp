@@ -17,10 +17,10 @@
 
 namespace {
 
-using peer::Bytes;
-using peer::hex;
-using peer::loginThen;
-using peer::ScriptedPeer;
+using Bytes = support::Octets;
+using support::hex;
+using support::loginThen;
+using support::ScriptedPeer;
 
 // A request whose body is a ForgetReq carrying `tag`; it accepts ForgetResp
 // and ErrorResp and counts its done() calls.
@@ -55,9 +55,9 @@ class Probe : public client::Request {
 
 // What the client sends for a Probe with `tag` under request id `id`.
 Bytes probeRequest(int32_t id, int32_t tag) {
-  return peer::berIndefinite("74", peer::berInt(id) + peer::berIndefinite("A5", peer::berInt(tag)));
+  return support::berIndefinite("74", support::berInt(id) + support::berIndefinite("A5", support::berInt(tag)));
 }
-Bytes forgetAnswer(int32_t id) { return peer::response(id, hex("A5 80 00 00")); }
+Bytes forgetAnswer(int32_t id) { return support::response(id, hex("A5 80 00 00")); }
 
 using Probes = std::vector<std::shared_ptr<Probe>>;
 
@@ -66,7 +66,7 @@ using Probes = std::vector<std::shared_ptr<Probe>>;
 template <class Check>
 void probesWith(std::vector<int32_t> tags, const Bytes& requests, const Bytes& answers, Check check) {
   ScriptedPeer server(loginThen(requests, answers));
-  auto session = peer::openTestSession(server.port());
+  auto session = support::openTestSession(server.port());
   Probes probes;
   for (int32_t tag : tags) {
     probes.push_back(std::make_shared<Probe>(tag));
@@ -119,9 +119,9 @@ TEST(RequestPipelineTest, AnswersOutOfOrderReachTheirRequests) {
 // sent; an answer that its request cannot decode (here an EraseResp) fails
 // the await and leaves the request answered but outstanding until forgotten.
 TEST(RequestPipelineTest, FailuresOnTheWay) {
-  probesWith({1}, probeRequest(0, 1), hex("62 80 00 00") + peer::response(0, hex("A1 80 00 00")),
+  probesWith({1}, probeRequest(0, 1), hex("62 80 00 00") + support::response(0, hex("A1 80 00 00")),
              [](client::Session& session, Probes& p) {
-               EXPECT_EQ(peer::errorText<util::EBerError>([&] { client::await(session, *p[0]); }),
+               EXPECT_EQ(support::errorText<util::EBerError>([&] { client::await(session, *p[0]); }),
                          "Wrong type. Expected Response");
                EXPECT_EQ(p[0]->state, client::Request::kSent);
                EXPECT_THROW(client::await(session, *p[0]), util::EBerError);

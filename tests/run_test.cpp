@@ -270,7 +270,7 @@ class PasswordFileTest : public testing::TestWithParam<PasswordFileCase> {};
 
 TEST_P(PasswordFileTest, GivesThePasswordOrStopsBeforeTheExport) {
   const PasswordFileCase& c = GetParam();
-  e2e::TempDir dir;
+  support::TempDir dir;
   const std::string path = dir.file("pw");
   if (c.prepare) c.prepare(path);
   std::vector<std::string> storage{kProgram, "-lu", "-o", "password-file=" + path};

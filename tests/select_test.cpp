@@ -15,9 +15,9 @@
 namespace {
 
 using client::Select;
-using peer::Bytes;
-using peer::errorText;
-using peer::hex;
+using Bytes = support::Octets;
+using support::errorText;
+using support::hex;
 
 // Select("X", ".", `flags`) as request `id`.
 Bytes selectRequest(char id, char flags) {
@@ -32,21 +32,21 @@ Bytes selectRequest(char id, char flags) {
 // sent before "alpha" and "alpha" twice; the child carries a property of its
 // own; a repeated object id keeps the later object.
 TEST(SelectTest, BuildsResultSetsFromTheAnswers) {
-  const Bytes resultSet = peer::selectResp(
-      peer::object("Node", 0, "X", peer::stringProperty("v", "earlier")) +
-      peer::object("Node", 0, "Y", peer::stringProperty("v", "other")) +
-      peer::object("Domain", 5, "X",
-                   peer::stringProperty("zeta", "last") + peer::stringProperty("alpha", "first") +
-                       peer::stringProperty("alpha", "second") + peer::nullProperty("gone", 6),
-                   peer::object("Node", 1, "C1", peer::stringProperty("siblingName", "n1")) +
-                       peer::object("User", 0, "C2", Bytes())));
-  peer::ScriptedPeer server(peer::loginThen(
+  const Bytes resultSet = support::selectResp(
+      support::object("Node", 0, "X", support::stringProperty("v", "earlier")) +
+      support::object("Node", 0, "Y", support::stringProperty("v", "other")) +
+      support::object("Domain", 5, "X",
+                   support::stringProperty("zeta", "last") + support::stringProperty("alpha", "first") +
+                       support::stringProperty("alpha", "second") + support::nullProperty("gone", 6),
+                   support::object("Node", 1, "C1", support::stringProperty("siblingName", "n1")) +
+                       support::object("User", 0, "C2", Bytes())));
+  support::ScriptedPeer server(support::loginThen(
       selectRequest(0, 0) + selectRequest(1, 0) + selectRequest(2, 1) + selectRequest(3, 0),
-      peer::response(0, resultSet) +
-          peer::response(1, hex("A8 80 02 01 02 30 80 04 07 6E 6F 74 68 69 6E 67 00 00 00 00")) +
-          peer::response(2, peer::selectResp(peer::object("Node", 0, "X", Bytes()))) +
-          peer::response(3, hex("A5 80 00 00"))));
-  auto session = peer::openTestSession(server.port());
+      support::response(0, resultSet) +
+          support::response(1, hex("A8 80 02 01 02 30 80 04 07 6E 6F 74 68 69 6E 67 00 00 00 00")) +
+          support::response(2, support::selectResp(support::object("Node", 0, "X", Bytes()))) +
+          support::response(3, hex("A5 80 00 00"))));
+  auto session = support::openTestSession(server.port());
   std::vector<std::shared_ptr<Select>> selects;
   for (uint32_t flags : {0, 0, 1, 0}) {
     selects.push_back(std::make_shared<Select>("X", ".", flags));

@@ -14,15 +14,15 @@
 
 namespace {
 
-using peer::hex;
-using peer::PeerLink;
-using peer::ScriptedPeer;
+using support::hex;
+using support::PeerLink;
+using support::ScriptedPeer;
 
 // Any minor version of major version 2 is accepted; empty fields are sent
 // empty; the session id may exceed 32 bits.
 TEST(LoginTest, SendsItsMessagesLiterallyAndKeepsTheSessionFields) {
   ScriptedPeer server([](PeerLink& link) {
-    link.expect(peer::clientWants(), "ClientWants");
+    link.expect(support::clientWants(), "ClientWants");
     link.send(hex("61 80 02 02 02 FF A0 80 00 00 00 00"));
     link.expect(hex("62 80 00 00"), "NegotiateAck");
     link.expect(hex("70 80 04 00 04 01 75 04 08 45 78 70 6F 72 74 65 72 04 00 00 00"), "NewSession");
@@ -40,7 +40,7 @@ TEST(LoginTest, SendsItsMessagesLiterallyAndKeepsTheSessionFields) {
 // The text of whichever error the login raises, prefixed by its kind.
 std::string loginFailure(uint16_t port) {
   try {
-    peer::openTestSession(port);
+    support::openTestSession(port);
   } catch (const util::EConnectError& e) {
     return "connect_error: " + e.text();
   } catch (const util::ESystemError& e) {
@@ -62,11 +62,11 @@ class RefusalTest : public testing::TestWithParam<Refusal> {};
 TEST_P(RefusalTest, FailsInItsOwnWords) {
   const Refusal& r = GetParam();
   ScriptedPeer server([&r](PeerLink& link) {
-    link.expect(peer::clientWants(), "ClientWants");
+    link.expect(support::clientWants(), "ClientWants");
     link.send(hex(r.offer));
     if (r.login != nullptr) {
       link.expect(hex("62 80 00 00"), "NegotiateAck");
-      link.expect(peer::testLogin(), "NewSession");
+      link.expect(support::testLogin(), "NewSession");
       link.send(hex(r.login));
     } else if (r.offer[0] != '\0') {
       link.expectEnd("after the refusal");
@@ -113,7 +113,7 @@ TEST(ReconnectorTest, TriesWaitsAndTheFailureThatEndsTheRow) {
                  " refusals");
     // Only a row that logs in at last connects.
     std::optional<ScriptedPeer> server;
-    if (c.failure == nullptr) server.emplace(peer::loginThen({}, {}));
+    if (c.failure == nullptr) server.emplace(support::loginThen({}, {}));
     uint32_t refused = 0;
     net::ConnectionFactory refusing([&](const std::string& host, uint32_t port) {
       if (refused < c.refusals) throw util::ESystemError("refused " + std::to_string(++refused));

@@ -47,7 +47,7 @@ std::string read_exactly(BasicIo& stream, size_t length) {
 
 template <class Action>
 std::string failure(Action action) {
-  return peer::errorText<util::ESystemError>(action);
+  return support::errorText<util::ESystemError>(action);
 }
 
 // The socket is blocking and keeps Nagle's algorithm; a send of nothing

@@ -74,7 +74,7 @@ TEST(LocalTimeTest, TimeBeyondTheCalendarFails) {
                {INT64_MAX - 255, 0, "Couldn't get localtime for time -256"},
                {INT64_MAX, util::TimeZone::kStartZone, "Couldn't get localtime for time -1"}};
   for (const auto& c : cases) {
-    EXPECT_EQ(peer::errorText<util::ESystemError>(
+    EXPECT_EQ(support::errorText<util::ESystemError>(
                   [&] { util::iso_time2str(c.time, util::TimeZone(c.offset)); }),
               c.text);
   }

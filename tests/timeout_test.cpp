@@ -19,7 +19,7 @@ namespace {
 // own, so that the waits of several cases overlap.
 template <class Action>
 std::future<std::string> failure_of(Action action) {
-  return std::async(std::launch::async, [action] { return peer::errorText<util::ESystemError>(action); });
+  return std::async(std::launch::async, [action] { return support::errorText<util::ESystemError>(action); });
 }
 
 // Waits that end at the limit, all at once: a read and a write on a listener
@@ -59,11 +59,11 @@ TEST(TimedConnectionTest, AClosedPeerIsTheEndOfTheStreamAndARefusalKeepsTheSocke
   ASSERT_NE(peer, nullptr);
   peer->close();
   char buffer[8];
-  EXPECT_EQ(peer::errorText<util::ESystemError>([&] { client->read(buffer, sizeof buffer); }),
+  EXPECT_EQ(support::errorText<util::ESystemError>([&] { client->read(buffer, sizeof buffer); }),
             "Error reading: OsalSocket::read end of stream");
 
   const uint16_t closedPort = net::Listener().port();
-  EXPECT_EQ(peer::errorText<util::ESystemError>([&] {
+  EXPECT_EQ(support::errorText<util::ESystemError>([&] {
               net::connectTcpWithin("127.0.0.1", closedPort, 1);
             }).rfind("Error connecting: Connection refused (", 0),
             0u);
@@ -76,16 +76,16 @@ TEST(TimedConnectionTest, AClosedPeerIsTheEndOfTheStreamAndARefusalKeepsTheSocke
 TEST(TimeoutExportTest, OnlyAnAnswerLaterThanTheLimitEndsTheExport) {
   server::ServerOptions options;
   options.faults.delayMs = 2000;
-  server_test::TestServer slow(export_test::exportable_database(), options);
-  const export_test::Outcome late = export_test::run_exporter(slow.port(), {"-o", "timeout=1"});
+  support::TestServer slow(support::exportable_database(), options);
+  const support::Outcome late = support::run_exporter(slow.port(), {"-o", "timeout=1"});
   EXPECT_EQ(late.failure, "No answer from server 127.0.0.1:" + std::to_string(slow.port()) +
                               " within 1 second");
   EXPECT_EQ(late.document, "") << "the output is opened only after the lookups";
   // A server gone after the first connection fails the try at once; the run
   // ends with the failure that began the tries.
   options.faults.goneAfterFirst = true;
-  server_test::TestServer slowOnce(export_test::exportable_database(), options);
-  const export_test::Outcome again = export_test::run_exporter(
+  support::TestServer slowOnce(support::exportable_database(), options);
+  const support::Outcome again = support::run_exporter(
       slowOnce.port(), {"-o", "timeout=1,reconnect=1,reconnect-wait=0"});
   const std::string lost = "No answer from server 127.0.0.1:" + std::to_string(slowOnce.port()) +
                            " within 1 second";
@@ -94,10 +94,10 @@ TEST(TimeoutExportTest, OnlyAnAnswerLaterThanTheLimitEndsTheExport) {
             std::string::npos)
       << again.errors;
 
-  server_test::TestServer server(export_test::exportable_database());
-  const export_test::Outcome untimed = export_test::run_exporter(server.port(), {});
+  support::TestServer server(support::exportable_database());
+  const support::Outcome untimed = support::run_exporter(server.port(), {});
   ASSERT_EQ(untimed.exitCode, 0) << untimed.errors;
-  const export_test::Outcome timed = export_test::run_exporter(server.port(), {"-otimeout=1"});
+  const support::Outcome timed = support::run_exporter(server.port(), {"-otimeout=1"});
   EXPECT_EQ(timed.exitCode, 0) << timed.errors;
   EXPECT_EQ(timed.document, untimed.document);
   EXPECT_EQ(timed.errors, untimed.errors);

@@ -122,7 +122,7 @@ TEST_F(XMLExportTest, UnrenderablePropertiesFailWithTheirMessageOrAreLeftOut) {
     if (*message == '\0') {
       EXPECT_FALSE(writer_.writeProperty(*p));
     } else {
-      EXPECT_EQ(peer::errorText<util::Exception>([&] { writer_.writeProperty(*p); }), message);
+      EXPECT_EQ(support::errorText<util::Exception>([&] { writer_.writeProperty(*p); }), message);
     }
   }
   EXPECT_EQ(doc_.str(), "");
@@ -161,7 +161,7 @@ TEST_F(XMLExportTest, NestingUnknownDatatypeAndEdgeRow) {
             "</Object>\n");
   doc_.str("");
   XMLExport::Rows noRows;
-  EXPECT_EQ(peer::errorText<util::Exception>([&] { writer_.writeData(7, noRows); }),
+  EXPECT_EQ(support::errorText<util::Exception>([&] { writer_.writeData(7, noRows); }),
             "Got unknown datatype for rows [7]");
   EXPECT_EQ(doc_.str(), "");
   XMLExport::Rows rows;

@@ -63,6 +63,5 @@ class ScriptedStream : public net::BasicIo {
 
 }  // namespace support
 
-namespace testing_support = support;  // the old name, still used by tests
 
 #endif  // TALVIX_TESTS_SUPPORT_BER_STREAMS_H_

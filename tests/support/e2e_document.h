@@ -39,6 +39,5 @@ std::string dedent(const std::string& lines, size_t blanks);
 
 }  // namespace support
 
-namespace e2e = support;  // the old name, still used by tests
 
 #endif  // TALVIX_TESTS_SUPPORT_E2E_DOCUMENT_H_

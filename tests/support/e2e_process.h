@@ -98,6 +98,5 @@ std::string read_gzip_file(const std::string& path);
 
 }  // namespace support
 
-namespace e2e = support;  // the old name, still used by tests
 
 #endif  // TALVIX_TESTS_SUPPORT_E2E_PROCESS_H_

@@ -21,8 +21,5 @@ std::string errorText(Action action) {
 
 }  // namespace support
 
-namespace peer {  // the old name, still used by tests
-using support::errorText;
-}  // namespace peer
 
 #endif  // TALVIX_TESTS_SUPPORT_ERROR_TEXT_H_

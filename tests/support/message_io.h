@@ -55,6 +55,5 @@ std::unique_ptr<T> decode_as(const Bytes& bytes, bool legacy) {
 
 }  // namespace support
 
-namespace testing_support = support;  // the old name, still used by tests
 
 #endif  // TALVIX_TESTS_SUPPORT_MESSAGE_IO_H_

@@ -73,6 +73,5 @@ termios plain_terminal_mode();
 
 }  // namespace support
 
-namespace testsupport = support;  // the old name, still used by tests
 
 #endif  // TALVIX_TESTS_SUPPORT_PTY_CHILD_H_

@@ -85,10 +85,5 @@ std::shared_ptr<const server::Database> with_fault(std::shared_ptr<const server:
 
 }  // namespace support
 
-namespace export_test {  // the old name, still used by tests
-using support::exportable_database, support::ForwardingDatabase, support::kSequential,
-    support::ObjectFault, support::Outcome, support::run_exporter, support::source_path,
-    support::tricky_database, support::with_fault;
-}  // namespace export_test
 
 #endif  // TALVIX_TESTS_SUPPORT_RUN_EXPORT_H_

@@ -115,10 +115,5 @@ std::unique_ptr<client::Session> openTestSession(uint16_t port);
 
 }  // namespace support
 
-// The old name, still used by tests; its Bytes are Octets.
-namespace peer {
-using namespace support;  // NOLINT(build/namespaces)
-using Bytes = Octets;
-}  // namespace peer
 
 #endif  // TALVIX_TESTS_SUPPORT_SCRIPTED_PEER_H_

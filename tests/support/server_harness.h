@@ -93,6 +93,5 @@ class RawClient {
 
 }  // namespace support
 
-namespace server_test = support;  // the old name, still used by tests
 
 #endif  // TALVIX_TESTS_SUPPORT_SERVER_HARNESS_H_
