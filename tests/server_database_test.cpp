@@ -16,10 +16,7 @@ namespace server {
 namespace {
 
 // The text of the util::EFatal that `f` throws, "(no error)" when none.
-template <class F>
-std::string fatal_text(F f) {
-  return support::errorText<util::EFatal>(f);
-}
+constexpr auto fatal_text = [](auto f) { return support::errorText<util::EFatal>(f); };
 
 // --- the JSON loader ---------------------------------------------------------
 
