@@ -61,37 +61,25 @@ const Case kCases[] = {
     {"many_series", "1x2x10x2/1", {}, false, true},  // forty checks with history
 };
 
-// The requests a server receives, each as its encoded body (the request
-// without its id), in any order.
-class RequestRecord {
- public:
-  // Records the requests of the server made with the result.
-  server::ServerOptions options() {
-    server::ServerOptions options;
-    options.onRequest = [this](const protocol::Request& request) {
-      std::string body = server::encode(*request.req, false);
-      std::lock_guard<std::mutex> lock(mutex_);
-      bodies_.insert(std::move(body));
-    };
-    return options;
-  }
-  std::multiset<std::string> take() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return std::exchange(bodies_, {});
-  }
-
- private:
-  std::mutex mutex_;
-  std::multiset<std::string> bodies_;
-};
-
 class PipelinedExportTest : public ::testing::TestWithParam<Case> {};
 
 TEST_P(PipelinedExportTest, EveryDepthWritesWhatTheSequentialWalkWrites) {
   const Case& c = GetParam();
   std::shared_ptr<const server::Database> db = database(c.db);
-  RequestRecord recording;
-  TestServer plain(db, recording.options());
+  // The requests the server receives, each as its body (without its id).
+  std::mutex mutex;
+  std::multiset<std::string> bodies;
+  server::ServerOptions recording;
+  recording.onRequest = [&](const protocol::Request& request) {
+    std::string body = server::encode(*request.req, false);
+    std::lock_guard<std::mutex> lock(mutex);
+    bodies.insert(std::move(body));
+  };
+  auto take = [&] {
+    std::lock_guard<std::mutex> lock(mutex);
+    return std::exchange(bodies, {});
+  };
+  TestServer plain(db, recording);
   // Answers reversed in windows, split into small pieces and mixed with
   // responses nobody asked for: the pipeline matches them by id.
   server::ServerOptions options;
@@ -101,7 +89,7 @@ TEST_P(PipelinedExportTest, EveryDepthWritesWhatTheSequentialWalkWrites) {
   TestServer shuffled(db, options);
 
   const Outcome sequential = run_exporter(plain.port(), c.args, kSequential);
-  const std::multiset<std::string> asked = recording.take();
+  const std::multiset<std::string> asked = take();
   ASSERT_EQ(sequential.exitCode, c.fails ? 1 : 0) << sequential.errors;
   EXPECT_EQ(sequential.failure.empty(), !c.fails) << sequential.failure;
   EXPECT_TRUE(!c.args.empty() || sequential.document.find("<Object") != std::string::npos);
@@ -116,7 +104,7 @@ TEST_P(PipelinedExportTest, EveryDepthWritesWhatTheSequentialWalkWrites) {
     EXPECT_LE(pipelined.stats.peakAhead, 4 * depth + 1);
     // A failed walk may have asked ahead of its failure; a finished one asks
     // exactly the sequential walk's requests.
-    const bool sameRequests = recording.take() == asked;
+    const bool sameRequests = take() == asked;
     if (!c.fails) {
       EXPECT_TRUE(sameRequests) << "other requests than sequentially";
       EXPECT_EQ(pipelined.stats.sent, pipelined.stats.taken);
