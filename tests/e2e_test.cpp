@@ -161,26 +161,6 @@ class TypesExport : public ::testing::Test {
 };
 std::unique_ptr<ServerProcess> TypesExport::server_;
 
-// -f with a relative name, and -z -f: the same document as on standard
-// output, with progress lines framed for a file; a quiet -f export too.
-TEST_F(TypesExport, FileAndGzipOutputHoldThePlainExport) {
-  TempDir dir;
-  const RunResult plain = exportWith({"-f", "out.xml"}, dir.path());
-  expect_run(plain, 0, "", "Exporting database" + kFullErr + "\nDone\n");
-  const RunResult zipped = exportWith({"-z", "-f" + dir.file("out.xml.gz")});
-  expect_run(zipped, 0, "", "Exporting database using gz " + kFullErr + "\nDone\n");
-  // Quiet: neither the frame nor the marks, only the notice.
-  const RunResult quiet = exportWith({"-f", "quiet.xml", "-o", "quiet=1"}, dir.path());
-  expect_run(quiet, 0, "", kDateNotice);
-  for (const auto& [text, run] : {std::pair{support::read_file(dir.file("out.xml")), &plain},
-                                  std::pair{support::read_gzip_file(dir.file("out.xml.gz")), &zipped},
-                                  std::pair{support::read_file(dir.file("quiet.xml")), &quiet}}) {
-    std::string problem;
-    EXPECT_EQ(support::mask_timestamp(text, run->started, run->ended, problem), full_document());
-    EXPECT_EQ(problem, "");
-  }
-}
-
 // One export with its own arguments and the document and error stream it
 // must give.
 struct VariantCase {

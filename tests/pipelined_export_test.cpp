@@ -125,6 +125,9 @@ TEST_P(PipelinedExportTest, EveryDepthWritesWhatTheSequentialWalkWrites) {
     const Outcome toFile = run_exporter(plain.port(), args, 64);
     EXPECT_EQ(toFile.exitCode, sequential.exitCode) << toFile.errors;
     EXPECT_EQ(toFile.document, "");
+    // The progress lines framed for a file.
+    EXPECT_EQ(toFile.errors, std::string(gzip ? "Exporting database using gz " : "Exporting database") +
+                                 sequential.errors + (c.fails ? "" : "\nDone\n"));
     EXPECT_EQ(gzip ? read_gzip_file(path) : read_file(path), sequential.document);
   }
 }
