@@ -43,8 +43,8 @@ TYPED_TEST(GZStreamTest, HoldsEveryTextInOrderAndReplacesTheFile) {
   std::string expected;
   {
     TypeParam out(path);
-    out.write("").write("caf\xC3\xA9\r\n\xFF").write("");
     expected = "caf\xC3\xA9\r\n\xFF";
+    out.write("").write(expected).write("");
     while (expected.size() < 5 * kBlock * BackgroundGZOutStream::kBlocksQueued) {
       std::string piece = "<Data n=\"" + std::to_string(random()) + "\"/>\n";
       if (random() % 97 == 0) piece.assign(kBlock + 3, 'x');
@@ -55,7 +55,6 @@ TYPED_TEST(GZStreamTest, HoldsEveryTextInOrderAndReplacesTheFile) {
     out.close();
     out.close();  // closing again does nothing; nor does the destructor
   }
-  EXPECT_EQ(read_file(path).substr(0, 2), "\x1F\x8B");  // gzip magic
   EXPECT_LT(read_file(path).size(), expected.size() / 4);
   EXPECT_EQ(read_gzip_file(path), expected);
 
@@ -85,18 +84,17 @@ TYPED_TEST(GZStreamTest, TheLevelChangesTheSizeButNotTheText) {
   EXPECT_EQ(files[-1], files[6]) << "without a level zlib's default (6) is used";
 }
 
-TYPED_TEST(GZStreamTest, AZeroByteFailsAndTheTextUpToItStays) {
+// A zero byte fails (zlib has no error of its own to report: it merely
+// stopped there) and the text up to it stays; a path that cannot be opened
+// fails at once.
+TYPED_TEST(GZStreamTest, AZeroByteAndAnUnopenablePathFail) {
   {
     TypeParam out(this->path_);
     out.write("before ");
-    // zlib has no error of its own to report: it merely stopped at the zero.
     EXPECT_EQ(support::errorText<util::EFatal>([&] { out.write(std::string("ab\0cd", 5)); }),
               "Error reading gz-stream: ");
   }
   EXPECT_EQ(read_gzip_file(this->path_), "before ab");
-}
-
-TYPED_TEST(GZStreamTest, AnUnopenablePathFailsAtOnce) {
   const std::string name = this->path_ + "/x.gz";
   EXPECT_EQ(support::errorText<util::EFatal>([&] { TypeParam out(name); }),
             "Couldn't open for writing gz-stream: " + name);

@@ -1,11 +1,10 @@
 // The pipelined export (-o pipeline=N) against the sequential one: the same
-// document, error stream and exit code for every database shape, filter and
-// depth, with answers in order and out of order, on standard output, in a
-// file and in a compressed file; and the planner sends exactly the
-// sequential walk's requests while holding no more answers than its bound.
+// document, error stream and exit code for database shapes and filters, with
+// answers in order and out of order, on standard output and in (compressed)
+// files; and the planner sends exactly the sequential walk's requests while
+// holding no more answers than its bound.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -23,7 +22,6 @@
 namespace {
 
 using namespace support;
-using support::TestServer;
 
 // "sample", "tricky", "tricky-vanishing" (n1 vanishes between its parent's
 // answer and its own select), or a generated shape.
@@ -50,44 +48,17 @@ struct Case {
 };
 
 const Case kCases[] = {
-    {"sample", "sample", {}, false, true},
+    {"sample", "sample", {}},
     {"sample_include_domain_node", "sample", {"-I", "Domain,Node"}},
-    {"sample_no_mib", "sample", {"-i", "MibObject,MibModule"}},
-    {"tricky", "tricky", {}, false, true},
+    {"tricky", "tricky", {}},
     {"tricky_subtree", "tricky", {"-I", "Domain,Node+"}},
     {"tricky_ignore_check", "tricky", {"-i", "Check"}},
     {"tricky_subdomain", "tricky", {"-e", "Sub"}},
     {"tricky_no_history", "tricky", {"-c"}},
     {"tricky_vanishing", "tricky-vanishing", {}, true, true},
-    {"generated", "3x4x2x3/2", {}},
-    {"generated_subdomain", "3x4x2x3/2", {"-e", ".."}},
-    {"deep", "2x1x1x1/4", {}},   // four domain levels, one node each
-    {"wide", "1x20x2x2/1", {}},  // forty nodes in one domain
+    {"generated_subdomain", "3x4x2x3/2", {"-e", ".."}},  // the root, but without a MIB section
+    {"deep", "2x1x1x1/4", {}},  // four domain levels, one node each
     {"many_series", "1x2x10x2/1", {}, false, true},  // forty checks with history
-};
-
-// The requests a server receives, each as its encoded body (the request
-// without its id), in any order.
-class RequestRecord {
- public:
-  // Records the requests of the server made with the result.
-  server::ServerOptions options() {
-    server::ServerOptions options;
-    options.onRequest = [this](const protocol::Request& request) {
-      std::string body = server::encode(*request.req, false);
-      std::lock_guard<std::mutex> lock(mutex_);
-      bodies_.insert(std::move(body));
-    };
-    return options;
-  }
-  std::multiset<std::string> take() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return std::exchange(bodies_, {});
-  }
-
- private:
-  std::mutex mutex_;
-  std::multiset<std::string> bodies_;
 };
 
 class PipelinedExportTest : public ::testing::TestWithParam<Case> {};
@@ -95,8 +66,20 @@ class PipelinedExportTest : public ::testing::TestWithParam<Case> {};
 TEST_P(PipelinedExportTest, EveryDepthWritesWhatTheSequentialWalkWrites) {
   const Case& c = GetParam();
   std::shared_ptr<const server::Database> db = database(c.db);
-  RequestRecord recording;
-  TestServer plain(db, recording.options());
+  // The requests the server receives, each as its body (without its id).
+  std::mutex mutex;
+  std::multiset<std::string> bodies;
+  server::ServerOptions recording;
+  recording.onRequest = [&](const protocol::Request& request) {
+    std::string body = server::encode(*request.req, false);
+    std::lock_guard<std::mutex> lock(mutex);
+    bodies.insert(std::move(body));
+  };
+  auto take = [&] {
+    std::lock_guard<std::mutex> lock(mutex);
+    return std::exchange(bodies, {});
+  };
+  TestServer plain(db, recording);
   // Answers reversed in windows, split into small pieces and mixed with
   // responses nobody asked for: the pipeline matches them by id.
   server::ServerOptions options;
@@ -106,13 +89,12 @@ TEST_P(PipelinedExportTest, EveryDepthWritesWhatTheSequentialWalkWrites) {
   TestServer shuffled(db, options);
 
   const Outcome sequential = run_exporter(plain.port(), c.args, kSequential);
-  const std::multiset<std::string> asked = recording.take();
+  const std::multiset<std::string> asked = take();
   ASSERT_EQ(sequential.exitCode, c.fails ? 1 : 0) << sequential.errors;
   EXPECT_EQ(sequential.failure.empty(), !c.fails) << sequential.failure;
-  if (c.args.empty()) {
-    EXPECT_NE(sequential.document.find("<Object"), std::string::npos);
-  }
-  for (uint32_t depth : {1u, 2u, 7u, 64u, 1024u}) {
+  EXPECT_TRUE(!c.args.empty() || sequential.document.find("<Object") != std::string::npos);
+  // Depth 2 fills its window at once; 1024 is more than the requests.
+  for (uint32_t depth : {1u, 2u, 1024u}) {
     SCOPED_TRACE("pipeline=" + std::to_string(depth));
     const Outcome pipelined = run_exporter(plain.port(), c.args, depth);
     expect_same(sequential, pipelined);
@@ -122,38 +104,31 @@ TEST_P(PipelinedExportTest, EveryDepthWritesWhatTheSequentialWalkWrites) {
     EXPECT_LE(pipelined.stats.peakAhead, 4 * depth + 1);
     // A failed walk may have asked ahead of its failure; a finished one asks
     // exactly the sequential walk's requests.
-    const bool sameRequests = recording.take() == asked;
+    const bool sameRequests = take() == asked;
     if (!c.fails) {
       EXPECT_TRUE(sameRequests) << "other requests than sequentially";
       EXPECT_EQ(pipelined.stats.sent, pipelined.stats.taken);
     }
-    if (depth >= 7) {
+    if (depth == 1024) {
       SCOPED_TRACE("out of order");
       expect_same(sequential, run_exporter(shuffled.port(), c.args, depth));
     }
   }
   if (!c.files) return;
 
-  const std::string path = ::testing::TempDir() + "pipelined-" + c.name + ".xml";
-  auto take_file = [&](bool gzip) {
-    const std::string text = gzip ? support::read_gzip_file(path) : support::read_file(path);
-    std::remove(path.c_str());
-    return text;
-  };
+  TempDir dir;
   for (bool gzip : {false, true}) {
     SCOPED_TRACE(gzip ? "-f -z" : "-f");
+    const std::string path = dir.file("out.xml");
     std::vector<std::string> args = {"-f" + path};
     if (gzip) args.push_back("-z");
-    const Outcome toFile = run_exporter(plain.port(), args, kSequential);
+    const Outcome toFile = run_exporter(plain.port(), args, 64);
     EXPECT_EQ(toFile.exitCode, sequential.exitCode) << toFile.errors;
     EXPECT_EQ(toFile.document, "");
-    const std::string expected = take_file(gzip);
-    EXPECT_EQ(expected, sequential.document);
-    for (uint32_t depth : {1u, 64u, 1024u}) {
-      SCOPED_TRACE("pipeline=" + std::to_string(depth));
-      expect_same(toFile, run_exporter(plain.port(), args, depth));
-      EXPECT_EQ(take_file(gzip), expected);
-    }
+    // The progress lines framed for a file.
+    EXPECT_EQ(toFile.errors, std::string(gzip ? "Exporting database using gz " : "Exporting database") +
+                                 sequential.errors + (c.fails ? "" : "\nDone\n"));
+    EXPECT_EQ(gzip ? read_gzip_file(path) : read_file(path), sequential.document);
   }
 }
 
@@ -164,7 +139,7 @@ INSTANTIATE_TEST_SUITE_P(Databases, PipelinedExportTest, ::testing::ValuesIn(kCa
 // beyond the window: the window is used to the full.
 TEST(PipelinedExportRequests, ALargeTreeFillsTheWindow) {
   TestServer server(database("4x6x3x2/3"));
-  for (uint32_t depth : {2u, 7u, 64u}) {
+  for (uint32_t depth : {2u, 64u}) {
     SCOPED_TRACE("pipeline=" + std::to_string(depth));
     const Outcome pipelined = run_exporter(server.port(), {"-c"}, depth);
     ASSERT_EQ(pipelined.exitCode, 0) << pipelined.errors;
