@@ -93,6 +93,7 @@ MakeFile file(const std::string& contents, mode_t mode) {
   };
 }
 
+// `text` with every FILE in it replaced by `path`.
 std::string withPath(std::string text, const std::string& path) {
   for (size_t at; (at = text.find("FILE")) != std::string::npos;) text.replace(at, 4, path);
   return text;
