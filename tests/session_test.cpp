@@ -59,9 +59,9 @@ const char* const kNoVersion = "connect_error: Server does not support our versi
 INSTANTIATE_TEST_SUITE_P(
     Table, LoginTest,
     testing::Values(
-        // Any minor version of major version 2 is accepted; the session id
+        // Any minor version of major version 2 is accepted (here 0, below ours); the session id
         // may exceed 32 bits (0x0102030405); then clock, root, unused, MIB root.
-        Answers{"Accepted", "61 80 02 02 02 FF A0 80 00 00 00 00",
+        Answers{"Accepted", "61 80 02 02 02 00 A0 80 00 00 00 00",
                 "71 80 02 05 01 02 03 04 05 02 01 00 04 02 52 31 04 01 7A 04 02 4D 31 00 00",
                 "4328719365 R1 M1"},
         Answers{"MajorVersion3", "61 80 02 02 03 00 A0 80 00 00 00 00", nullptr, kNoVersion},
