@@ -47,7 +47,6 @@ TEST(ApplyExtraSettingsTest, GivesSettingsOrComplaint) {
       // =0 goes back to the dots only from its own mode.
       {"quiet=1,quiet=0", "", ExtraSettings{}},
       {"quiet=1,progress=0", "", with([](ExtraSettings& s) { s.progress = ProgressMode::kQuiet; })},
-      {"quiet=2", bad("\"2\"", "quiet", "0 or 1")},
       {"atomic=\t", bad("\"\\t\"", "atomic", "0 or 1")},
       {"password-file=a=b/pw", "", with([](ExtraSettings& s) { s.passwordFile = "a=b/pw"; })},
       {"password-file=", bad("\"\"", "password-file", "a file name")},

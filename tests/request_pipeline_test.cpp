@@ -1,5 +1,6 @@
-// The request pipeline: ids, matching answers to outstanding requests in any
-// order, forgetting, and the failures on the way.
+// The request pipeline with select queries against a scripted server: ids,
+// matching answers to outstanding requests in any order, forgetting, the
+// result set a select builds, and the failures on the way.
 #include "client/request.h"
 
 #include <gtest/gtest.h>
@@ -8,135 +9,108 @@
 #include <string>
 #include <vector>
 
+#include "client/select.h"
 #include "client/session.h"
 #include "protocol/ber_reader.h"
 #include "protocol/gui_protocol.h"
-#include "protocol/messages.h"
 #include "support/scripted_peer.h"
 #include "util/error.h"
 
 namespace {
 
+using client::Select;
 using Bytes = support::Octets;
+using support::errorText;
 using support::hex;
-using support::loginThen;
-using support::ScriptedPeer;
 
-// A request whose body is a ForgetReq carrying `tag`; it accepts ForgetResp
-// and ErrorResp and counts its done() calls.
-class Probe : public client::Request {
- public:
-  explicit Probe(int32_t tag) : tag_(tag) {}
-
-  std::unique_ptr<protocol::BerConstructed> makeBody() override {
-    auto body = std::make_unique<protocol::ForgetReq>();
-    body->id = tag_;
-    return body;
-  }
-  void decode(protocol::BerConstructed* body) override {
-    if (dynamic_cast<protocol::ForgetResp*>(body) != nullptr) {
-      error = 0;
-    } else if (auto* refusal = dynamic_cast<protocol::ErrorResp*>(body)) {
-      error = static_cast<uint32_t>(refusal->code);
-    } else {
-      throw util::EBerError("probe got something else");
-    }
-  }
-  void done(client::Session& session) override {
-    ++doneCalls;
-    client::forget(session, *this);
-  }
-
-  int doneCalls = 0;
-
- private:
-  int32_t tag_;
-};
-
-// What the client sends for a Probe with `tag` under request id `id`.
-Bytes probeRequest(int32_t id, int32_t tag) {
-  return support::berIndefinite("74", support::berInt(id) + support::berIndefinite("A5", support::berInt(tag)));
+// Select("X", ".", `flags`) as request `id`.
+Bytes selectRequest(char id, char flags) {
+  return hex("74 80 02 01") + Bytes(1, id) +
+         hex("A0 80 31 80 04 01 58 00 00 30 80 04 01 2E 02 01 00 05 00 30 80 00 00 30 80 00 00 "
+             "30 80 00 00 31 80 00 00 00 00 02 01") + Bytes(1, flags) + hex("00 00 00 00");
 }
-Bytes forgetAnswer(int32_t id) { return support::response(id, hex("A5 80 00 00")); }
 
-using Probes = std::vector<std::shared_ptr<Probe>>;
-
-// Sends the probes with `tags` (in order) to a server expecting `requests`
-// and answering `answers`, then hands the session and probes to `check`.
-template <class Check>
-void probesWith(std::vector<int32_t> tags, const Bytes& requests, const Bytes& answers, Check check) {
-  ScriptedPeer server(loginThen(requests, answers));
+// Three selects get the ids 0 to 2 in send order; flags only travel to the
+// server. Awaiting the first dispatches on the way an answer for an unknown
+// id (dropped) and the second's "pattern matched nothing" (a server error is
+// an answer, not an exception); awaiting the second then returns at once.
+// In the first's result set "zeta" is sent before "alpha" and "alpha" twice,
+// and a repeated object id keeps the later object. For the third, a message
+// other than a Response fails the await and leaves it sent; an answer of
+// another type fails the await and leaves it answered but outstanding until
+// forgotten.
+TEST(RequestPipelineTest, AnswersInAnyOrderResultSetsAndFailures) {
+  const Bytes resultSet = support::selectResp(
+      support::object("Node", 0, "X", support::stringProperty("v", "earlier")) +
+      support::object("Domain", 5, "X",
+                      support::stringProperty("zeta", "last") +
+                          support::stringProperty("alpha", "first") +
+                          support::stringProperty("alpha", "second") +
+                          support::nullProperty("gone", 6),
+                      support::object("Node", 1, "C1", Bytes()) +
+                          support::object("User", 0, "C2", Bytes())));
+  support::ScriptedPeer server(support::loginThen(
+      selectRequest(0, 0) + selectRequest(1, 1) + selectRequest(2, 0),
+      support::response(99, hex("A5 80 00 00")) +
+          support::response(1, hex("A8 80 02 01 02 30 80 04 07 6E 6F 74 68 69 6E 67 00 00 00 00")) +
+          support::response(0, resultSet) + hex("62 80 00 00") +
+          support::response(2, hex("A5 80 00 00"))));
   auto session = support::openTestSession(server.port());
-  Probes probes;
-  for (int32_t tag : tags) {
-    probes.push_back(std::make_shared<Probe>(tag));
-    client::send(*session, probes.back());
-    EXPECT_EQ(probes.back()->state, client::Request::kSent);
+  std::vector<std::shared_ptr<Select>> s;
+  for (uint32_t flags : {0, 1, 0}) {
+    s.push_back(std::make_shared<Select>("X", ".", flags));
+    client::send(*session, s.back());
+    EXPECT_EQ(s.back()->state, client::Request::kSent);
   }
-  check(*session, probes);
+  EXPECT_EQ(client::await(*session, *s[0]), 0u);
+  EXPECT_EQ(s[1]->state, client::Request::kAnswered);
+  EXPECT_EQ(session->idsByRequest.size(), 1u);  // done() forgot both
+  EXPECT_EQ(client::await(*session, *s[1]), 2u);
+
+  const client::ResultObject& object = s[0]->find_result("X");
+  EXPECT_EQ(object.className(), "Domain");
+  EXPECT_EQ(object.flags(), 5u);
+  std::vector<std::string> names;
+  for (const auto& entry : object.properties()) names.emplace_back(entry.first);
+  EXPECT_EQ(names, (std::vector<std::string>{"alpha", "gone", "zeta"}));
+  EXPECT_EQ(object.get_string("alpha"), "first");
+  EXPECT_EQ(object.get_string("zeta"), "last");
+  EXPECT_TRUE(object.is_null("gone"));
+  EXPECT_EQ(errorText<util::EObjectError>([&] { object.get_string("name"); }),
+            "Property \"name\" not found in X");
+  ASSERT_EQ(object.children().size(), 2u);
+  EXPECT_EQ(object.children()[0]->id() + object.children()[1]->id(), "C1C2");
+  EXPECT_EQ(s[0]->find_result_opt("C1"), nullptr);  // children only through their parents
+  EXPECT_EQ(s[1]->find_result_opt("X"), nullptr);
+  EXPECT_EQ(errorText<util::ESelectError>([&] { s[1]->find_result("X"); }),
+            "Id (X) not found in result set for query \".\"");
+
+  EXPECT_EQ(errorText<util::EBerError>([&] { client::await(*session, *s[2]); }),
+            "Wrong type. Expected Response");
+  EXPECT_EQ(s[2]->state, client::Request::kSent);
+  EXPECT_EQ(errorText<util::EBerError>([&] { client::await(*session, *s[2]); }),
+            "Wrong type in Select::decode.");
+  EXPECT_EQ(s[2]->state, client::Request::kAnswered);
+  EXPECT_EQ(session->idsByRequest.count(s[2].get()), 1u);
+  client::forget(*session, *s[2]);
+  EXPECT_TRUE(session->requestsById.empty());  // the session let go of all three
+  EXPECT_TRUE(session->idsByRequest.empty());
 }
 
-TEST(RequestPipelineTest, IdsCountFromZeroInSendOrderAndEnvelopeIsLiteral) {
-  probesWith(
-      {10, 11, 12},
-      hex("74 80 02 01 00 A5 80 02 01 0A 00 00 00 00 74 80 02 01 01 A5 80 02 01 0B 00 00 00 00"
-          "74 80 02 01 02 A5 80 02 01 0C 00 00 00 00"),
-      hex("75 80 02 01 00 A5 80 00 00 00 00 75 80 02 01 01 A5 80 00 00 00 00"
-          "75 80 02 01 02 A5 80 00 00 00 00"),
-      [](client::Session& session, Probes& probes) {
-        EXPECT_EQ(session.requestsById.size(), 3u);
-        for (auto& probe : probes) {
-          EXPECT_EQ(client::await(session, *probe), 0u);
-          EXPECT_EQ(probe->state, client::Request::kAnswered);
-          EXPECT_EQ(probe->doneCalls, 1);
-          EXPECT_EQ(probe.use_count(), 1);  // the session let go of it
-        }
-        EXPECT_TRUE(session.requestsById.empty());
-        EXPECT_TRUE(session.idsByRequest.empty());
-      });
-}
-
-// Answers out of send order reach their own requests: awaiting the first
-// dispatches the second's answer on the way, and awaiting that one then
-// returns at once (a second read would wait for the peer's timeout). A server
-// error is an answer, not an exception; an answer for an unknown id is
-// dropped.
-TEST(RequestPipelineTest, AnswersOutOfOrderReachTheirRequests) {
-  probesWith({5, 6}, probeRequest(0, 5) + probeRequest(1, 6),
-             forgetAnswer(99) +
-                 hex("75 80 02 01 01 A8 80 02 01 0F 30 80 04 02 6E 6F 00 00 00 00 00 00") +
-                 forgetAnswer(0),
-             [](client::Session& session, Probes& p) {
-               EXPECT_EQ(client::await(session, *p[0]), 0u);
-               EXPECT_EQ(p[1]->state, client::Request::kAnswered);
-               EXPECT_EQ(p[1]->doneCalls, 1);
-               EXPECT_EQ(client::await(session, *p[1]), 15u);
-               EXPECT_EQ(p[0]->doneCalls, 1);
-             });
-}
-
-// A message other than a Response fails the await and leaves the request
-// sent; an answer that its request cannot decode (here an EraseResp) fails
-// the await and leaves the request answered but outstanding until forgotten.
-TEST(RequestPipelineTest, FailuresOnTheWay) {
-  probesWith({1}, probeRequest(0, 1), hex("62 80 00 00") + support::response(0, hex("A1 80 00 00")),
-             [](client::Session& session, Probes& p) {
-               EXPECT_EQ(support::errorText<util::EBerError>([&] { client::await(session, *p[0]); }),
-                         "Wrong type. Expected Response");
-               EXPECT_EQ(p[0]->state, client::Request::kSent);
-               EXPECT_THROW(client::await(session, *p[0]), util::EBerError);
-               EXPECT_EQ(p[0]->state, client::Request::kAnswered);
-               EXPECT_EQ(p[0]->doneCalls, 0);
-               EXPECT_EQ(session.idsByRequest.count(p[0].get()), 1u);
-               client::forget(session, *p[0]);
-               EXPECT_EQ(p[0].use_count(), 1);
-             });
+TEST(SelectTest, TextsBeforeTheAnswer) {
+  Select select("0a1b", ".! > .", 0);
+  EXPECT_EQ(select.name(), "[\"0a1b\"] .! > .");
+  EXPECT_EQ(errorText<util::ESelectError>([&] { select.find_result("X"); }),
+            "find_result() invoked before await() for query \".! > .\"");
+  EXPECT_EQ(errorText<util::ESelectError>([&] { select.find_result_opt("X"); }),
+            "find_result_opt() invoked before await() for query \".! > .\"");
+  EXPECT_EQ(errorText<util::EParseError>([] { Select("X", "node", 0); }),
+            "Expected class name got: \"node\": parsing node");
 }
 
 // A stream that refuses everything, for a session that never talks (a death
 // test forks, so no peer thread may run).
-class DeadStream : public net::BasicIo {
- public:
+struct DeadStream : net::BasicIo {
   void write(const void*, size_t) override { throw util::ESystemError("dead"); }
   void flush() override {}
   uint64_t read(void*, uint64_t) override { throw util::ESystemError("dead"); }
@@ -152,7 +126,7 @@ TEST(RequestPipelineDeathTest, ForgettingAnUnknownRequestAborts) {
           client::Session session(client::LoggedIn{
               std::make_unique<protocol::BerReader>(protocol::guiProtocol(), std::make_unique<DeadStream>()),
               util::BigNum(1), "root", "mib"});
-          Probe probe(1);
+          Select probe("X", ".", 0);
           if (inIdsByRequest) session.idsByRequest.emplace(&probe, 4);
           client::forget(session, probe);
         },
