@@ -13,7 +13,7 @@ const char kListSeparators[] = ", ";
 
 std::vector<std::string> class_names(const std::string& list) {
   std::vector<std::string> names;
-  util::split_any(list, kListSeparators, false, names);
+  util::split_any(list, kListSeparators, names);
   return names;
 }
 

@@ -25,7 +25,7 @@ std::string find_export_root(WalkSource& source, const client::Session& session,
                              const std::string& exportDomain) {
   if (exportDomain == ".") return session.rootDomainId;
   std::vector<std::string> pieces;
-  util::split(exportDomain, '.', false, pieces);
+  util::split(exportDomain, '.', pieces);
   std::string pattern = ".";
   for (const std::string& piece : pieces) pattern += " > Domain { name ~= \"" + piece + "\"}";
 

@@ -128,7 +128,7 @@ const Setting kSettings[] = {
 
 std::string apply_extra_settings(const std::string& text, ExtraSettings& settings) {
   std::vector<std::string> pieces;
-  util::split(text, ',', false, pieces);
+  util::split(text, ',', pieces);
   for (const std::string& piece : pieces) {
     const size_t equals = piece.find('=');
     const std::string name = piece.substr(0, equals);

@@ -21,12 +21,6 @@ namespace {
 
 constexpr std::string_view kIndentUnit = "  ";
 
-// Times in the document are always written in UTC.
-std::string utc_time(int64_t time) { return util::iso_time2str(time, util::TimeZone(0)); }
-void append_utc_time(std::string& out, int64_t time) {
-  util::append_iso_time(out, time, util::TimeZone(0));
-}
-
 constexpr bool plain_byte(unsigned char c) {
   return c == ' ' || (c >= 33 && c <= 126 && c != '"' && c != '<' && c != '>' && c != '&');
 }
@@ -83,7 +77,7 @@ int render_value(const protocol::Property& p, uint32_t code, std::ostream& err, 
         err << "(ignoring date less than zero)";
         return 1;
       }
-      value = utc_time(v);
+      value = util::iso_time2str(v);
       return 0;
     }
     case protocol::kTypeString:
@@ -227,9 +221,9 @@ void end_row(std::string& out) { out += "\"/>\n"; }
 
 void append_measure_row(const MeasureRow& row, std::string& out) {
   first_attribute(out, "start");
-  append_utc_time(out, row.start);
+  util::append_iso_time(out, row.start);
   next_attribute(out, "end");
-  append_utc_time(out, row.end);
+  util::append_iso_time(out, row.end);
   next_attribute(out, "max");
   util::append_real(out, row.max);
   next_attribute(out, "avg");
@@ -257,9 +251,9 @@ void append_mask_list(uint32_t mask, std::string& out) {
 
 void append_enum_row(const EnumRow& row, std::string& out) {
   first_attribute(out, "start");
-  append_utc_time(out, row.start);
+  util::append_iso_time(out, row.start);
   next_attribute(out, "end");
-  append_utc_time(out, row.end);
+  util::append_iso_time(out, row.end);
   next_attribute(out, "mask");
   append_mask_list(row.mask, out);
   next_attribute(out, "ngood");
@@ -271,7 +265,7 @@ void append_enum_row(const EnumRow& row, std::string& out) {
 
 void append_incident_row(const IncidentRow& row, std::string& out) {
   first_attribute(out, "time");
-  append_utc_time(out, row.time);
+  util::append_iso_time(out, row.time);
   next_attribute(out, "severity");
   util::append_int(out, row.severity);
   next_attribute(out, "message");
@@ -294,7 +288,7 @@ void XMLExport::writeHeader() {
   const int64_t now = clock_();
   out_.write("<?xml version=\"1.0\"?>\n");
   out_.write("<Meta version=\"1.0\" description=\"Talvix exported database\" ");
-  out_.write("timestamp=\"" + utc_time(now) + "\">\n");
+  out_.write("timestamp=\"" + util::iso_time2str(now) + "\">\n");
   out_.write("</Meta>");
 }
 

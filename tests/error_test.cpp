@@ -22,13 +22,7 @@ TEST(ExceptionTest, TextIsMessageAndAddedContext) {
   }
 }
 
-// An empty TQL message falls back to the server's text for the code.
-TEST(ErrorTextTest, ServerAndSystemTexts) {
-  const std::pair<uint32_t, const char*> server[] = {
-      {0, "No error"}, {15, "Access denied"}, {16, "Unknown error"}};
-  for (const auto& [code, text] : server) EXPECT_EQ(util::server_error_text(code), text) << code;
-  EXPECT_EQ(util::ETqlError("", 9).message(), "Property updated with illegal type");
-  EXPECT_EQ(util::ETqlError("mine", 9).message(), "mine");
+TEST(ErrorTextTest, SystemTexts) {
   EXPECT_EQ(util::system_error_text(2), "No such file or directory");
   errno = 13;
   EXPECT_EQ(util::last_error_text(), "Permission denied");

@@ -13,28 +13,28 @@ namespace {
 
 const double kInf = std::numeric_limits<double>::infinity();
 
+std::string two_digits(int64_t value) {
+  std::string text;
+  util::append_int(text, value, true);
+  return text;
+}
+
 TEST(FormatTest, NumberTexts) {
   const struct { std::string actual; const char* expected;
   } cases[] = {
-      {util::uint_to_string(7, true), "07"},
+      {two_digits(7), "07"},
+      {two_digits(-7), "-7"},  // the sign counts towards the two digits
       {util::uint_to_string(4294967295u), "4294967295"},
-      {util::int_to_string(-7, true), "-7"},  // the sign counts towards the two digits
       {util::int_to_string(INT32_MIN), "-2147483648"},
-      {util::size_to_string(18446744073709551615ull), "18446744073709551615"},
-      {util::hex_string(0xAB, 4), "00ab"},
-      {util::hex_string(0x12345, 2), "12345"},
-      {util::hex_string(0, -1), "0"},
       {util::gid_to_string(0xFF00A001u), "ff:00:a0:01"},
       {util::real_to_string(std::nan("")), "nan"},
       {util::real_to_string(kInf), "inf"},
       {util::real_to_string(-kInf), "-inf"},
-      {util::real_to_string(1.5, 10), "  1.500000"},
-      {util::real_to_string(3.0, 0, 0), "3"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.actual, c.expected);
 }
 
-// Reals are rendered exactly as the C library's "%.<n>f": ties of the exact
+// Reals are rendered exactly as the C library's "%f": ties of the exact
 // binary value, signed zero, the extremes.
 TEST(FormatTest, RealsAsPrintf) {
   const double values[] = {0.5, 1.5, 2.5, -0.0, 1e-7, 5e-7, 0.1234565, 123456789.0000005,
@@ -57,11 +57,9 @@ TEST(FormatTest, RealsAsPrintf) {
     }
   }
   for (double v : values) {
-    for (int precision : {-1, 0, 3, 20}) {
-      char expected[512];
-      std::snprintf(expected, sizeof expected, "%.*f", precision < 0 ? 6 : precision, v);
-      EXPECT_EQ(util::real_to_string(v, -1, precision), expected) << v << " " << precision;
-    }
+    char expected[512];
+    std::snprintf(expected, sizeof expected, "%f", v);
+    EXPECT_EQ(util::real_to_string(v), expected) << v;
   }
 }
 
@@ -101,24 +99,23 @@ TEST(Base64Test, PaddingAndAlphabetEnds) {
     std::string out = "stale";
     util::base64_encode(c.bytes, out);
     EXPECT_EQ(out, c.text);
-    EXPECT_EQ(util::base64_encode(c.bytes), c.text);
   }
 }
 
-TEST(SplitTest, PiecesWithAndWithoutEmptyOnes) {
+TEST(SplitTest, NonEmptyPieces) {
   using Pieces = std::vector<std::string>;
-  const struct { std::string text; std::string separators; bool keepEmpty; Pieces pieces; } cases[] = {
-      {".a..b.", ".", false, Pieces{"a", "b"}}, {".a..b.", ".", true, Pieces{"", "a", "", "b", ""}},
-      {"", ".", false, Pieces{}}, {"", ".", true, Pieces{""}}, {"a, b,,c", ", ", true, Pieces{"a", "", "b", "", "c"}}};
+  const struct { std::string text; std::string separators; Pieces pieces; } cases[] = {
+      {".a..b.", ".", Pieces{"a", "b"}}, {"", ".", Pieces{}}, {"a", ".", Pieces{"a"}},
+      {"a, b,,c", ", ", Pieces{"a", "b", "c"}}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(util::quote_escape(c.text) + (c.keepEmpty ? " keeping empty" : ""));
+    SCOPED_TRACE(util::quote_escape(c.text));
     Pieces out = {"stale"};
     if (c.separators.size() == 1) {
-      util::split(c.text, c.separators[0], c.keepEmpty, out);
+      util::split(c.text, c.separators[0], out);
       EXPECT_EQ(out, c.pieces);
     }
     out = {"stale"};
-    util::split_any(c.text, c.separators, c.keepEmpty, out);
+    util::split_any(c.text, c.separators, out);
     EXPECT_EQ(out, c.pieces);
   }
 }

@@ -18,9 +18,6 @@ namespace {
 // so a count above this (or 0) can only mean a corrupted block.
 constexpr uint32_t kMaxSharers = 1000;
 
-// Process-wide like the allocator whose frees it watches; set by unit tests only.
-BigNum::FreeObserver g_free_observer = nullptr;
-
 uint32_t& count_of(uint32_t* limbs) { return limbs[-1]; }
 
 // a * b + carry + r, stored low half into r; returns the high half. The sum
@@ -55,12 +52,7 @@ void BigNum::wipe_and_free(uint32_t* limbs, uint64_t capacity) {
   // Volatile stores: the compiler must not drop the wipe as dead before the free.
   volatile uint32_t* p = limbs;
   for (uint64_t i = 0; i < capacity; ++i) p[i] = 0;
-  if (g_free_observer != nullptr) g_free_observer(limbs, capacity);
   ::operator delete(limbs - 1);
-}
-
-void BigNum::set_free_observer_for_testing(FreeObserver observer) {
-  g_free_observer = observer;
 }
 
 BigNum::BigNum() : limbs_(allocate(1)), size_(0), capacity_(1) {}
@@ -132,26 +124,11 @@ void BigNum::normalise() {
   while (size_ > 0 && limbs_[size_ - 1] == 0) --size_;
 }
 
-uint32_t BigNum::limb(uint64_t i) const {
-  if (i >= size_) assert_failed("BigNum limb index out of range");
-  return limbs_[i];
-}
-
 uint32_t BigNum::share_count() const { return count_of(limbs_); }
 
 bool BigNum::operator==(const BigNum& other) const {
   return size_ == other.size_ && std::equal(limbs_, limbs_ + size_, other.limbs_);
 }
-
-bool BigNum::operator<(const BigNum& other) const {
-  if (size_ != other.size_) return size_ < other.size_;
-  for (uint64_t i = size_; i-- > 0;) {
-    if (limbs_[i] != other.limbs_[i]) return limbs_[i] < other.limbs_[i];
-  }
-  return false;
-}
-
-bool BigNum::operator>(const BigNum& other) const { return other < *this; }
 
 BigNum operator+(const BigNum& a, const BigNum& b) {
   const BigNum& longer = a.size_ >= b.size_ ? a : b;

@@ -11,8 +11,6 @@
 #include <cstdint>
 #include <string>
 
-class BigNumTestPeer;
-
 namespace util {
 
 class BigNum {
@@ -25,25 +23,14 @@ class BigNum {
 
   bool operator==(const BigNum& other) const;
   bool operator!=(const BigNum& other) const { return !(*this == other); }
-  bool operator<(const BigNum& other) const;
-  bool operator>(const BigNum& other) const;
   friend BigNum operator+(const BigNum& a, const BigNum& b);
   friend BigNum operator*(const BigNum& a, const BigNum& b);
 
-  // Number of limbs in use (normalised: 0 has size 0) and allocated.
+  // Number of limbs in use (normalised: 0 has size 0).
   uint64_t size() const { return size_; }
-  uint64_t capacity() const { return capacity_; }
-  // Limb i (least significant first); i must be below size().
-  uint32_t limb(uint64_t i) const;
   // How many values share this value's array (1 when private). Copying a value
   // whose array already has 1000 sharers gives the copy a private array.
   uint32_t share_count() const;
-
-  // Test hook: when set, called with every limb array (all `capacity` limbs)
-  // right before it is returned to the allocator, after it has been wiped.
-  // nullptr removes the hook. Not thread-safe; for tests only.
-  using FreeObserver = void (*)(const uint32_t* limbs, uint64_t capacity);
-  static void set_free_observer_for_testing(FreeObserver observer);
 
   // Big-endian bytes without leading zeros into buffer; `length` is the buffer
   // size on entry (at least 4 * size(), else an assertion ends the process)
@@ -57,8 +44,6 @@ class BigNum {
   friend uint64_t bn_to_uint64(const BigNum& value);
 
  private:
-  friend class ::BigNumTestPeer;  // unit tests reach grow() and the count word
-
   void grow(uint64_t n);  // bn_grow: private array of at least n limbs, size n
   void normalise();
   void release();

@@ -13,36 +13,9 @@ namespace util {
 
 void throw_system_error(const std::string& message) { throw ESystemError(message); }
 
-std::string ETqlError::message() const {
-  return message_.empty() ? server_error_text(static_cast<uint32_t>(code)) : message_;
-}
-
 void assert_failed(const std::string& text) {
   std::cerr << "Assertion failed: " << text << std::endl;
   std::abort();
-}
-
-std::string server_error_text(uint32_t code) {
-  static const char* const kTexts[] = {
-      "No error",
-      "Specified ID not found in database",
-      "Pattern matched nothing",
-      "Someone else has updated the object",
-      "Attempted insertion of duplicate value in unique property",
-      "Specified class not allowed as child of given object",
-      "Some required properties is missing",
-      "Requested update of noexistant property",
-      "Requested update of const property",
-      "Property updated with illegal type",
-      "Property updated with illegal value",
-      "Incomparable property",
-      "The pattern is not implemented",
-      "Unknown error",
-      "Backend error",
-      "Access denied",
-  };
-  if (code < sizeof(kTexts) / sizeof(kTexts[0])) return kTexts[code];
-  return "Unknown error";
 }
 
 std::string system_error_text(uint32_t code) {

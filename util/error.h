@@ -48,7 +48,7 @@ class EFatal : public MessageException {
   explicit EFatal(std::string message) : MessageException(std::move(message)) {}
 };
 
-// Transport and time-zone failures.
+// Transport failures and times beyond the calendar.
 class ESystemError : public MessageException {
  public:
   explicit ESystemError(std::string message) : MessageException(std::move(message)) {}
@@ -69,17 +69,11 @@ class ERange : public MessageException {
 // Builds an ESystemError with `message` and throws it.
 [[noreturn]] void throw_system_error(const std::string& message);
 
-// A property conversion failure, carrying a server error code. With an empty
-// message, message() is the server's text for the code.
-class ETqlError : public Exception {
+// A property conversion failure, carrying a server error code.
+class ETqlError : public MessageException {
  public:
-  ETqlError(std::string message, int32_t code) : message_(std::move(message)), code(code) {}
-  std::string message() const override;
+  ETqlError(std::string message, int32_t code) : MessageException(std::move(message)), code(code) {}
 
- private:
-  std::string message_;
-
- public:
   int32_t code;
 };
 
@@ -110,10 +104,6 @@ class ESelectError : public MessageException {
 // Writes "Assertion failed: " + text and a line end to the error stream, then
 // aborts the process. Never returns, throws nothing.
 [[noreturn]] void assert_failed(const std::string& text);
-
-// The server's text for an error code (the code taken as unsigned 32-bit);
-// "Unknown error" for codes without a text of their own.
-std::string server_error_text(uint32_t code);
 
 // Text of an operating-system error code (errno value): the system's message
 // without trailing line breaks; the decimal code when the system has no text.

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
 
 #include "util/error.h"
 
@@ -34,28 +33,21 @@ const char kBase64Alphabet[] =
 
 }  // namespace
 
-std::string uint_to_string(uint32_t value, bool twoDigits) {
-  std::string text;
-  append_uint(text, value, twoDigits);
-  return text;
-}
-
-std::string int_to_string(int32_t value, bool twoDigits) {
-  std::string text;
-  append_int(text, value, twoDigits);
-  return text;
-}
-
-std::string size_to_string(uint64_t value) {
+std::string uint_to_string(uint32_t value) {
   std::string text;
   append_uint(text, value);
   return text;
 }
 
-void append_uint(std::string& out, uint64_t value, bool twoDigits) {
+std::string int_to_string(int32_t value) {
+  std::string text;
+  append_int(text, value);
+  return text;
+}
+
+void append_uint(std::string& out, uint64_t value) {
   char buffer[24];
   char* end = std::to_chars(buffer, buffer + sizeof buffer, value).ptr;
-  if (twoDigits && end - buffer < 2) out += '0';
   out.append(buffer, end);
 }
 
@@ -68,31 +60,24 @@ void append_int(std::string& out, int64_t value, bool twoDigits) {
   out.append(buffer, end);
 }
 
-std::string hex_string(uint32_t value, int width) {
-  char buffer[16];
-  char* end = std::to_chars(buffer, buffer + sizeof buffer, value, 16).ptr;
-  std::string text;
-  if (width > 0 && end - buffer < width) text.append(static_cast<size_t>(width - (end - buffer)), '0');
-  text.append(buffer, end);
-  return text;
-}
-
 std::string gid_to_string(uint32_t value) {
+  static const char kHexDigits[] = "0123456789abcdef";
   std::string text;
   for (int shift = 24; shift >= 0; shift -= 8) {
     if (!text.empty()) text += ':';
-    text += hex_string((value >> shift) & 0xFFu, 2);
+    text += kHexDigits[(value >> (shift + 4)) & 0xFu];
+    text += kHexDigits[(value >> shift) & 0xFu];
   }
   return text;
 }
 
-std::string real_to_string(double value, int width, int precision) {
+std::string real_to_string(double value) {
   std::string text;
-  append_real(text, value, width, precision);
+  append_real(text, value);
   return text;
 }
 
-void append_real(std::string& out, double value, int width, int precision) {
+void append_real(std::string& out, double value) {
   if (std::isnan(value)) {
     out += "nan";
     return;
@@ -103,45 +88,30 @@ void append_real(std::string& out, double value, int width, int precision) {
     return;
   }
   char buffer[400];
-  if ((precision < 0 || precision == 6) && width <= 0) {
-    // The common case of measurements: a value within 2^-2 of a whole number
-    // of millionths (values of at most six decimals, or nearly so) below
-    // 2^51 millionths. Then the product below is that whole number, exact
-    // to within a quarter, and it is what printf rounds the exact value to.
-    const double millionths = value * 1e6;
-    if (std::fabs(millionths) < 0x1p51 && millionths == std::floor(millionths)) {
-      auto whole = static_cast<uint64_t>(std::fabs(millionths));
-      char* end = buffer + sizeof buffer;
-      char* at = end;
-      for (int i = 0; i < 6; ++i, whole /= 10) *--at = static_cast<char>('0' + whole % 10);
-      *--at = '.';
-      do {
-        *--at = static_cast<char>('0' + whole % 10);
-        whole /= 10;
-      } while (whole != 0);
-      if (std::signbit(value)) *--at = '-';
-      out.append(at, end);
-      return;
-    }
-  }
-  // The exact decimal expansion with the given number of decimals, as
-  // printf's "%<width>.<precision>f" (6 decimals when none are given).
-  // DBL_MAX with six decimals needs 316 characters.
-  const std::to_chars_result result = std::to_chars(
-      buffer, buffer + sizeof buffer, value, std::chars_format::fixed, precision < 0 ? 6 : precision);
-  if (result.ec != std::errc()) {
-    // More decimals than the buffer holds.
-    std::string format = "%";
-    if (width >= 0) format += std::to_string(width);
-    format += "." + std::to_string(precision) + "f";
-    out += format_text(format.c_str(), value);
+  // The common case of measurements: a value within 2^-2 of a whole number
+  // of millionths (values of at most six decimals, or nearly so) below 2^51
+  // millionths. Then the product below is that whole number, exact to within
+  // a quarter, and it is what printf rounds the exact value to.
+  const double millionths = value * 1e6;
+  if (std::fabs(millionths) < 0x1p51 && millionths == std::floor(millionths)) {
+    auto whole = static_cast<uint64_t>(std::fabs(millionths));
+    char* end = buffer + sizeof buffer;
+    char* at = end;
+    for (int i = 0; i < 6; ++i, whole /= 10) *--at = static_cast<char>('0' + whole % 10);
+    *--at = '.';
+    do {
+      *--at = static_cast<char>('0' + whole % 10);
+      whole /= 10;
+    } while (whole != 0);
+    if (std::signbit(value)) *--at = '-';
+    out.append(at, end);
     return;
   }
-  const auto length = static_cast<size_t>(result.ptr - buffer);
-  if (width > 0 && length < static_cast<size_t>(width)) {
-    out.append(static_cast<size_t>(width) - length, ' ');
-  }
-  out.append(buffer, length);
+  // The exact decimal expansion with six decimals, as printf's "%f"; DBL_MAX
+  // needs 316 characters.
+  const std::to_chars_result result =
+      std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, 6);
+  out.append(buffer, result.ptr);
 }
 
 double parse_real(const std::string& text) {
@@ -149,9 +119,6 @@ double parse_real(const std::string& text) {
   char* end = nullptr;
   double value = std::strtod(begin, &end);
   if (*end != '\0' || static_cast<size_t>(end - begin) != text.size()) {
-    if (text == "nan") return std::numeric_limits<double>::quiet_NaN();
-    if (text == "inf") return std::numeric_limits<double>::infinity();
-    if (text == "-inf") return -std::numeric_limits<double>::infinity();
     throw util::EParseError(parse_error_quoted("\"" + text + "\""));
   }
   return value;
@@ -222,28 +189,21 @@ void base64_encode(const std::vector<uint8_t>& bytes, std::string& out) {
   }
 }
 
-std::string base64_encode(const std::vector<uint8_t>& bytes) {
-  std::string out;
-  base64_encode(bytes, out);
-  return out;
-}
-
-void split_any(const std::string& text, const std::string& separators, bool keepEmpty,
+void split_any(const std::string& text, const std::string& separators,
                std::vector<std::string>& out) {
   out.clear();
   size_t start = 0;
   while (true) {
     size_t end = text.find_first_of(separators, start);
     size_t stop = end == std::string::npos ? text.size() : end;
-    if (keepEmpty || stop > start) out.push_back(text.substr(start, stop - start));
+    if (stop > start) out.push_back(text.substr(start, stop - start));
     if (end == std::string::npos) break;
     start = end + 1;
   }
 }
 
-void split(const std::string& text, char separator, bool keepEmpty,
-           std::vector<std::string>& out) {
-  split_any(text, std::string(1, separator), keepEmpty, out);
+void split(const std::string& text, char separator, std::vector<std::string>& out) {
+  split_any(text, std::string(1, separator), out);
 }
 
 std::string datatype_name(uint32_t number) {

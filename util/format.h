@@ -11,27 +11,24 @@
 
 namespace util {
 
-// "%u", or "%02u" with twoDigits.
-std::string uint_to_string(uint32_t value, bool twoDigits = false);
-// "%i", or "%02i" with twoDigits.
-std::string int_to_string(int32_t value, bool twoDigits = false);
-// An unsigned 64-bit size in decimal.
-std::string size_to_string(uint64_t value);
+// "%u" and "%i".
+std::string uint_to_string(uint32_t value);
+std::string int_to_string(int32_t value);
 // Append the decimal text of `value` to `out`; with twoDigits a single digit
-// gets a leading zero (printf's "%02u" and "%02i").
-void append_uint(std::string& out, uint64_t value, bool twoDigits = false);
+// gets a leading zero (printf's "%02i", so "-7" stays as it is).
+void append_uint(std::string& out, uint64_t value);
 void append_int(std::string& out, int64_t value, bool twoDigits = false);
-// Lower-case hexadecimal without prefix, zero-padded to at least `width`.
-std::string hex_string(uint32_t value, int width);
-// The four bytes of a Gid, most significant first, as hex pairs joined by ':'.
+// The four bytes of a Gid, most significant first, as lower-case hex pairs
+// joined by ':'.
 std::string gid_to_string(uint32_t value);
-// "nan", "inf", "-inf", or printf "%<width>.<precision>f" (negative = omitted).
-std::string real_to_string(double value, int width = -1, int precision = -1);
-// real_to_string(value, width, precision) appended to `out`.
-void append_real(std::string& out, double value, int width = -1, int precision = -1);
+// "nan", "inf", "-inf", or printf "%f".
+std::string real_to_string(double value);
+// real_to_string(value) appended to `out`.
+void append_real(std::string& out, double value);
 
-// strtod over the whole text; "nan", "inf", "-inf" accepted. Throws
-// util::EParseError "Error parsing: \"<text>\"" when text is left over.
+// strtod over the whole text (which reads "nan", "inf" and "-inf" too).
+// Throws util::EParseError "Error parsing: \"<text>\"" when text is left
+// over.
 double parse_real(const std::string& text);
 // strtol base 10 over the whole text (saturating). Throws util::EParseError
 // "Error parsing: " + quote_escape(text) when text is left over.
@@ -43,12 +40,11 @@ std::string quote_escape(const std::string& text);
 
 // Standard base64 (RFC 4648) with padding and no line breaks; `out` is cleared.
 void base64_encode(const std::vector<uint8_t>& bytes, std::string& out);
-std::string base64_encode(const std::vector<uint8_t>& bytes);
 
-// Cuts `text` at every `separator`; empty pieces only with keepEmpty. `out` is cleared.
-void split(const std::string& text, char separator, bool keepEmpty, std::vector<std::string>& out);
-// Cuts `text` at any character of `separators`.
-void split_any(const std::string& text, const std::string& separators, bool keepEmpty,
+// Cuts `text` at every `separator` into the non-empty pieces. `out` is cleared.
+void split(const std::string& text, char separator, std::vector<std::string>& out);
+// Cuts `text` at any character of `separators` into the non-empty pieces.
+void split_any(const std::string& text, const std::string& separators,
                std::vector<std::string>& out);
 
 // Name of a history datatype number 0..6; throws util::EParseError
