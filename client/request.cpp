@@ -104,6 +104,4 @@ void forget(Session& session, Request& request) {
   session.requestsById.erase(byId);
 }
 
-std::string serverErrorText(uint32_t code) { return util::server_error_text(code); }
-
 }  // namespace client

@@ -94,9 +94,6 @@ void forget(Session& session, Request& request);
 // the reader's and pass out with no request answered.
 std::shared_ptr<Request> processResponse(Session& session);
 
-// The text of a server error code; "Unknown error" for unknown codes.
-std::string serverErrorText(uint32_t code);
-
 }  // namespace client
 
 #endif  // TALVIX_CLIENT_REQUEST_H_

@@ -39,8 +39,6 @@ class OpenSequence : public BerConstructed {
   std::unique_ptr<BerValue> clone() const override { return std::make_unique<OpenSequence>(tag_); }
   TagCode tag(bool) const override { return tag_; }
   bool operator==(const BerValue& other) const override { return this == &other; }
-  bool operator<(const BerValue&) const override { return false; }
-  bool operator>(const BerValue&) const override { return false; }
   void write(net::ByteOutput& stream, bool) const override {
     write_tag(stream, tag_);
     write_indefinite(stream);

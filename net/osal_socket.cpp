@@ -10,10 +10,6 @@ namespace net {
 
 namespace {
 
-// The options the client connects with: bit 2 has no meaning, so the socket
-// is blocking and keeps Nagle's algorithm.
-constexpr unsigned kConnectOptions = 4;
-
 void raise_if(const char* prefix, const SocketError& text) {
   if (text) util::throw_system_error(prefix + *text);
 }
@@ -22,7 +18,7 @@ socket_t connect_to(const std::string& host, uint16_t port) {
   uint32_t address = 0;
   raise_if("", socket_resolve(host.c_str(), &address));
   socket_t sock = INVALID_SOCKET_HANDLE;
-  raise_if("", socket_connect(&address, port, &sock, kConnectOptions, SOCKET_WAIT_SECONDS));
+  raise_if("", socket_connect(&address, port, &sock));
   return sock;
 }
 
@@ -34,7 +30,7 @@ SocketStream::~SocketStream() {
 }
 
 void SocketStream::write(const void* data, size_t length) {
-  raise_if("Error writing to socket: ", socket_send(&sock_, data, length, SOCKET_WAIT_SECONDS));
+  raise_if("Error writing to socket: ", socket_send(&sock_, data, length));
 }
 
 void SocketStream::flush() {}
@@ -43,13 +39,12 @@ uint64_t SocketStream::read(void* buffer, uint64_t capacity) {
   if (capacity == 0) return 0;
   size_t count = 0;
   const size_t wanted = capacity > SIZE_MAX ? SIZE_MAX : static_cast<size_t>(capacity);
-  raise_if("Error reading from socket: ",
-           socket_recv(&sock_, buffer, wanted, &count, SOCKET_WAIT_SECONDS));
+  raise_if("Error reading from socket: ", socket_recv(&sock_, buffer, wanted, &count));
   if (count == 0) util::throw_system_error("Error reading: OsalSocket::read end of stream");
   return count;
 }
 
-bool SocketStream::readable() { return socket_readable(&sock_, 0); }
+bool SocketStream::readable() { return socket_readable(&sock_); }
 
 void SocketStream::close() {
   if (sock_ == INVALID_SOCKET_HANDLE) return;

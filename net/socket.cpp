@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -23,6 +22,10 @@ namespace net {
 namespace {
 
 constexpr size_t kTextSize = 256;
+
+// How long socket_connect() waits for a connect that goes on in the
+// background: ten minutes.
+constexpr unsigned kConnectWaitSeconds = 600;
 
 SocketLookupResult system_lookup(const char* host) {
   SocketLookupResult result;
@@ -59,10 +62,10 @@ int poll_one(socket_t fd, short events, unsigned seconds, short* revents) {
   return net::detail::poll_until(fd, events, seconds, revents);
 }
 
-bool set_nonblocking(socket_t fd, bool on) {
+bool set_blocking(socket_t fd) {
   const int flags = ::fcntl(fd, F_GETFL);
   if (flags < 0) return false;
-  const int wanted = on ? (flags | O_NONBLOCK) : (flags & ~O_NONBLOCK);
+  const int wanted = flags & ~O_NONBLOCK;
   return wanted == flags || ::fcntl(fd, F_SETFL, wanted) == 0;
 }
 
@@ -91,20 +94,12 @@ SocketError socket_resolve(const char* host, uint32_t* address, const SocketLook
   return std::nullopt;
 }
 
-SocketError socket_connect(const uint32_t* address, uint16_t port, socket_t* sock,
-                           unsigned options, unsigned waitSeconds) {
+SocketError socket_connect(const uint32_t* address, uint16_t port, socket_t* sock) {
   *sock = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (*sock < 0) {
     const int code = errno;
     *sock = INVALID_SOCKET_HANDLE;
     return code_text("Error creating socket: %s (%d)", code);
-  }
-  if (!set_nonblocking(*sock, (options & SOCKET_NONBLOCK) != 0)) {
-    return connect_failure(sock, code_text("Error setting socket to nonblocking: %s (%d)", errno));
-  }
-  const int nodelay = (options & SOCKET_NODELAY) != 0 ? 1 : 0;
-  if (::setsockopt(*sock, IPPROTO_TCP, TCP_NODELAY, &nodelay, sizeof nodelay) != 0) {
-    return connect_failure(sock, code_text("Error disabling Nagle: %s (%d)", errno));
   }
   sockaddr_in peer{};
   peer.sin_family = AF_INET;
@@ -114,13 +109,13 @@ SocketError socket_connect(const uint32_t* address, uint16_t port, socket_t* soc
     return std::nullopt;
   }
   const int code = errno;
-  // A non-blocking connect reports EINPROGRESS; one interrupted by a signal
-  // goes on in the background. Both are waited for.
+  // A connect interrupted by a signal goes on in the background and is waited
+  // for, as is one that reports it is in progress or would block.
   if (code != EINPROGRESS && code != EINTR && !would_block(code)) {
     return connect_failure(sock, code_text("Error connecting: %s (%d)", code));
   }
   short events = 0;
-  const int result = poll_one(*sock, POLLOUT, waitSeconds, &events);
+  const int result = poll_one(*sock, POLLOUT, kConnectWaitSeconds, &events);
   if (result == 0) return connect_failure(sock, "Connection timed out");
   if (result != 1) {
     return connect_failure(sock, socket_errorf("Error connecting: Select returned: %d", result));
@@ -139,8 +134,7 @@ SocketError socket_connect(const uint32_t* address, uint16_t port, socket_t* soc
   return connect_failure(sock, code_text("Error connecting: %s (%d)", pending));
 }
 
-SocketError socket_send(const socket_t* sock, const void* data, size_t length,
-                        unsigned waitSeconds) {
+SocketError socket_send(const socket_t* sock, const void* data, size_t length) {
   const char* next = static_cast<const char*>(data);
   size_t remaining = length;
   for (;;) {
@@ -148,14 +142,7 @@ SocketError socket_send(const socket_t* sock, const void* data, size_t length,
     if (sent < 0) {
       const int code = errno;
       if (code == EINTR) continue;
-      if (!would_block(code)) {
-        return code_text("Bad error without sleep happened in socket_send(): %s (%d)", code);
-      }
-      short events = 0;
-      const int result = poll_one(*sock, POLLOUT, waitSeconds, &events);
-      if (result == 0) return "Timeout in socket_send()";
-      if (result == 1) continue;
-      return code_text("Bad error after sleep happened in socket_send(): %s (%d)", errno);
+      return code_text("Bad error without sleep happened in socket_send(): %s (%d)", code);
     }
     if (static_cast<size_t>(sent) > remaining) return "send() sent too much - this is a Winsock error";
     next += sent;
@@ -164,8 +151,7 @@ SocketError socket_send(const socket_t* sock, const void* data, size_t length,
   }
 }
 
-SocketError socket_recv(const socket_t* sock, void* buffer, size_t capacity, size_t* count,
-                        unsigned waitSeconds) {
+SocketError socket_recv(const socket_t* sock, void* buffer, size_t capacity, size_t* count) {
   for (;;) {
     const ssize_t received = ::recv(*sock, buffer, call_length(capacity), 0);
     if (received >= 0) {
@@ -174,24 +160,17 @@ SocketError socket_recv(const socket_t* sock, void* buffer, size_t capacity, siz
     }
     const int code = errno;
     if (code == EINTR) continue;
-    if (!would_block(code)) {
-      return code_text("Bad error happened without sleep in socket_recv(): %s (%d)", code);
-    }
-    short events = 0;
-    const int result = poll_one(*sock, POLLIN, waitSeconds, &events);
-    if (result == 0) return "Timeout in socket_recv()";
-    if (result == 1) continue;
-    return code_text("Bad error happened in socket_recv(): %s (%d)", errno);
+    return code_text("Bad error happened without sleep in socket_recv(): %s (%d)", code);
   }
 }
 
-bool socket_readable(const socket_t* sock, unsigned seconds) {
+bool socket_readable(const socket_t* sock) {
   short events = 0;
-  return poll_one(*sock, POLLIN, seconds, &events) == 1;
+  return poll_one(*sock, POLLIN, 0, &events) == 1;
 }
 
 SocketError socket_close(socket_t* sock) {
-  if (!set_nonblocking(*sock, false)) {
+  if (!set_blocking(*sock)) {
     return code_text("socket_close: Error at ioctlsocket: %s (%d)", errno);
   }
   ::shutdown(*sock, SHUT_RDWR);

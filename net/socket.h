@@ -20,16 +20,8 @@ namespace net {
 using socket_t = int;
 constexpr socket_t INVALID_SOCKET_HANDLE = -1;
 
-// Options of socket_connect(), a bit set; other bits are ignored.
-constexpr unsigned SOCKET_NONBLOCK = 1;  // non-blocking socket
-constexpr unsigned SOCKET_NODELAY = 2;   // Nagle's algorithm off
-
 // A failure text, or nothing on success.
 using SocketError = std::optional<std::string>;
-
-// The wait limit, in seconds, that the socket streams give socket_send(),
-// socket_recv() and socket_connect(): ten minutes.
-constexpr unsigned SOCKET_WAIT_SECONDS = 600;
 
 // A name lookup for socket_resolve(). `found` false means no record; `error`
 // is then the system's text for the failure.
@@ -47,30 +39,27 @@ using SocketLookup = std::function<SocketLookupResult(const char* host)>;
 // is used.
 SocketError socket_resolve(const char* host, uint32_t* address, const SocketLookup& lookup = {});
 
-// Creates a TCP socket, stores it into *sock and connects it to *address at
-// `port` (host byte order). On failure the socket is closed again and nothing
-// stays open. A non-blocking connect (SOCKET_NONBLOCK) waits at most
-// `waitSeconds` for the connection to be made.
-SocketError socket_connect(const uint32_t* address, uint16_t port, socket_t* sock,
-                           unsigned options, unsigned waitSeconds);
+// Creates a blocking TCP socket with Nagle's algorithm on, stores it into
+// *sock and connects it to *address at `port` (host byte order). On failure
+// the socket is closed again and nothing stays open. A connect interrupted by
+// a signal goes on in the background and is waited for, at most ten minutes.
+SocketError socket_connect(const uint32_t* address, uint16_t port, socket_t* sock);
 
-// Sends all `length` bytes (at least one send, so a length of 0 succeeds).
-// Never raises SIGPIPE: a closed peer is an ordinary failure text. On a
-// socket that would block, each wait for room lasts at most `waitSeconds`.
-SocketError socket_send(const socket_t* sock, const void* data, size_t length,
-                        unsigned waitSeconds);
+// Sends all `length` bytes over a blocking socket (at least one send, so a
+// length of 0 succeeds). Never raises SIGPIPE: a closed peer is an ordinary
+// failure text.
+SocketError socket_send(const socket_t* sock, const void* data, size_t length);
 
-// Receives once into buffer: returns as soon as any bytes have arrived and
-// stores their number into *count; a count of 0 means the peer closed the
-// connection. On a socket that would block, waits at most `waitSeconds`.
-SocketError socket_recv(const socket_t* sock, void* buffer, size_t capacity, size_t* count,
-                        unsigned waitSeconds);
+// Receives once into buffer from a blocking socket: returns as soon as any
+// bytes have arrived and stores their number into *count; a count of 0 means
+// the peer closed the connection.
+SocketError socket_recv(const socket_t* sock, void* buffer, size_t capacity, size_t* count);
 
-// Whether the socket becomes readable within `seconds` (0: immediate poll).
-bool socket_readable(const socket_t* sock, unsigned seconds);
+// An immediate poll: whether a receive would not block.
+bool socket_readable(const socket_t* sock);
 
-// Switches the socket back to blocking mode, shuts it down and closes it. If
-// it cannot be switched back, it is left open; once the descriptor has been
+// Switches the socket to blocking mode, shuts it down and closes it. If the
+// mode cannot be read or set, it is left open; once the descriptor has been
 // released, *sock is set to INVALID_SOCKET_HANDLE.
 SocketError socket_close(socket_t* sock);
 

@@ -92,16 +92,6 @@ bool BerShortValue::operator==(const BerValue& other) const {
          std::memcmp(buffer_, o->buffer_, receivedLength_) == 0;
 }
 
-bool BerShortValue::operator<(const BerValue& other) const {
-  const auto* o = dynamic_cast<const BerShortValue*>(&other);
-  return o != nullptr && receivedLength_ < o->receivedLength_;
-}
-
-bool BerShortValue::operator>(const BerValue& other) const {
-  const auto* o = dynamic_cast<const BerShortValue*>(&other);
-  return o != nullptr && receivedLength_ > o->receivedLength_;
-}
-
 // ---- BerBoolean ------------------------------------------------------------
 
 BerBoolean::BerBoolean(bool& target, TagCode tag)
@@ -407,16 +397,6 @@ bool BerString::operator==(const BerValue& other) const {
   return o != nullptr && (o->target_ == target_ || *o->target_ == *target_);
 }
 
-bool BerString::operator<(const BerValue& other) const {
-  const auto* o = dynamic_cast<const BerString*>(&other);
-  return o != nullptr && *target_ < *o->target_;
-}
-
-bool BerString::operator>(const BerValue& other) const {
-  const auto* o = dynamic_cast<const BerString*>(&other);
-  return o != nullptr && *target_ > *o->target_;
-}
-
 void BerString::write(net::ByteOutput& stream, bool) const {
   encode(stream, *target_, maxLength_, tag_);
 }
@@ -459,14 +439,6 @@ bool BerPrimitiveSkipper::operator==(const BerValue& other) const {
   return dynamic_cast<const BerPrimitiveSkipper*>(&other) != nullptr;
 }
 
-bool BerPrimitiveSkipper::operator<(const BerValue&) const {
-  util::assert_failed("Cannot call operator< for BerPrimitiveSkipper");
-}
-
-bool BerPrimitiveSkipper::operator>(const BerValue&) const {
-  util::assert_failed("Cannot call operator> for BerPrimitiveSkipper");
-}
-
 void BerPrimitiveSkipper::write(net::ByteOutput&, bool) const {
   util::assert_failed("BerPrimitiveSkipper::write invoked");
 }
@@ -483,14 +455,6 @@ TagCode BerConstructedSkipper::tag(bool) const { return tag_; }
 
 bool BerConstructedSkipper::operator==(const BerValue& other) const {
   return dynamic_cast<const BerConstructedSkipper*>(&other) != nullptr;
-}
-
-bool BerConstructedSkipper::operator<(const BerValue&) const {
-  util::assert_failed("Cannot call operator< for BerConstructedSkipper");
-}
-
-bool BerConstructedSkipper::operator>(const BerValue&) const {
-  util::assert_failed("Cannot call operator> for BerConstructedSkipper");
 }
 
 void BerConstructedSkipper::write(net::ByteOutput&, bool) const {

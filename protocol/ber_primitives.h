@@ -32,17 +32,15 @@ namespace protocol {
 // EBer "Data value exceeds maximum allowed length <n> > <max>" when the
 // announced length exceeds the maximum; content of up to 64 octets (every
 // value but a big number) is kept inside the object, longer content in a
-// buffer of exactly `length` octets. Comparisons look at the received octets only: == when both
-// received the same octets, < and > by the number of received octets; a
-// value of another family compares false.
+// buffer of exactly `length` octets. == looks at the received octets only:
+// true when both received the same octets; a value of another family
+// compares false.
 class BerShortValue : public BerPrimitive {
  public:
   ~BerShortValue() override;
   void readStart(size_t length) override;
   void readData(const uint8_t* bytes, size_t count) override;
   bool operator==(const BerValue& other) const override;
-  bool operator<(const BerValue& other) const override;
-  bool operator>(const BerValue& other) const override;
 
   bool ownsTarget() const { return ownsTarget_; }
 
@@ -267,7 +265,7 @@ TALVIX_ENUMERATION_CLASS(Severity)
 // encoding). Longer than the maximum fails on write and in readStart with
 // EBer "String exceeds allowed length <n> > <max>". Content is appended to
 // the target as it arrives (readStart clears it first). == compares
-// contents, < and > order them bytewise.
+// contents.
 class BerString : public BerPrimitive {
  public:
   BerString(std::string& target, size_t maxLength, TagCode tag);  // bound
@@ -284,8 +282,6 @@ class BerString : public BerPrimitive {
   std::unique_ptr<BerValue> clone() const override;
   TagCode tag(bool legacy) const override;
   bool operator==(const BerValue& other) const override;
-  bool operator<(const BerValue& other) const override;
-  bool operator>(const BerValue& other) const override;
   void write(net::ByteOutput& stream, bool legacy) const override;
   // What write() writes for `value`, without an object; throws as write()
   // when it is longer than `maxLength`.
@@ -302,7 +298,7 @@ class BerString : public BerPrimitive {
 };
 
 // Reads a primitive value of any tag and length and drops its content.
-// Writing or ordering one is a programming error (assertion).
+// Writing one is a programming error (assertion).
 class BerPrimitiveSkipper : public BerPrimitive {
  public:
   explicit BerPrimitiveSkipper(TagCode tag) : tag_(tag) {}
@@ -310,8 +306,6 @@ class BerPrimitiveSkipper : public BerPrimitive {
   std::unique_ptr<BerValue> clone() const override;
   TagCode tag(bool legacy) const override;
   bool operator==(const BerValue& other) const override;
-  bool operator<(const BerValue& other) const override;
-  bool operator>(const BerValue& other) const override;
   void write(net::ByteOutput& stream, bool legacy) const override;
   void readStart(size_t length) override;
   void readData(const uint8_t* bytes, size_t count) override;
@@ -321,8 +315,8 @@ class BerPrimitiveSkipper : public BerPrimitive {
 };
 
 // Reads a constructed value of any tag: requires no children and answers
-// every child with makeSkipper. Writing or ordering one is a programming
-// error (assertion).
+// every child with makeSkipper. Writing one is a programming error
+// (assertion).
 class BerConstructedSkipper : public BerConstructed {
  public:
   explicit BerConstructedSkipper(TagCode tag) : tag_(tag) {}
@@ -330,8 +324,6 @@ class BerConstructedSkipper : public BerConstructed {
   std::unique_ptr<BerValue> clone() const override;
   TagCode tag(bool legacy) const override;
   bool operator==(const BerValue& other) const override;
-  bool operator<(const BerValue& other) const override;
-  bool operator>(const BerValue& other) const override;
   void write(net::ByteOutput& stream, bool legacy) const override;
   ChildSlot newChild(uint32_t index, TagCode tag, const Decoding& decoding) override;
   uint32_t requiredFields() const override { return 0; }

@@ -40,8 +40,6 @@ class BerValue {
   // Decodes what was received; called once when the value is complete.
   virtual void readDone() {}
   virtual bool operator==(const BerValue& other) const = 0;
-  virtual bool operator<(const BerValue& other) const = 0;
-  virtual bool operator>(const BerValue& other) const = 0;
   // Encodes tag, length and content.
   virtual void write(net::ByteOutput& stream, bool legacy) const = 0;
   // The value as one of the two kinds, null for the other: how the reader

@@ -6,7 +6,7 @@
 // range limits, tags) is declared once per class in a field table next to
 // its implementation, and the generic code of this base walks that table to
 // write, to hand out the receivers of arriving children (newChild), to
-// compare and to deep-copy.
+// compare for equality and to deep-copy.
 //
 // ListAdapter<Self, Element> is the base of the ListOf/SetOf classes: a
 // transient adapter bound to a std::vector member of the enclosing message.
@@ -43,12 +43,6 @@ class Message : public BerConstructed {
   TagCode tag(bool legacy) const override { return staticTag(legacy); }
   // Field by field, in declaration order; false for a value of another class.
   bool operator==(const BerValue& other) const override;
-  bool operator<(const BerValue& other) const override;
-  bool operator>(const BerValue& other) const override;
-  // Field by field, in declaration order: negative, 0 or positive. One walk
-  // of both values, so its cost stays linear however deep they nest (asking
-  // < and then > at every level would double it per level).
-  int compare(const Self& other) const;
   // Tag, 80, every field, 00 00. A missing required pointer field or a null
   // list element ends the process through assert_failed; a range or length
   // failure throws EBer (the stream may then hold a partial message).
@@ -95,8 +89,6 @@ class ListAdapter : public BerConstructed {
   std::unique_ptr<BerValue> clone() const override;
   TagCode tag(bool legacy) const override { return staticTag(legacy); }
   bool operator==(const BerValue& other) const override;
-  bool operator<(const BerValue& other) const override;
-  bool operator>(const BerValue& other) const override;
   void write(net::ByteOutput& stream, bool legacy) const override;
   // Appends a new element, then checks the tag against the element type.
   ChildSlot newChild(uint32_t index, TagCode tag, const Decoding& decoding) override;
@@ -107,7 +99,6 @@ class ListAdapter : public BerConstructed {
   // Element-wise operations on the bound member, used by the enclosing
   // message's comparison and copy.
   static bool equalItems(const Items& a, const Items& b);
-  static int compareItems(const Items& a, const Items& b);
   static void copyItems(Items& to, const Items& from);
 
  private:

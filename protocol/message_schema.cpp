@@ -47,12 +47,6 @@ bool equal_values(const BerValue* a, const BerValue* b) {
   return *a == *b;
 }
 
-int compare_values(const BerValue* a, const BerValue* b) {
-  if (a == nullptr || b == nullptr) return (a != nullptr) - (b != nullptr);
-  if (*a < *b) return -1;
-  return *a > *b ? 1 : 0;
-}
-
 ChildSlot ChoiceCodec::read(Value& v, TagCode tag, const Decoding& decoding,
                             const Site& site) const {
   for (const Alternative& alt : alternatives) {

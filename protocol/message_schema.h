@@ -10,8 +10,8 @@
 // A codec knows how one kind of value travels (a string of at most n octets,
 // an integer in a range, a pointer to a nested message, a list, a choice,
 // ...): it writes a stored value, checks an arriving tag and hands out the
-// receiver for it, and compares and copies stored values. A field binds a
-// codec to a member; a list binds one to its elements.
+// receiver for it, and tells whether two stored values are equal and copies
+// them. A field binds a codec to a member; a list binds one to its elements.
 #ifndef TALVIX_PROTOCOL_MESSAGE_SCHEMA_H_
 #define TALVIX_PROTOCOL_MESSAGE_SCHEMA_H_
 
@@ -49,14 +49,8 @@ struct Site {
 std::string sequence_tag_name(const char* className, bool legacy);
 // "BE_SEQ_CURRENT", "BE_SET_LEGACY", ... for a list or set tag code.
 std::string list_tag_name(TagCode tag);
-// Null pointers are equal to each other and sort first.
+// Null pointers are equal to each other only.
 bool equal_values(const BerValue* a, const BerValue* b);
-int compare_values(const BerValue* a, const BerValue* b);
-
-template <class T>
-int three_way(const T& a, const T& b) {
-  return a < b ? -1 : (b < a ? 1 : 0);
-}
 
 // Values stored by value: compared and copied as such.
 template <class T>
@@ -64,7 +58,6 @@ struct PlainCodec {
   using Value = T;
   Value fresh() const { return Value(); }
   bool equal(const T& a, const T& b) const { return a == b; }
-  int compare(const T& a, const T& b) const { return three_way(a, b); }
   void copy(T& to, const T& from) const { to = from; }
 };
 
@@ -149,10 +142,6 @@ struct PointerCodec {
     return ChildSlot::owned_by_parent(v.get());
   }
   bool equal(const Value& a, const Value& b) const { return equal_values(a.get(), b.get()); }
-  int compare(const Value& a, const Value& b) const {
-    if (a == nullptr || b == nullptr) return (a != nullptr) - (b != nullptr);
-    return a->compare(*b);
-  }
   void copy(Value& to, const Value& from) const {
     to.reset();
     if (from != nullptr) to.reset(util::checked_cast<T>(from->clone().release()));
@@ -177,7 +166,6 @@ struct ListCodec {
     }
   }
   bool equal(const Value& a, const Value& b) const { return L::equalItems(a, b); }
-  int compare(const Value& a, const Value& b) const { return L::compareItems(a, b); }
   void copy(Value& to, const Value& from) const { L::copyItems(to, from); }
 };
 
@@ -202,7 +190,6 @@ struct ChoiceCodec {
   }
   ChildSlot read(Value& v, TagCode tag, const Decoding& decoding, const Site& site) const;
   bool equal(const Value& a, const Value& b) const { return equal_values(a.get(), b.get()); }
-  int compare(const Value& a, const Value& b) const { return compare_values(a.get(), b.get()); }
   void copy(Value& to, const Value& from) const;
   std::vector<Alternative> alternatives;
 };
@@ -217,7 +204,6 @@ struct ValueChoiceCodec {
   }
   ChildSlot read(Value& v, TagCode tag, const Decoding& decoding, const Site& site) const;
   bool equal(const Value& a, const Value& b) const { return equal_values(a.get(), b.get()); }
-  int compare(const Value& a, const Value& b) const { return compare_values(a.get(), b.get()); }
   void copy(Value& to, const Value& from) const;
 };
 
@@ -230,7 +216,6 @@ class FieldOps {
   virtual void write(const M& m, net::ByteOutput& io, bool legacy, const char* owner) const = 0;
   virtual ChildSlot read(M& m, TagCode tag, const Decoding& decoding, const char* owner) const = 0;
   virtual bool equal(const M& a, const M& b) const = 0;
-  virtual int compare(const M& a, const M& b) const = 0;
   virtual void copy(M& to, const M& from) const = 0;
 
  protected:
@@ -252,9 +237,6 @@ class MemberField : public FieldOps<M> {
     return codec_.read(m.*member_, tag, decoding, Site{owner, this->name_});
   }
   bool equal(const M& a, const M& b) const override { return codec_.equal(a.*member_, b.*member_); }
-  int compare(const M& a, const M& b) const override {
-    return codec_.compare(a.*member_, b.*member_);
-  }
   void copy(M& to, const M& from) const override { codec_.copy(to.*member_, from.*member_); }
 
  protected:
@@ -330,10 +312,6 @@ class NullableField final : public FieldOps<M> {
   }
   bool equal(const M& a, const M& b) const override {
     return a.*present_ == b.*present_ && (!(a.*present_) || a.*value_ == b.*value_);
-  }
-  int compare(const M& a, const M& b) const override {
-    if (a.*present_ != b.*present_) return a.*present_ ? 1 : -1;
-    return a.*present_ ? three_way(a.*value_, b.*value_) : 0;
   }
   void copy(M& to, const M& from) const override {
     to.*present_ = from.*present_;
@@ -486,26 +464,6 @@ bool Message<Self>::operator==(const BerValue& other) const {
 }
 
 template <class Self>
-int Message<Self>::compare(const Self& other) const {
-  for (const auto& f : schema().fields) {
-    if (int c = f->compare(self(), other); c != 0) return c;
-  }
-  return 0;
-}
-
-template <class Self>
-bool Message<Self>::operator<(const BerValue& other) const {
-  const Self* o = dynamic_cast<const Self*>(&other);
-  return o != nullptr && compare(*o) < 0;
-}
-
-template <class Self>
-bool Message<Self>::operator>(const BerValue& other) const {
-  const Self* o = dynamic_cast<const Self*>(&other);
-  return o != nullptr && compare(*o) > 0;
-}
-
-template <class Self>
 void Message<Self>::write(net::ByteOutput& stream, bool legacy) const {
   const Schema<Self>& s = schema();
   write_tag(stream, staticTag(legacy));
@@ -554,18 +512,6 @@ bool ListAdapter<Self, Element>::operator==(const BerValue& other) const {
 }
 
 template <class Self, class Element>
-bool ListAdapter<Self, Element>::operator<(const BerValue& other) const {
-  const Self* o = dynamic_cast<const Self*>(&other);
-  return o != nullptr && compareItems(*items_, *o->items_) < 0;
-}
-
-template <class Self, class Element>
-bool ListAdapter<Self, Element>::operator>(const BerValue& other) const {
-  const Self* o = dynamic_cast<const Self*>(&other);
-  return o != nullptr && compareItems(*items_, *o->items_) > 0;
-}
-
-template <class Self, class Element>
 void ListAdapter<Self, Element>::write(net::ByteOutput& stream, bool legacy) const {
   const auto& codec = ListSpec<Self>::codec();
   const fields::Site site{typeName(), nullptr};
@@ -608,15 +554,6 @@ bool ListAdapter<Self, Element>::equalItems(const Items& a, const Items& b) {
     if (!codec.equal(a[i], b[i])) return false;
   }
   return true;
-}
-
-template <class Self, class Element>
-int ListAdapter<Self, Element>::compareItems(const Items& a, const Items& b) {
-  const auto& codec = ListSpec<Self>::codec();
-  for (size_t i = 0; i < a.size() && i < b.size(); ++i) {
-    if (int c = codec.compare(a[i], b[i]); c != 0) return c;
-  }
-  return fields::three_way(a.size(), b.size());
 }
 
 template <class Self, class Element>

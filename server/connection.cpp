@@ -77,17 +77,17 @@ void Connection::serve() {
   auto send = [&](const std::string& bytes) { write_in_chunks(socket, bytes, faults.chunkSize); };
 
   FeedStream feed(socket);
-  HandshakeResult login =
-      run_handshake(feed, send, *shared_->db, options.handshake, shared_->sessionIds);
-  if (!login.reader) return;
-  protocol::BerReader& reader = *login.reader;
+  std::unique_ptr<protocol::BerReader> login =
+      run_handshake(feed, send, *shared_->db, shared_->sessionIds);
+  if (!login) return;
+  protocol::BerReader& reader = *login;
   // The requests are decoded here as long as they take the fast decoder's
   // form, which needs the reader to have stopped right behind the login:
   // exactly the three messages of the handshake were read, nothing more.
-  bool decodingHere = !login.legacy && is_whole_values(feed.recorded(), 3);
+  bool decodingHere = is_whole_values(feed.recorded(), 3);
   feed.stopRecording();
 
-  ReplyWriter writer(socket, faults, login.legacy);
+  ReplyWriter writer(socket, faults, false);
   // Makes the writer reachable for abort() while it lives.
   struct Registration {
     Connection& c;
@@ -110,7 +110,7 @@ void Connection::serve() {
       writer.submit(malformed_reply(), due);
       return true;
     }
-    writer.submit(answer_request(*shared_->db, shared_->objects, request, login.legacy), due);
+    writer.submit(answer_request(*shared_->db, shared_->objects, request, false), due);
     return true;
   };
 

@@ -5,14 +5,6 @@
 
 namespace server {
 
-uint64_t PrefixedStream::read(void* buffer, uint64_t capacity) {
-  if (cursor_ >= prefix_.size()) return BorrowedStream::read(buffer, capacity);
-  const size_t count = static_cast<size_t>(std::min<uint64_t>(capacity, prefix_.size() - cursor_));
-  std::memcpy(buffer, prefix_.data() + cursor_, count);
-  cursor_ += count;
-  return count;
-}
-
 uint64_t FeedStream::read(void* buffer, uint64_t capacity) {
   if (cursor_ < fed_.size()) {
     const size_t count = static_cast<size_t>(std::min<uint64_t>(capacity, fed_.size() - cursor_));

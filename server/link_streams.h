@@ -1,6 +1,6 @@
-// Streams that put the server's BER readers on an accepted socket without
-// taking the socket over, so that a connection can change readers (the
-// legacy greeting does) while it keeps writing its replies itself.
+// Streams that put the server's BER reader on an accepted socket without
+// taking the socket over, so that a connection can take over the decoding
+// while it keeps writing its replies itself.
 #ifndef TALVIX_SERVER_LINK_STREAMS_H_
 #define TALVIX_SERVER_LINK_STREAMS_H_
 
@@ -21,19 +21,6 @@ class BorrowedStream : public net::BasicIo {
 
  private:
   net::BasicIo& target_;
-};
-
-// Serves `prefix` first and then reads from the borrowed target.
-class PrefixedStream : public BorrowedStream {
- public:
-  PrefixedStream(std::string prefix, net::BasicIo& target)
-      : BorrowedStream(target), prefix_(std::move(prefix)) {}
-  uint64_t read(void* buffer, uint64_t capacity) override;
-  bool readable() override { return cursor_ < prefix_.size() || BorrowedStream::readable(); }
-
- private:
-  std::string prefix_;
-  size_t cursor_ = 0;
 };
 
 // The stream under a connection's BER reader, which lets the connection

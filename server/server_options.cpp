@@ -20,15 +20,6 @@ bool parse_number(const std::string& text, uint64_t max, uint64_t* out) {
   return true;
 }
 
-bool parse_auth(const std::string& text, OfferedAuth* out) {
-  if (text == "none") *out = OfferedAuth::kNoAuth;
-  else if (text == "private-key") *out = OfferedAuth::kPrivateKey;
-  else if (text == "password") *out = OfferedAuth::kPassword;
-  else if (text == "link-handshake") *out = OfferedAuth::kLinkHandshake;
-  else return false;
-  return true;
-}
-
 }  // namespace
 
 ParsedArgs parse_server_args(int argc, const char* const* argv) {
@@ -43,10 +34,6 @@ ParsedArgs parse_server_args(int argc, const char* const* argv) {
     if (name == "--help" || name == "-h") {
       parsed.help = true;
       return parsed;
-    }
-    if (name == "--legacy-greeting") {
-      o.handshake.legacyGreeting = true;
-      continue;
     }
     if (name == "--gone-after-first") {
       o.faults.goneAfterFirst = true;
@@ -64,14 +51,6 @@ ParsedArgs parse_server_args(int argc, const char* const* argv) {
     } else if (name == "--port") {
       if (!number(65535)) return fail("bad port: " + value);
       o.port = static_cast<uint16_t>(n);
-    } else if (name == "--offer-version") {
-      if (!number(65535)) return fail("bad version: " + value);
-      o.handshake.version = static_cast<int32_t>(n);
-    } else if (name == "--auth") {
-      if (!parse_auth(value, &o.handshake.auth)) return fail("bad authentication: " + value);
-    } else if (name == "--nack") {
-      if (value.size() > 1024) return fail("the reason of --nack is longer than 1024 octets");
-      o.handshake.nackReason = value;
     } else if (name == "--delay-ms") {
       if (!number(3600000)) return fail("bad delay: " + value);
       o.faults.delayMs = static_cast<uint32_t>(n);
@@ -121,14 +100,6 @@ std::string server_usage() {
          "\n"
          "Listening:\n"
          "  --port N              port to listen on; 0 (default) picks a free one\n"
-         "\n"
-         "Handshake:\n"
-         "  --offer-version V     version offered in ServerOffers (default 0x0203)\n"
-         "  --auth KIND           offered authentication: none (default), password,\n"
-         "                        private-key or link-handshake\n"
-         "  --nack REASON         answer ClientWants with NegotiateNack and close\n"
-         "  --legacy-greeting     greet with a legacy-encoded ClientWants and speak\n"
-         "                        the legacy encoding from then on\n"
          "\n"
          "Faults and latency (requests of a connection count from 1):\n"
          "  --delay-ms N          send each answer N ms after its request arrived\n"

@@ -1,11 +1,10 @@
 // What the stand-in server is told on its command line: where its objects
-// come from, where it listens, how it answers the handshake, and which
-// faults and delays it injects into its replies.
+// come from, where it listens, and which faults and delays it injects into
+// its replies.
 #ifndef TALVIX_SERVER_SERVER_OPTIONS_H_
 #define TALVIX_SERVER_SERVER_OPTIONS_H_
 
 #include <cstdint>
-#include <optional>
 #include <functional>
 #include <string>
 #include <vector>
@@ -15,20 +14,6 @@ class Request;
 }
 
 namespace server {
-
-// The authentication alternative offered in ServerOffers.
-enum class OfferedAuth { kNoAuth, kPrivateKey, kPassword, kLinkHandshake };
-
-struct HandshakeOptions {
-  int32_t version = 0x0203;  // offered in ServerOffers
-  OfferedAuth auth = OfferedAuth::kNoAuth;
-  // When set, ClientWants is answered with NegotiateNack carrying this reason
-  // and the connection is closed.
-  std::optional<std::string> nackReason;
-  // Greet with a legacy-encoded ClientWants (first octets 60 80 02 02 01 00
-  // 61 80) and speak the legacy encoding from then on.
-  bool legacyGreeting = false;
-};
 
 // Faults and latency applied to every connection. Request numbers count the
 // requests of one connection from 1; connections are counted from 1 in the
@@ -51,7 +36,6 @@ struct ServerOptions {
   std::string dbFile;        // --db: a JSON database
   std::string generateShape; // --generate: a generated database of this shape
   uint16_t port = 0;         // 0: any free port
-  HandshakeOptions handshake;
   FaultOptions faults;
   // In-process servers only: sees every request of a logged-in client, on
   // the connection's thread, before it is answered. Must be thread-safe.

@@ -143,16 +143,6 @@ bool BigNum::operator==(const BigNum& other) const {
   return size_ == other.size_ && std::equal(limbs_, limbs_ + size_, other.limbs_);
 }
 
-bool BigNum::operator<(const BigNum& other) const {
-  if (size_ != other.size_) return size_ < other.size_;
-  for (uint64_t i = size_; i-- > 0;) {
-    if (limbs_[i] != other.limbs_[i]) return limbs_[i] < other.limbs_[i];
-  }
-  return false;
-}
-
-bool BigNum::operator>(const BigNum& other) const { return other < *this; }
-
 BigNum operator+(const BigNum& a, const BigNum& b) {
   const BigNum& longer = a.size_ >= b.size_ ? a : b;
   const BigNum& shorter = a.size_ >= b.size_ ? b : a;

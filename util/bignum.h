@@ -25,8 +25,6 @@ class BigNum {
 
   bool operator==(const BigNum& other) const;
   bool operator!=(const BigNum& other) const { return !(*this == other); }
-  bool operator<(const BigNum& other) const;
-  bool operator>(const BigNum& other) const;
   friend BigNum operator+(const BigNum& a, const BigNum& b);
   friend BigNum operator*(const BigNum& a, const BigNum& b);
 
