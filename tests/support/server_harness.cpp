@@ -38,7 +38,7 @@ TestServer::TestServer(std::shared_ptr<const server::Database> db, const server:
 
 RawClient::RawClient(uint16_t port) {
   const uint32_t loopback = htonl(INADDR_LOOPBACK);
-  if (net::socket_connect(&loopback, port, &fd_, 0, 10)) throw std::runtime_error("cannot connect");
+  if (net::socket_connect(&loopback, port, &fd_)) throw std::runtime_error("cannot connect");
   auto socket = std::make_unique<net::SocketStream>(fd_);
   socket_ = socket.get();
   reader_ = std::make_unique<protocol::BerReader>(protocol::guiProtocol(), std::move(socket));
