@@ -32,7 +32,7 @@ std::unique_ptr<protocol::BerReader> run_handshake(
   protocol::ServerOffers offer;
   offer.version = 0x0203;
   offer.authentication = std::make_unique<protocol::ServerNoAuth>();
-  send(encode(offer, false));
+  send(encode(offer));
 
   if (!expect<protocol::NegotiateAck>(*reader)) return nullptr;
   std::unique_ptr<protocol::NewSession> login = expect<protocol::NewSession>(*reader);
@@ -46,7 +46,7 @@ std::unique_ptr<protocol::BerReader> run_handshake(
   accepted.rootDomainId = db.rootDomainId();
   accepted.text = kServerText;
   accepted.mibRootId = db.mibRootId();
-  send(encode(accepted, false));
+  send(encode(accepted));
   return reader;
 }
 

@@ -29,7 +29,7 @@ namespace server {
 class ObjectCache {
  public:
   explicit ObjectCache(size_t capacity = 100000)
-      : objects_(capacity), heads_{Generations<std::string>(capacity), Generations<std::string>(capacity)} {}
+      : objects_(capacity), heads_(capacity) {}
   ObjectCache(const ObjectCache&) = delete;
   ObjectCache& operator=(const ObjectCache&) = delete;
 
@@ -41,8 +41,7 @@ class ObjectCache {
   // with all properties are remembered by object id. Thread-safe. Throws
   // protocol::EBer as append_object_head() does, leaving `out` as it was;
   // nothing is remembered then.
-  void appendHead(std::string& out, const StoredObject& object, PropertyChoice properties,
-                  bool legacy);
+  void appendHead(std::string& out, const StoredObject& object, PropertyChoice properties);
 
   // How many objects and heads are kept (both generations).
   size_t cached() const;
@@ -66,7 +65,7 @@ class ObjectCache {
 
   mutable std::mutex mutex_;  // guards the tables
   Generations<StoredObject> objects_;
-  Generations<std::string> heads_[2];  // by legacy
+  Generations<std::string> heads_;
 };
 
 }  // namespace server

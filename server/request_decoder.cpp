@@ -155,7 +155,8 @@ class Cursor {
 
 }  // namespace
 
-RequestDecoder::RequestDecoder(bool legacy) {
+RequestDecoder::RequestDecoder() {
+  constexpr bool legacy = false;  // requests come in the current encoding
   tags_.request = tag_octets(protocol::Request::staticTag(legacy));
   tags_.select = tag_octets(protocol::SelectReq::staticTag(legacy));
   tags_.getData = tag_octets(protocol::GetDataReq::staticTag(legacy));

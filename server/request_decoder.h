@@ -24,7 +24,7 @@ namespace server {
 
 class RequestDecoder {
  public:
-  explicit RequestDecoder(bool legacy);
+  RequestDecoder();
 
   enum class Outcome { kComplete, kIncomplete, kDeclined };
   struct Result {
@@ -36,7 +36,7 @@ class RequestDecoder {
   // Decodes the message that starts at data[0].
   Result decode(const uint8_t* data, size_t size) const;
 
-  // The identifier octets of the values read, in the decoder's encoding.
+  // The identifier octets of the values read.
   struct Tags {
     std::string request, select, getData, pattern, list, set, string, integer, boolean, null;
   };

@@ -47,8 +47,7 @@ void check_pattern(const protocol::PathPattern& root) {
 
 class Evaluator {
  public:
-  Evaluator(const Database& db, ObjectCache& cache, bool legacy)
-      : db_(db), cache_(cache), legacy_(legacy) {}
+  Evaluator(const Database& db, ObjectCache& cache) : db_(db), cache_(cache) {}
 
   // Appends the encoding of `object` as matched by `step` to `out` and
   // returns true, or returns false and leaves `out` as it was.
@@ -70,11 +69,11 @@ class Evaluator {
     const size_t mark = out.size();
     std::exception_ptr headFailure;
     try {
-      cache_.appendHead(out, object, choice, legacy_);
+      cache_.appendHead(out, object, choice);
     } catch (const protocol::EBer&) {
       headFailure = std::current_exception();
     }
-    append_child_list_start(out, legacy_);
+    append_child_list_start(out);
     if (!step.children.empty() || !step.colonChildren.empty()) {
       if (!matchChildren(step, object, out)) {
         out.resize(mark);
@@ -82,7 +81,7 @@ class Evaluator {
       }
     }
     if (headFailure) std::rethrow_exception(headFailure);
-    append_object_end(out, legacy_);
+    append_object_end(out);
     return true;
   }
 
@@ -113,13 +112,12 @@ class Evaluator {
 
   const Database& db_;
   ObjectCache& cache_;
-  const bool legacy_;
 };
 
 }  // namespace
 
 SelectOutcome evaluate_select(const Database& db, ObjectCache& cache,
-                              const protocol::SelectReq& request, bool legacy) {
+                              const protocol::SelectReq& request) {
   SelectOutcome outcome;
   try {
     if (!request.pattern) throw Failure{kErrorNotImplemented, "Select without a pattern"};
@@ -130,7 +128,7 @@ SelectOutcome evaluate_select(const Database& db, ObjectCache& cache,
       if (!object) throw Failure{kErrorIdNotFound, "No object with id " + id};
       starts.push_back(std::move(object));
     }
-    Evaluator evaluator(db, cache, legacy);
+    Evaluator evaluator(db, cache);
     for (const auto& start : starts) evaluator.match(*request.pattern, *start, true, outcome.objects);
     if (outcome.objects.empty()) {
       // Common (a select of an object without children): no exception.

@@ -51,7 +51,7 @@ struct SelectOutcome {
 // 12 and an object that cannot be encoded 14. Never throws for anything a
 // client can send.
 SelectOutcome evaluate_select(const Database& db, ObjectCache& cache,
-                              const protocol::SelectReq& request, bool legacy);
+                              const protocol::SelectReq& request);
 
 }  // namespace server
 

@@ -74,7 +74,7 @@ class RequestRecord {
   server::ServerOptions options() {
     server::ServerOptions options;
     options.onRequest = [this](const protocol::Request& request) {
-      std::string body = server::encode(*request.req, false);
+      std::string body = server::encode(*request.req);
       std::lock_guard<std::mutex> lock(mutex_);
       bodies_.insert(std::move(body));
     };

@@ -55,7 +55,7 @@ std::vector<std::pair<std::unique_ptr<protocol::BerConstructed>, bool>> sample_b
 // A request taken whole is the original; cut short it waits for more; with
 // any octet changed it is declined, or decoded as the reader decodes it.
 TEST(ServerCodec, FastDecoderAgreesWithTheProtocolReader) {
-  const server::RequestDecoder decoder(false);
+  const server::RequestDecoder decoder;
   const int32_t ids[] = {0x7fffffff, 0, 128, 977, 40000};
   size_t n = 0;
   for (auto& [body, taken] : sample_bodies()) {
