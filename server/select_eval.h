@@ -3,9 +3,8 @@
 // The root step is matched against each start object, child steps against
 // the children of the object their parent step matched, in child order:
 // - className "." matches any class, anything else exactly that class;
-// - conditions must all hold (relational operators on the object's
-//   properties; a property the object lacks makes its condition false; the
-//   name "id" stands for the object's id when no property has that name);
+// - conditions must all hold (conditions.h; a property the object lacks
+//   makes its condition false);
 // - the "!" modifier (flag 2) on the root step puts the start object's own
 //   properties into the answer; without it the start object comes without
 //   properties, as the carrier of its matched children. Below the root it
@@ -33,7 +32,6 @@ namespace server {
 // Server error codes the evaluation answers with.
 constexpr int32_t kErrorIdNotFound = 1;
 constexpr int32_t kErrorNothingMatched = 2;
-constexpr int32_t kErrorIncomparable = 11;
 constexpr int32_t kErrorNotImplemented = 12;
 constexpr int32_t kErrorBackend = 14;
 
