@@ -1,6 +1,5 @@
 #include "server/answer_encoder.h"
 
-#include <algorithm>
 #include <limits>
 #include <type_traits>
 
@@ -211,14 +210,9 @@ void write_row(Writer& w, const Interval& row) {
       row);
 }
 
-bool chosen(const PropertyChoice& choice, const std::string& name) {
-  if (choice.only == nullptr || choice.only->empty()) return true;
-  return std::find(choice.only->begin(), choice.only->end(), name) != choice.only->end();
-}
-
 }  // namespace
 
-void append_object_head(std::string& out, const StoredObject& object, PropertyChoice choice) {
+void append_object_head(std::string& out, const StoredObject& object, bool withProperties) {
   Writer w(out);
   w.open(protocol::Object::staticTag(kLegacy));
   w.text(object.className, 128);
@@ -226,9 +220,8 @@ void append_object_head(std::string& out, const StoredObject& object, PropertyCh
   w.text(object.id, 32);
   w.text(std::string(), 52);
   w.open(kSeq);
-  if (choice.any) {
+  if (withProperties) {
     for (const PropertyValue& p : object.properties) {
-      if (!chosen(choice, p.name)) continue;
       w.open(protocol::Property::staticTag(kLegacy));
       w.text(p.name, 128);
       w.uint32(p.type);

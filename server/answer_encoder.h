@@ -13,22 +13,15 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "server/database.h"
 
 namespace server {
 
-// What of an object's properties an answer carries.
-struct PropertyChoice {
-  bool any = true;                                 // false: no properties at all
-  const std::vector<std::string>* only = nullptr;  // non-empty: just these names
-};
-
 // Appends the head of the Object for `object`: everything up to and
-// including its property list, i.e. the Object without the child list, the
-// number set and its own end of contents.
-void append_object_head(std::string& out, const StoredObject& object, PropertyChoice properties);
+// including its property list (empty unless `withProperties`), i.e. the
+// Object without the child list, the number set and its own end of contents.
+void append_object_head(std::string& out, const StoredObject& object, bool withProperties);
 
 // After a head: appends the start of the Object's child list; the children
 // (complete Objects) follow, then append_object_end() closes the list and

@@ -36,12 +36,11 @@ std::shared_ptr<const StoredObject> ObjectCache::find(const Database& db, const 
 }
 
 void ObjectCache::appendHead(std::string& out, const StoredObject& object,
-                             PropertyChoice properties) {
-  const bool whole = properties.any && (properties.only == nullptr || properties.only->empty());
+                             bool withProperties) {
   const size_t mark = out.size();
   try {
-    if (!whole) {
-      append_object_head(out, object, properties);
+    if (!withProperties) {
+      append_object_head(out, object, false);
       return;
     }
     {
@@ -51,7 +50,7 @@ void ObjectCache::appendHead(std::string& out, const StoredObject& object,
         return;
       }
     }
-    append_object_head(out, object, properties);
+    append_object_head(out, object, true);
   } catch (...) {
     out.resize(mark);
     throw;

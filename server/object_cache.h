@@ -38,10 +38,10 @@ class ObjectCache {
   std::shared_ptr<const StoredObject> find(const Database& db, const std::string& id);
 
   // Appends the head of `object` (append_object_head()) to `out`. Heads
-  // with all properties are remembered by object id. Thread-safe. Throws
+  // with properties are remembered by object id. Thread-safe. Throws
   // protocol::EBer as append_object_head() does, leaving `out` as it was;
   // nothing is remembered then.
-  void appendHead(std::string& out, const StoredObject& object, PropertyChoice properties);
+  void appendHead(std::string& out, const StoredObject& object, bool withProperties);
 
   // How many objects and heads are kept (both generations).
   size_t cached() const;

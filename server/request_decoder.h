@@ -1,5 +1,6 @@
 // A fast decoder for the requests clients send again and again: a Request
-// carrying a SelectReq whose pattern has no conditions, or a GetDataReq.
+// carrying a GetDataReq, or a SelectReq whose pattern steps have no number,
+// colon children, conditions or property list.
 //
 // It accepts only the form the protocol's message classes write (every
 // constructed value with indefinite length, every primitive with a definite

@@ -1,7 +1,8 @@
 // Evaluation of a select request's path pattern against the database.
 //
-// The root step is matched against each start object, child steps against
-// the children of the object their parent step matched, in child order:
+// The root step is matched against the one start object, child steps
+// against the children of the object their parent step matched, in child
+// order:
 // - className "." matches any class, anything else exactly that class;
 // - conditions must all hold (conditions.h; a property the object lacks
 //   makes its condition false);
@@ -12,11 +13,9 @@
 // - `children` are alternatives: a child object is matched by the first
 //   alternative that accepts it, and a step with children matches only if at
 //   least one child object is matched through them (so ".! > ." on an object
-//   without children matches nothing); `colonChildren` are tried after them
-//   and add what they match without being required;
-// - `number` limits how many children one step may match below one parent;
-// - a property list limits the properties sent for the objects of its step.
-// The modifiers "*", "$", "#" and "-" are not implemented.
+//   without children matches nothing).
+// Not implemented: several or no start ids, the modifiers "*", "$", "#" and
+// "-", colon children, step numbers and property lists.
 #ifndef TALVIX_SERVER_SELECT_EVAL_H_
 #define TALVIX_SERVER_SELECT_EVAL_H_
 
@@ -44,10 +43,10 @@ struct SelectOutcome {
   std::string objects; // the matched start objects, encoded and concatenated
 };
 
-// Evaluates `request`: an unknown start id gives error 1, no start object
-// matching gives 2, an incomparable condition 11, an unimplemented construct
-// 12 and an object that cannot be encoded 14. Never throws for anything a
-// client can send.
+// Evaluates `request`: an unknown start id gives error 1, a start object
+// not matching gives 2, an incomparable condition 11, an unimplemented
+// construct 12 and an object that cannot be encoded 14. Never throws for
+// anything a client can send.
 SelectOutcome evaluate_select(const Database& db, ObjectCache& cache,
                               const protocol::SelectReq& request);
 
