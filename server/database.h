@@ -138,7 +138,6 @@ struct StoredObject {
   std::string className;  // at most 128 octets
   std::string id;         // at most kMaxIdLength octets, unique in the database
   uint32_t flags = 0;     // bit 0: the exporter does not walk this child
-  std::string parentId;   // empty for an object without a parent
   std::vector<PropertyValue> properties;  // in stored order, names unique
   std::vector<std::string> children;      // ids of the direct children, in order
 
