@@ -7,6 +7,7 @@
 #include "protocol/messages.h"
 #include "protocol/tags.h"
 #include "server/byte_sink.h"
+#include "util/bignum.h"
 
 namespace server {
 
@@ -138,9 +139,14 @@ void write_value(Writer& w, const Value& value) {
                                             : protocol::UnsignedInt64Prop::staticTag(kLegacy));
           w.integer64(v);
         } else if constexpr (std::is_same_v<T, BigNumValue>) {
-          // Rare: the protocol's own value, made fresh (see to_property()).
+          // Rare: the protocol's own value, made fresh for every answer:
+          // BigNum arrays are shared copy-on-write without locking, so none
+          // may be shared across the threads that serve connections.
+          protocol::BigNumProp p;
+          util::bn_set_data(p.value, reinterpret_cast<const uint8_t*>(v.bytes.data()),
+                            v.bytes.size());
           AppendingSink sink(w.out());
-          to_property(PropertyValue{"", 0, v})->data->write(sink, kLegacy);
+          p.write(sink, kLegacy);
           return;
         } else {
           static_assert(std::is_same_v<T, LobValue>);

@@ -9,9 +9,10 @@
 
 namespace server {
 
-const char kServerText[] = "talvix-server";
-
 namespace {
+
+// The text the server sends in the fourth field of NewSessionResp.
+constexpr char kServerText[] = "talvix-server";
 
 template <class T>
 std::unique_ptr<T> expect(protocol::BerReader& reader) {

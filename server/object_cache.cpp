@@ -60,9 +60,4 @@ void ObjectCache::appendHead(std::string& out, const StoredObject& object,
   heads_.keep(object.id, std::move(head));
 }
 
-size_t ObjectCache::cached() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return objects_.size() + heads_.size();
-}
-
 }  // namespace server

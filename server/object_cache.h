@@ -43,9 +43,6 @@ class ObjectCache {
   // nothing is remembered then.
   void appendHead(std::string& out, const StoredObject& object, bool withProperties);
 
-  // How many objects and heads are kept (both generations).
-  size_t cached() const;
-
  private:
   template <class V>
   class Generations {

@@ -23,14 +23,8 @@ std::string select_response(int32_t id, const std::string& objects) {
   return bytes;
 }
 
-}  // namespace
-
-std::string error_response(int32_t id, int32_t code, const std::string& text) {
-  std::string bytes;
-  append_error_response(bytes, id, code, text.size() <= 1024 ? text : text.substr(0, 1024));
-  return bytes;
-}
-
+// A Response with a GetDataResp for the request's object and index, or the
+// ErrorResp the request earns.
 std::string get_data_response(const Database& db, ObjectCache& cache, int32_t id,
                               const protocol::GetDataReq& request) {
   if (!cache.find(db, request.objectId)) {
@@ -48,6 +42,14 @@ std::string get_data_response(const Database& db, ObjectCache& cache, int32_t id
   } catch (const protocol::EBer& e) {
     return error_response(id, kErrorBackend, "History cannot be encoded: " + e.text());
   }
+  return bytes;
+}
+
+}  // namespace
+
+std::string error_response(int32_t id, int32_t code, const std::string& text) {
+  std::string bytes;
+  append_error_response(bytes, id, code, text.size() <= 1024 ? text : text.substr(0, 1024));
   return bytes;
 }
 

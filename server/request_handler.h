@@ -27,12 +27,6 @@ std::string answer_request(const Database& db, ObjectCache& cache,
 // An encoded Response with `id` carrying ErrorResp `code` and one text.
 std::string error_response(int32_t id, int32_t code, const std::string& text);
 
-// An encoded Response with `id` carrying a GetDataResp for `objectId` and
-// `indexName`, or the ErrorResp the request earns. Objects are looked up
-// through `cache`.
-std::string get_data_response(const Database& db, ObjectCache& cache, int32_t id,
-                              const protocol::GetDataReq& request);
-
 }  // namespace server
 
 #endif  // TALVIX_SERVER_REQUEST_HANDLER_H_
