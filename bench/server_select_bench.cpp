@@ -52,7 +52,7 @@ void BM_AnswerSelectInProcess(benchmark::State& state) {
   const protocol::Request request = select_request(1, db->rootDomainId());
   size_t bytes = 0;
   for (auto _ : state) {
-    std::string answer = server::answer_request(*db, cache, request, false);
+    std::string answer = server::answer_request(*db, cache, request);
     bytes += answer.size();
     benchmark::DoNotOptimize(answer);
   }
@@ -76,7 +76,7 @@ std::unique_ptr<net::OsalSocket> raw_login(uint16_t port) {
   protocol::BerReader reader(protocol::guiProtocol(),
                              std::make_unique<server::BorrowedStream>(*socket));
   auto send = [&socket](const protocol::BerValue& m) {
-    std::string b = server::encode(m, false);
+    std::string b = server::encode(m);
     socket->write(b.data(), b.size());
   };
   protocol::ClientWants wants;
@@ -102,10 +102,10 @@ void BM_SelectOverLoopbackRaw(benchmark::State& state) {
   const std::string root = database()->rootDomainId();
   const int64_t depth = state.range(0);
   std::string requests;
-  for (int64_t i = 0; i < depth; ++i) requests += server::encode(select_request(1, root), false);
+  for (int64_t i = 0; i < depth; ++i) requests += server::encode(select_request(1, root));
   server::ObjectCache cache;
   const size_t answerSize =
-      server::answer_request(*database(), cache, select_request(1, root), false).size();
+      server::answer_request(*database(), cache, select_request(1, root)).size();
   std::vector<char> buffer;
   for (auto _ : state) {
     socket->write(requests.data(), requests.size());

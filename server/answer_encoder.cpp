@@ -1,6 +1,5 @@
 #include "server/answer_encoder.h"
 
-#include <algorithm>
 #include <limits>
 #include <type_traits>
 
@@ -8,6 +7,7 @@
 #include "protocol/messages.h"
 #include "protocol/tags.h"
 #include "server/byte_sink.h"
+#include "util/bignum.h"
 
 namespace server {
 
@@ -19,6 +19,8 @@ constexpr int32_t kIntMin = std::numeric_limits<int32_t>::min();
 constexpr int32_t kIntMax = std::numeric_limits<int32_t>::max();
 constexpr int32_t kIdMax = 0x7fffffff;
 constexpr int32_t kMaxDataType = 17;
+// The protocol's flag for the legacy encoding, which the server never uses.
+constexpr bool kLegacy = false;
 
 // The identifier octet of a tag below 248, as protocol::encode_tag writes it.
 constexpr uint8_t short_tag(TagCode tag) {
@@ -31,8 +33,7 @@ static_assert(protocol::BE_BOOLEAN < 248 && protocol::BE_INTEGER < 248);
 // protocol's class, which throws its own failure.
 class Writer {
  public:
-  Writer(std::string& out, bool legacy)
-      : out_(out), legacy_(legacy), stringTag_(protocol::string_tag(legacy)) {}
+  explicit Writer(std::string& out) : out_(out) {}
 
   // Tag and indefinite length of a constructed value.
   void open(TagCode tag) {
@@ -80,7 +81,6 @@ class Writer {
     protocol::BerReal::encode(sink, v, protocol::BE_REAL);
   }
 
-  bool legacy() const { return legacy_; }
   std::string& out() { return out_; }
 
  private:
@@ -95,59 +95,62 @@ class Writer {
   }
 
   std::string& out_;
-  const bool legacy_;
-  const TagCode stringTag_;
+  static constexpr TagCode stringTag_ = protocol::string_tag(kLegacy);
 };
 
-TagCode seq(bool legacy) { return protocol::seq_tag(legacy); }
+constexpr TagCode kSeq = protocol::seq_tag(kLegacy);
 
 void write_value(Writer& w, const Value& value) {
-  const bool legacy = w.legacy();
   std::visit(
       [&](const auto& v) {
         using T = std::decay_t<decltype(v)>;
         if constexpr (std::is_same_v<T, std::string>) {
-          w.open(protocol::StringProp::staticTag(legacy));
+          w.open(protocol::StringProp::staticTag(kLegacy));
           w.text(v, 1024);
         } else if constexpr (std::is_same_v<T, std::vector<std::string>>) {
-          w.open(protocol::StringListProp::staticTag(legacy));
-          w.open(seq(legacy));
+          w.open(protocol::StringListProp::staticTag(kLegacy));
+          w.open(kSeq);
           for (const std::string& s : v) w.text(s, 1024);
           w.close();
         } else if constexpr (std::is_same_v<T, int32_t>) {
-          w.open(protocol::SignedIntProp::staticTag(legacy));
+          w.open(protocol::SignedIntProp::staticTag(kLegacy));
           w.int32(v);
         } else if constexpr (std::is_same_v<T, uint32_t>) {
-          w.open(protocol::UnsignedIntProp::staticTag(legacy));
+          w.open(protocol::UnsignedIntProp::staticTag(kLegacy));
           w.uint32(v);
         } else if constexpr (std::is_same_v<T, double>) {
-          w.open(protocol::RealProp::staticTag(legacy));
+          w.open(protocol::RealProp::staticTag(kLegacy));
           w.real(v);
         } else if constexpr (std::is_same_v<T, bool>) {
-          w.open(protocol::BooleanProp::staticTag(legacy));
+          w.open(protocol::BooleanProp::staticTag(kLegacy));
           w.boolean(v);
         } else if constexpr (std::is_same_v<T, NullValue>) {
-          w.open(protocol::NullProp::staticTag(legacy));
+          w.open(protocol::NullProp::staticTag(kLegacy));
         } else if constexpr (std::is_same_v<T, BlobValue>) {
-          w.open(protocol::BlobProp::staticTag(legacy));
+          w.open(protocol::BlobProp::staticTag(kLegacy));
           w.text(v.bytes, 2048);
         } else if constexpr (std::is_same_v<T, std::vector<uint32_t>>) {
-          w.open(protocol::UnsignedIntListProp::staticTag(legacy));
-          w.open(seq(legacy));
+          w.open(protocol::UnsignedIntListProp::staticTag(kLegacy));
+          w.open(kSeq);
           for (uint32_t n : v) w.uint32(n);
           w.close();
         } else if constexpr (std::is_same_v<T, int64_t> || std::is_same_v<T, uint64_t>) {
-          w.open(std::is_same_v<T, int64_t> ? protocol::SignedInt64Prop::staticTag(legacy)
-                                            : protocol::UnsignedInt64Prop::staticTag(legacy));
+          w.open(std::is_same_v<T, int64_t> ? protocol::SignedInt64Prop::staticTag(kLegacy)
+                                            : protocol::UnsignedInt64Prop::staticTag(kLegacy));
           w.integer64(v);
         } else if constexpr (std::is_same_v<T, BigNumValue>) {
-          // Rare: the protocol's own value, made fresh (see to_property()).
+          // Rare: the protocol's own value, made fresh for every answer:
+          // BigNum arrays are shared copy-on-write without locking, so none
+          // may be shared across the threads that serve connections.
+          protocol::BigNumProp p;
+          util::bn_set_data(p.value, reinterpret_cast<const uint8_t*>(v.bytes.data()),
+                            v.bytes.size());
           AppendingSink sink(w.out());
-          to_property(PropertyValue{"", 0, v})->data->write(sink, legacy);
+          p.write(sink, kLegacy);
           return;
         } else {
           static_assert(std::is_same_v<T, LobValue>);
-          w.open(protocol::LobProp::staticTag(legacy));
+          w.open(protocol::LobProp::staticTag(kLegacy));
           w.text(v.bytes, 2097152);
         }
         w.close();
@@ -167,43 +170,42 @@ void write_measurement(Writer& w, const Row& r) {
 }
 
 void write_row(Writer& w, const Interval& row) {
-  const bool legacy = w.legacy();
   std::visit(
       [&](const auto& r) {
         using T = std::decay_t<decltype(r)>;
         if constexpr (std::is_same_v<T, ContinuousRow>) {
-          w.open(protocol::DataIntervalContinuous::staticTag(legacy));
+          w.open(protocol::DataIntervalContinuous::staticTag(kLegacy));
           write_measurement(w, r);
         } else if constexpr (std::is_same_v<T, SawtoothRow>) {
-          w.open(protocol::DataIntervalSawtooth::staticTag(legacy));
+          w.open(protocol::DataIntervalSawtooth::staticTag(kLegacy));
           write_measurement(w, r);
         } else if constexpr (std::is_same_v<T, EnumRow>) {
-          w.open(protocol::DataIntervalEnum::staticTag(legacy));
+          w.open(protocol::DataIntervalEnum::staticTag(kLegacy));
           w.int32(r.start);
           w.int32(r.end);
           w.uint32(r.mask);
           w.uint32(r.ngood);
           w.uint32(r.nbad);
         } else if constexpr (std::is_same_v<T, IncidentRow>) {
-          w.open(protocol::DataIntervalIncident::staticTag(legacy));
+          w.open(protocol::DataIntervalIncident::staticTag(kLegacy));
           w.int32(r.time);
           w.severity(r.severity);
           w.text(r.message, 65536);
         } else if constexpr (std::is_same_v<T, ContinuousDeprecatedRow>) {
-          w.open(protocol::DataIntervalContinuousDEPRECATED::staticTag(legacy));
+          w.open(protocol::DataIntervalContinuousDEPRECATED::staticTag(kLegacy));
           w.int32(r.start);
           w.int32(r.end);
           w.real(r.max);
           w.real(r.min);
-          w.open(seq(legacy));
+          w.open(kSeq);
           for (double v : r.values) w.real(v);
           w.close();
         } else {
           static_assert(std::is_same_v<T, RawDeprecatedRow>);
-          w.open(protocol::DataIntervalRawDEPRECATED::staticTag(legacy));
-          w.open(seq(legacy));
+          w.open(protocol::DataIntervalRawDEPRECATED::staticTag(kLegacy));
+          w.open(kSeq);
           for (const ContinuousRow& e : r.elements) {
-            w.open(protocol::DataIntervalRawElement::staticTag(legacy));
+            w.open(protocol::DataIntervalRawElement::staticTag(kLegacy));
             write_measurement(w, e);
             w.close();
           }
@@ -214,26 +216,19 @@ void write_row(Writer& w, const Interval& row) {
       row);
 }
 
-bool chosen(const PropertyChoice& choice, const std::string& name) {
-  if (choice.only == nullptr || choice.only->empty()) return true;
-  return std::find(choice.only->begin(), choice.only->end(), name) != choice.only->end();
-}
-
 }  // namespace
 
-void append_object_head(std::string& out, const StoredObject& object, PropertyChoice choice,
-                        bool legacy) {
-  Writer w(out, legacy);
-  w.open(protocol::Object::staticTag(legacy));
+void append_object_head(std::string& out, const StoredObject& object, bool withProperties) {
+  Writer w(out);
+  w.open(protocol::Object::staticTag(kLegacy));
   w.text(object.className, 128);
   w.uint32(object.flags);
   w.text(object.id, 32);
   w.text(std::string(), 52);
-  w.open(seq(legacy));
-  if (choice.any) {
+  w.open(kSeq);
+  if (withProperties) {
     for (const PropertyValue& p : object.properties) {
-      if (!chosen(choice, p.name)) continue;
-      w.open(protocol::Property::staticTag(legacy));
+      w.open(protocol::Property::staticTag(kLegacy));
       w.text(p.name, 128);
       w.uint32(p.type);
       write_value(w, p.value);
@@ -243,37 +238,36 @@ void append_object_head(std::string& out, const StoredObject& object, PropertyCh
   w.close();
 }
 
-void append_child_list_start(std::string& out, bool legacy) { Writer(out, legacy).open(seq(legacy)); }
+void append_child_list_start(std::string& out) { Writer(out).open(kSeq); }
 
-void append_object_end(std::string& out, bool legacy) {
-  Writer w(out, legacy);
+void append_object_end(std::string& out) {
+  Writer w(out);
   w.close();
-  w.open(protocol::set_tag(legacy));
+  w.open(protocol::set_tag(kLegacy));
   w.close();
   w.close();
 }
 
-void append_select_response_start(std::string& out, int32_t id, bool legacy) {
-  Writer w(out, legacy);
-  w.open(protocol::Response::staticTag(legacy));
+void append_select_response_start(std::string& out, int32_t id) {
+  Writer w(out);
+  w.open(protocol::Response::staticTag(kLegacy));
   w.int32(id, 0, kIdMax);
-  w.open(protocol::SelectResp::staticTag(legacy));
-  w.open(seq(legacy));
+  w.open(protocol::SelectResp::staticTag(kLegacy));
+  w.open(kSeq);
 }
 
 void append_select_response_end(std::string& out) { out.append(6, '\0'); }
 
-void append_get_data_response(std::string& out, int32_t id, const History& history,
-                              bool legacy) {
-  Writer w(out, legacy);
-  w.open(protocol::Response::staticTag(legacy));
+void append_get_data_response(std::string& out, int32_t id, const History& history) {
+  Writer w(out);
+  w.open(protocol::Response::staticTag(kLegacy));
   w.int32(id, 0, kIdMax);
-  w.open(protocol::GetDataResp::staticTag(legacy));
+  w.open(protocol::GetDataResp::staticTag(kLegacy));
   const bool inRange = history.dataType >= 0 && history.dataType <= kMaxDataType;
   w.int32(history.dataType, inRange ? 0 : kIntMin, inRange ? kMaxDataType : kIntMax);
-  w.open(seq(legacy));
+  w.open(kSeq);
   for (const Interval& row : history.intervals) {
-    w.open(protocol::DataInterval::staticTag(legacy));
+    w.open(protocol::DataInterval::staticTag(kLegacy));
     write_row(w, row);
     w.close();
   }
@@ -282,14 +276,13 @@ void append_get_data_response(std::string& out, int32_t id, const History& histo
   w.close();
 }
 
-void append_error_response(std::string& out, int32_t id, int32_t code, const std::string& text,
-                           bool legacy) {
-  Writer w(out, legacy);
-  w.open(protocol::Response::staticTag(legacy));
+void append_error_response(std::string& out, int32_t id, int32_t code, const std::string& text) {
+  Writer w(out);
+  w.open(protocol::Response::staticTag(kLegacy));
   w.int32(id, 0, kIdMax);
-  w.open(protocol::ErrorResp::staticTag(legacy));
+  w.open(protocol::ErrorResp::staticTag(kLegacy));
   w.int32(code);
-  w.open(seq(legacy));
+  w.open(kSeq);
   w.text(text, 1024);
   w.close();
   w.close();

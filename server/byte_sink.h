@@ -26,11 +26,11 @@ class AppendingSink : public net::ByteOutput {
   std::string& out_;
 };
 
-// `message` in the given encoding. Range and length failures of its fields
+// `message` in the current encoding. Range and length failures of its fields
 // throw protocol::EBer.
-inline std::string encode(const protocol::BerValue& message, bool legacy) {
+inline std::string encode(const protocol::BerValue& message) {
   ByteSink sink;
-  message.write(sink, legacy);
+  message.write(sink, false);
   return std::move(sink.bytes);
 }
 

@@ -87,7 +87,7 @@ void Connection::serve() {
   bool decodingHere = is_whole_values(feed.recorded(), 3);
   feed.stopRecording();
 
-  ReplyWriter writer(socket, faults, false);
+  ReplyWriter writer(socket, faults);
   // Makes the writer reachable for abort() while it lives.
   struct Registration {
     Connection& c;
@@ -110,7 +110,7 @@ void Connection::serve() {
       writer.submit(malformed_reply(), due);
       return true;
     }
-    writer.submit(answer_request(*shared_->db, shared_->objects, request, false), due);
+    writer.submit(answer_request(*shared_->db, shared_->objects, request), due);
     return true;
   };
 
@@ -119,7 +119,7 @@ void Connection::serve() {
     // the reader does: octets the fast decoder declines go to the reader
     // (which decodes everything from then on), and when the reader refuses
     // them, nothing of that read is answered.
-    const RequestDecoder decoder(false);
+    const RequestDecoder decoder;
     std::string pending;  // octets read but not decoded yet: an incomplete message
     std::vector<std::unique_ptr<protocol::Request>> ready;
     auto chunk = std::make_unique<char[]>(kReadSize);

@@ -8,9 +8,9 @@
 // each history series from its id on demand.
 //
 // Values are kept in a compact form of their own (PropertyValue, Interval)
-// and turned into fresh protocol messages with to_property()/to_interval()
-// for every answer. No protocol message is ever shared between callers, so
-// nothing a caller does with a message it received can touch the database.
+// and encoded straight into every answer (answer_encoder.h). Nothing is
+// checked there: a value of a class the type code does not carry is sent as
+// it is (the JSON loader validates; fault cases rely on this).
 //
 // Thread safety: every const operation of a Database may be called by any
 // number of threads at once without outside locking. What a lookup returns
@@ -74,11 +74,6 @@ struct PropertyValue {
   bool isNull() const { return std::holds_alternative<NullValue>(value); }
 };
 
-// A new protocol::Property with the name, type word and value of `p`.
-// Nothing is checked: a value of a class the type code does not carry is
-// sent as it is (the JSON loader validates; fault cases rely on this).
-std::unique_ptr<protocol::Property> to_property(const PropertyValue& p);
-
 // ---------------------------------------------------------------------------
 // History rows. Each alternative is one interval record class of
 // protocol::DataInterval::data.
@@ -119,9 +114,6 @@ struct RawDeprecatedRow {  // DataIntervalRawDEPRECATED, its elements as DataInt
 using Interval = std::variant<ContinuousRow, SawtoothRow, EnumRow, IncidentRow,
                               ContinuousDeprecatedRow, RawDeprecatedRow>;
 
-// A new protocol::DataInterval holding the record class of `row`.
-std::unique_ptr<protocol::DataInterval> to_interval(const Interval& row);
-
 // The stored history of one index property of one object. `dataType` is the
 // number sent in GetDataResp (0..17; 0 rawDEPRECATED, 1 continuousDEPRECATED,
 // 2 sawtooth, 3 enum, 4 incidents, 5 continuous, 6 accumulation); any other
@@ -138,7 +130,6 @@ struct StoredObject {
   std::string className;  // at most 128 octets
   std::string id;         // at most kMaxIdLength octets, unique in the database
   uint32_t flags = 0;     // bit 0: the exporter does not walk this child
-  std::string parentId;   // empty for an object without a parent
   std::vector<PropertyValue> properties;  // in stored order, names unique
   std::vector<std::string> children;      // ids of the direct children, in order
 

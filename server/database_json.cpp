@@ -66,10 +66,8 @@ class Loader {
     const Json& objects = top.get("objects");
     if (!objects.is_array()) fail("database", "field \"objects\" must be an array");
     for (size_t i = 0; i < objects.size(); ++i) {
-      readObject(objects[i], "objects[" + std::to_string(i) + "]", "", 0);
+      readObject(objects[i], "objects[" + std::to_string(i) + "]", 0);
     }
-    resolveReferences();
-    checkForCycles();
     db_->root_ = top.string("rootDomain");
     if (!objects_.count(db_->root_)) fail("database", "rootDomain " + in_quotes(db_->root_) + " does not exist");
     db_->mibRoot_ = top.string("mibRoot");
@@ -84,7 +82,7 @@ class Loader {
  private:
   // Reads one object and, recursively, its nested children. `at` names its
   // place in the document for messages given before its id is known.
-  void readObject(const Json& j, const std::string& at, const std::string& parentId, int depth) {
+  void readObject(const Json& j, const std::string& at, int depth) {
     std::string where = "object at " + at;
     if (j.is_object() && j.contains("id") && j["id"].is_string()) {
       where = "object " + in_quotes(j["id"].get<std::string>());
@@ -103,9 +101,7 @@ class Loader {
       fail(where, "field \"class\" must be 1 to 128 octets long");
     }
     if (f.find("flags")) object->flags = static_cast<uint32_t>(f.integer("flags", 0, 0xffffffff));
-    object->parentId = parentId;
     objects_.emplace(object->id, object);
-    order_.push_back(object->id);
 
     if (const Json* properties = f.find("properties")) {
       if (!properties->is_array()) fail(where, "field \"properties\" must be an array");
@@ -121,53 +117,11 @@ class Loader {
       if (!children->is_array()) fail(where, "field \"children\" must be an array");
       for (size_t i = 0; i < children->size(); ++i) {
         const Json& child = (*children)[i];
-        if (child.is_string()) {
-          object->children.push_back(child.get<std::string>());
-          references_.emplace_back(object->id, child.get<std::string>());
-          continue;
-        }
-        readObject(child, "children[" + std::to_string(i) + "] of " + in_quotes(object->id),
-                   object->id, depth + 1);
+        readObject(child, "children[" + std::to_string(i) + "] of " + in_quotes(object->id), depth + 1);
         object->children.push_back(child["id"].get<std::string>());
       }
     }
     f.finish();
-  }
-
-  // Children given by id: each must exist and have no other parent.
-  void resolveReferences() {
-    for (const auto& [parent, child] : references_) {
-      auto it = objects_.find(child);
-      if (it == objects_.end()) {
-        fail("object " + in_quotes(parent), "child " + in_quotes(child) + " does not exist");
-      }
-      if (!it->second->parentId.empty()) {
-        fail("object " + in_quotes(child),
-             "child of both " + in_quotes(it->second->parentId) + " and " + in_quotes(parent));
-      }
-      it->second->parentId = parent;
-    }
-  }
-
-  // Every object must be reachable from an object without a parent;
-  // references can otherwise close a ring of objects that are each other's
-  // ancestors, which no walk of the tree would ever leave.
-  void checkForCycles() {
-    std::unordered_map<std::string, bool> reached;
-    std::vector<const StoredObject*> stack;
-    for (const std::string& id : order_) {
-      const StoredObject* o = objects_.at(id).get();
-      if (o->parentId.empty()) stack.push_back(o);
-    }
-    while (!stack.empty()) {
-      const StoredObject* o = stack.back();
-      stack.pop_back();
-      reached[o->id] = true;
-      for (const std::string& child : o->children) stack.push_back(objects_.at(child).get());
-    }
-    for (const std::string& id : order_) {
-      if (!reached.count(id)) fail("object " + in_quotes(id), "is its own ancestor");
-    }
   }
 
   void readUsers(const Json& users) {
@@ -199,8 +153,7 @@ class Loader {
         fail(where, "the object has no Index property " + in_quotes(index));
       }
       auto series = std::make_shared<History>();
-      const bool unchecked = f.boolean("unchecked", false);
-      series->dataType = json_format::read_datatype(f.get("datatype"), where, unchecked);
+      series->dataType = json_format::read_datatype(f.get("datatype"), where);
       const Json& intervals = f.get("intervals");
       if (!intervals.is_array()) fail(where, "field \"intervals\" must be an array");
       for (size_t k = 0; k < intervals.size(); ++k) {
@@ -215,8 +168,6 @@ class Loader {
 
   std::unique_ptr<JsonDatabase> db_ = std::make_unique<JsonDatabase>();
   std::unordered_map<std::string, std::shared_ptr<StoredObject>> objects_;
-  std::vector<std::string> order_;  // ids in document order
-  std::vector<std::pair<std::string, std::string>> references_;  // (parent, child)
 };
 
 }  // namespace

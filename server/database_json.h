@@ -1,7 +1,7 @@
 // A Database read from a JSON document (format in server/README.md).
 //
 // The whole document is validated while it is loaded: every id, type,
-// value, child reference and history series is checked, and the first fault
+// value, nested child and history series is checked, and the first fault
 // found throws util::EFatal with a message that names the object (or the
 // history series) and the field at fault. A database that loaded holds
 // every object in memory and answers lookups from hash maps; it never

@@ -133,11 +133,11 @@ class GeneratedDatabase : public Database {
       o->properties.push_back(prop("name", kTypeString, std::string("Generated installation")));
       o->children = {"u.admin", "ag.ops"};
     } else {
-      o->parentId = domain_id((k - 1) / shape_.fanout);
+      const std::string parentId = domain_id((k - 1) / shape_.fanout);
       o->properties.push_back(prop("siblingName", kTypeString | protocol::kPropComputed,
                                    "dom" + std::to_string((k - 1) % shape_.fanout)));
       o->properties.push_back(prop("name", kTypeString, "Generated domain " + std::to_string(k)));
-      o->properties.push_back(prop("parentId", kTypeObject | protocol::kPropComputed, o->parentId));
+      o->properties.push_back(prop("parentId", kTypeObject | protocol::kPropComputed, parentId));
     }
     o->properties.push_back(prop("treeLabel", kTypeString, label));
     o->properties.push_back(prop("level", kTypeInteger, static_cast<int32_t>(level(k))));
@@ -154,7 +154,6 @@ class GeneratedDatabase : public Database {
     auto o = std::make_shared<StoredObject>();
     o->className = "Node";
     o->id = node_id(k, i);
-    o->parentId = domain_id(k);
     uint64_t h = hash(1, k, i);
     const std::string nodeName = "node" + std::to_string(i);
     o->properties.reserve(7);
@@ -164,7 +163,7 @@ class GeneratedDatabase : public Database {
     o->properties.push_back(prop("enabled", kTypeBoolean, (h >> 24 & 7) != 0));
     o->properties.push_back(prop("pollInterval", kTypeUnsigned, static_cast<uint32_t>(60 * (1 + (h >> 28 & 7)))));
     o->properties.push_back(prop("created", kTypeDate, static_cast<int32_t>(kHistoryStart - static_cast<int32_t>(h >> 40 & 0xffffff))));
-    o->properties.push_back(prop("parentId", kTypeObject | protocol::kPropComputed, o->parentId));
+    o->properties.push_back(prop("parentId", kTypeObject | protocol::kPropComputed, domain_id(k)));
     o->children.reserve(shape_.checksPerNode);
     for (uint64_t j = 0; j < shape_.checksPerNode; ++j) o->children.push_back(check_id(k, i, j));
     return o;
@@ -174,13 +173,12 @@ class GeneratedDatabase : public Database {
     auto o = std::make_shared<StoredObject>();
     o->className = "Check";
     o->id = check_id(k, i, j);
-    o->parentId = node_id(k, i);
     uint64_t h = hash(2, k, i, j);
     o->properties.reserve(4);
     o->properties.push_back(prop("siblingName", kTypeString, "check" + std::to_string(j)));
     o->properties.push_back(prop(kIndexName, kTypeIndex, static_cast<uint32_t>(j + 1)));
     o->properties.push_back(prop("threshold", kTypeReal, static_cast<double>(h % 1000) / 8.0));
-    o->properties.push_back(prop("parentId", kTypeObject | protocol::kPropComputed, o->parentId));
+    o->properties.push_back(prop("parentId", kTypeObject | protocol::kPropComputed, node_id(k, i)));
     return o;
   }
 
@@ -216,12 +214,10 @@ class GeneratedDatabase : public Database {
     o->id = id;
     if (id == "u.admin") {
       o->className = "User";
-      o->parentId = "d0";
       o->properties = {prop("siblingName", kTypeString, std::string("admin")),
                        prop("fullName", kTypeString, std::string("Generated Administrator"))};
     } else if (id == "ag.ops") {
       o->className = "AlertGroup";
-      o->parentId = "d0";
       o->properties = {prop("siblingName", kTypeString, std::string("operations")),
                        prop("members", kTypeObjectSet, std::vector<std::string>{"u.admin"})};
     } else if (id == "mib") {
@@ -230,11 +226,9 @@ class GeneratedDatabase : public Database {
       o->children = {"mibm0", "mibm1", "mibo0", "mibo1", "mibo2"};
     } else if (id == "mibm0" || id == "mibm1") {
       o->className = "MibModule";
-      o->parentId = "mib";
       o->properties = {prop("siblingName", kTypeString, "GEN-MIB-" + id.substr(4))};
     } else if (id == "mibo0" || id == "mibo1" || id == "mibo2") {
       o->className = "MibObject";
-      o->parentId = "mib";
       o->properties = {
           prop("siblingName", kTypeString, "genObject" + id.substr(4)),
           prop("snmpId", kTypeSnmpOid | protocol::kPropComputed, "1.3.6.1.4.1.99999.9." + id.substr(4))};

@@ -9,9 +9,10 @@
 
 namespace server {
 
-const char kServerText[] = "talvix-server";
-
 namespace {
+
+// The text the server sends in the fourth field of NewSessionResp.
+constexpr char kServerText[] = "talvix-server";
 
 template <class T>
 std::unique_ptr<T> expect(protocol::BerReader& reader) {
@@ -32,7 +33,7 @@ std::unique_ptr<protocol::BerReader> run_handshake(
   protocol::ServerOffers offer;
   offer.version = 0x0203;
   offer.authentication = std::make_unique<protocol::ServerNoAuth>();
-  send(encode(offer, false));
+  send(encode(offer));
 
   if (!expect<protocol::NegotiateAck>(*reader)) return nullptr;
   std::unique_ptr<protocol::NewSession> login = expect<protocol::NewSession>(*reader);
@@ -46,7 +47,7 @@ std::unique_ptr<protocol::BerReader> run_handshake(
   accepted.rootDomainId = db.rootDomainId();
   accepted.text = kServerText;
   accepted.mibRootId = db.mibRootId();
-  send(encode(accepted, false));
+  send(encode(accepted));
   return reader;
 }
 

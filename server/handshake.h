@@ -22,9 +22,6 @@
 
 namespace server {
 
-// The text the server sends in the fourth field of NewSessionResp.
-extern const char kServerText[];
-
 // Runs the handshake over `socket`, which the caller keeps owning; every
 // reply goes out through `send` as complete encoded octets. `sessionIds`
 // hands out session ids. Returns the reader that decodes the client's

@@ -492,7 +492,7 @@ PropertyValue read_property(const Json& j, const std::string& owner, size_t inde
   return p;
 }
 
-int32_t read_datatype(const Json& j, const std::string& where, bool unchecked) {
+int32_t read_datatype(const Json& j, const std::string& where) {
   if (j.is_string()) {
     for (size_t i = 0; i < kDatatypeNames.size(); ++i) {
       if (j.get_ref<const std::string&>() == kDatatypeNames[i]) return static_cast<int32_t>(i);
@@ -500,12 +500,6 @@ int32_t read_datatype(const Json& j, const std::string& where, bool unchecked) {
     fail(where, "unknown datatype " + shown(j));
   }
   std::optional<int64_t> n = as_int64(j);
-  if (unchecked) {
-    if (!n || *n < std::numeric_limits<int32_t>::min() || *n > std::numeric_limits<int32_t>::max()) {
-      fail(where, "an unchecked datatype must be a datatype name or a 32-bit number, not " + shown(j));
-    }
-    return static_cast<int32_t>(*n);
-  }
   if (!n || *n < 0 || *n > kMaxDatatype) {
     fail(where, "datatype must be a datatype name or a number from 0 to 17, not " + shown(j));
   }

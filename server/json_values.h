@@ -60,8 +60,8 @@ std::string shown(const Json& j);
 PropertyValue read_property(const Json& j, const std::string& owner, size_t index);
 
 // The datatype number of a "datatype" field: a name of the datatype table
-// or a number 0..17; with `unchecked`, any 32-bit number as well.
-int32_t read_datatype(const Json& j, const std::string& where, bool unchecked);
+// or a number 0..17.
+int32_t read_datatype(const Json& j, const std::string& where);
 
 // Reads row `index` of a series of `dataType`. The row's record class is the
 // datatype's own unless the row names one in "class".

@@ -36,35 +36,28 @@ std::shared_ptr<const StoredObject> ObjectCache::find(const Database& db, const 
 }
 
 void ObjectCache::appendHead(std::string& out, const StoredObject& object,
-                             PropertyChoice properties, bool legacy) {
-  const bool whole = properties.any && (properties.only == nullptr || properties.only->empty());
+                             bool withProperties) {
   const size_t mark = out.size();
   try {
-    if (!whole) {
-      append_object_head(out, object, properties, legacy);
+    if (!withProperties) {
+      append_object_head(out, object, false);
       return;
     }
-    Generations<std::string>& table = heads_[legacy ? 1 : 0];
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      if (std::shared_ptr<const std::string> head = table.find(object.id)) {
+      if (std::shared_ptr<const std::string> head = heads_.find(object.id)) {
         out += *head;
         return;
       }
     }
-    append_object_head(out, object, properties, legacy);
+    append_object_head(out, object, true);
   } catch (...) {
     out.resize(mark);
     throw;
   }
   auto head = std::make_shared<const std::string>(out, mark);
   std::lock_guard<std::mutex> lock(mutex_);
-  heads_[legacy ? 1 : 0].keep(object.id, std::move(head));
-}
-
-size_t ObjectCache::cached() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return objects_.size() + heads_[0].size() + heads_[1].size();
+  heads_.keep(object.id, std::move(head));
 }
 
 }  // namespace server

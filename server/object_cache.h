@@ -29,7 +29,7 @@ namespace server {
 class ObjectCache {
  public:
   explicit ObjectCache(size_t capacity = 100000)
-      : objects_(capacity), heads_{Generations<std::string>(capacity), Generations<std::string>(capacity)} {}
+      : objects_(capacity), heads_(capacity) {}
   ObjectCache(const ObjectCache&) = delete;
   ObjectCache& operator=(const ObjectCache&) = delete;
 
@@ -38,14 +38,10 @@ class ObjectCache {
   std::shared_ptr<const StoredObject> find(const Database& db, const std::string& id);
 
   // Appends the head of `object` (append_object_head()) to `out`. Heads
-  // with all properties are remembered by object id. Thread-safe. Throws
+  // with properties are remembered by object id. Thread-safe. Throws
   // protocol::EBer as append_object_head() does, leaving `out` as it was;
   // nothing is remembered then.
-  void appendHead(std::string& out, const StoredObject& object, PropertyChoice properties,
-                  bool legacy);
-
-  // How many objects and heads are kept (both generations).
-  size_t cached() const;
+  void appendHead(std::string& out, const StoredObject& object, bool withProperties);
 
  private:
   template <class V>
@@ -66,7 +62,7 @@ class ObjectCache {
 
   mutable std::mutex mutex_;  // guards the tables
   Generations<StoredObject> objects_;
-  Generations<std::string> heads_[2];  // by legacy
+  Generations<std::string> heads_;
 };
 
 }  // namespace server

@@ -32,8 +32,8 @@ bool needs_thread(const FaultOptions& faults) {
 
 }  // namespace
 
-ReplyWriter::ReplyWriter(net::ByteOutput& stream, const FaultOptions& faults, bool legacy)
-    : stream_(stream), faults_(faults), legacy_(legacy), direct_(!needs_thread(faults)) {
+ReplyWriter::ReplyWriter(net::ByteOutput& stream, const FaultOptions& faults)
+    : stream_(stream), faults_(faults), direct_(!needs_thread(faults)) {
   if (!direct_) thread_ = std::thread([this] { run(); });
 }
 
@@ -162,7 +162,7 @@ void ReplyWriter::append(std::string& bytes, const Item& item) {
   ++answers_;
   for (uint32_t i = 0; i < faults_.filler; ++i) bytes += (i % 2 == 0) ? '\x19' : '\0';
   if (faults_.strayEvery != 0 && answers_ % faults_.strayEvery == 0) {
-    bytes += error_response(nextStrayId_--, 13, "stray answer", legacy_);
+    bytes += error_response(nextStrayId_--, 13, "stray answer");
   }
   bytes += item.bytes;
 }

@@ -44,9 +44,9 @@ std::string malformed_reply();
 
 class ReplyWriter {
  public:
-  // Writes to `stream` (not owned; must outlive the writer) in the given
-  // encoding. Starts the writer thread unless the faults need none.
-  ReplyWriter(net::ByteOutput& stream, const FaultOptions& faults, bool legacy);
+  // Writes to `stream` (not owned; must outlive the writer). Starts the
+  // writer thread unless the faults need none.
+  ReplyWriter(net::ByteOutput& stream, const FaultOptions& faults);
   ReplyWriter(const ReplyWriter&) = delete;
   ReplyWriter& operator=(const ReplyWriter&) = delete;
   // finish().
@@ -90,7 +90,6 @@ class ReplyWriter {
 
   net::ByteOutput& stream_;
   const FaultOptions faults_;
-  const bool legacy_;
   const bool direct_;
 
   mutable std::mutex mutex_;

@@ -1,5 +1,6 @@
 #include "server/request_decoder.h"
 
+#include <initializer_list>
 #include <limits>
 
 #include "protocol/tags.h"
@@ -99,7 +100,7 @@ class Cursor {
     out = content[0] != 0;
     return true;
   }
-  // A NULL (true, `isNull`) or what `other` reads.
+  // Whether the next value has `tag` (`is`); false when the buffer ends.
   bool peekIs(const std::string& tag, bool& is) {
     for (size_t i = 0; i < tag.size(); ++i) {
       if (!need(i + 1)) return false;
@@ -155,7 +156,8 @@ class Cursor {
 
 }  // namespace
 
-RequestDecoder::RequestDecoder(bool legacy) {
+RequestDecoder::RequestDecoder() {
+  constexpr bool legacy = false;  // requests come in the current encoding
   tags_.request = tag_octets(protocol::Request::staticTag(legacy));
   tags_.select = tag_octets(protocol::SelectReq::staticTag(legacy));
   tags_.getData = tag_octets(protocol::GetDataReq::staticTag(legacy));
@@ -201,24 +203,17 @@ bool read_texts(Cursor& c, const std::string& tag, const Tags& tags, size_t max,
 }
 
 // The fields of a path pattern step whose header has been read, down to its
-// end of contents. A step with conditions is declined.
+// end of contents. A step with a number, colon children, conditions or a
+// property list is declined.
 bool read_pattern_fields(Cursor& c, const Tags& tags, protocol::PathPattern& p, size_t depth) {
-  if (!c.text(tags.string, 128, p.className) || !c.uint32(tags.integer, p.flags)) return false;
-  bool isNull = false;
-  if (!c.peekIs(tags.null, isNull)) return false;
-  if (isNull) {
-    if (!c.null(tags.null)) return false;
-  } else {
-    if (!c.uint32(tags.integer, p.number)) return false;
-    p.hasNumber = true;
-  }
-  if (!read_pattern_list(c, tags, p.children, depth) ||
-      !read_pattern_list(c, tags, p.colonChildren, depth)) {
+  if (!c.text(tags.string, 128, p.className) || !c.uint32(tags.integer, p.flags) ||
+      !c.null(tags.null) || !read_pattern_list(c, tags, p.children, depth)) {
     return false;
   }
-  if (!c.open(tags.list)) return false;
-  if (!c.atEnd()) return c.failed() ? false : c.decline();
-  if (!read_texts(c, tags.set, tags, 128, p.properties)) return false;
+  for (const std::string* empty : {&tags.list, &tags.list, &tags.set}) {
+    if (!c.open(*empty)) return false;
+    if (!c.atEnd()) return c.failed() ? false : c.decline();
+  }
   if (!c.atEnd()) return c.failed() ? false : c.decline();
   return true;
 }

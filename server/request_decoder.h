@@ -1,5 +1,6 @@
 // A fast decoder for the requests clients send again and again: a Request
-// carrying a SelectReq whose pattern has no conditions, or a GetDataReq.
+// carrying a GetDataReq, or a SelectReq whose pattern steps have no number,
+// colon children, conditions or property list.
 //
 // It accepts only the form the protocol's message classes write (every
 // constructed value with indefinite length, every primitive with a definite
@@ -24,7 +25,7 @@ namespace server {
 
 class RequestDecoder {
  public:
-  explicit RequestDecoder(bool legacy);
+  RequestDecoder();
 
   enum class Outcome { kComplete, kIncomplete, kDeclined };
   struct Result {
@@ -36,7 +37,7 @@ class RequestDecoder {
   // Decodes the message that starts at data[0].
   Result decode(const uint8_t* data, size_t size) const;
 
-  // The identifier octets of the values read, in the decoder's encoding.
+  // The identifier octets of the values read.
   struct Tags {
     std::string request, select, getData, pattern, list, set, string, integer, boolean, null;
   };

@@ -18,20 +18,14 @@
 
 namespace server {
 
-// The encoded Response to `request`, in the given encoding. Never throws for
+// The encoded Response to `request`. Never throws for
 // anything a client can send: what cannot be answered otherwise becomes an
 // ErrorResp (14 when stored data does not fit the wire).
 std::string answer_request(const Database& db, ObjectCache& cache,
-                           const protocol::Request& request, bool legacy);
+                           const protocol::Request& request);
 
 // An encoded Response with `id` carrying ErrorResp `code` and one text.
-std::string error_response(int32_t id, int32_t code, const std::string& text, bool legacy);
-
-// An encoded Response with `id` carrying a GetDataResp for `objectId` and
-// `indexName`, or the ErrorResp the request earns. Objects are looked up
-// through `cache`.
-std::string get_data_response(const Database& db, ObjectCache& cache, int32_t id,
-                              const protocol::GetDataReq& request, bool legacy);
+std::string error_response(int32_t id, int32_t code, const std::string& text);
 
 }  // namespace server
 

@@ -33,22 +33,23 @@ void check_pattern(const protocol::PathPattern& root) {
       throw Failure{kErrorNotImplemented,
                     "Modifier flags " + std::to_string(step->flags) + " are not implemented"};
     }
+    if (!step->colonChildren.empty() || step->hasNumber || !step->properties.empty()) {
+      throw Failure{kErrorNotImplemented,
+                    "Colon children, step numbers and property lists are not implemented"};
+    }
     for (const auto& c : step->conditions) {
       if (!c || !c->prop) throw Failure{kErrorNotImplemented, "Condition without a property"};
     }
-    for (const auto* list : {&step->children, &step->colonChildren}) {
-      for (const auto& child : *list) {
-        if (!child) throw Failure{kErrorNotImplemented, "Empty step"};
-        pending.emplace_back(child.get(), depth + 1);
-      }
+    for (const auto& child : step->children) {
+      if (!child) throw Failure{kErrorNotImplemented, "Empty step"};
+      pending.emplace_back(child.get(), depth + 1);
     }
   }
 }
 
 class Evaluator {
  public:
-  Evaluator(const Database& db, ObjectCache& cache, bool legacy)
-      : db_(db), cache_(cache), legacy_(legacy) {}
+  Evaluator(const Database& db, ObjectCache& cache) : db_(db), cache_(cache) {}
 
   // Appends the encoding of `object` as matched by `step` to `out` and
   // returns true, or returns false and leaves `out` as it was.
@@ -62,77 +63,62 @@ class Evaluator {
         throw Failure{e.code, e.text};
       }
     }
-    PropertyChoice choice;
-    choice.any = !root || (step.flags & kFlagSelf) != 0;
-    choice.only = &step.properties;
     // A head that cannot be encoded fails the evaluation only if the
     // object matches.
     const size_t mark = out.size();
     std::exception_ptr headFailure;
     try {
-      cache_.appendHead(out, object, choice, legacy_);
+      cache_.appendHead(out, object, !root || (step.flags & kFlagSelf) != 0);
     } catch (const protocol::EBer&) {
       headFailure = std::current_exception();
     }
-    append_child_list_start(out, legacy_);
-    if (!step.children.empty() || !step.colonChildren.empty()) {
-      if (!matchChildren(step, object, out)) {
-        out.resize(mark);
-        return false;
-      }
+    append_child_list_start(out);
+    if (!step.children.empty() && !matchChildren(step, object, out)) {
+      out.resize(mark);
+      return false;
     }
     if (headFailure) std::rethrow_exception(headFailure);
-    append_object_end(out, legacy_);
+    append_object_end(out);
     return true;
   }
 
  private:
+  // Appends the children of `object` that an alternative of `step` matches;
+  // false when none does.
   bool matchChildren(const protocol::PathPattern& step, const StoredObject& object,
                      std::string& out) {
-    const size_t required = step.children.size();
-    std::vector<uint32_t> counts(required + step.colonChildren.size(), 0);
-    auto alternative = [&](size_t i) -> const protocol::PathPattern& {
-      return i < required ? *step.children[i] : *step.colonChildren[i - required];
-    };
-    bool matchedRequired = false;
+    bool matched = false;
     for (const std::string& childId : object.children) {
       std::shared_ptr<const StoredObject> child = cache_.find(db_, childId);
       if (!child) continue;
-      for (size_t i = 0; i < counts.size(); ++i) {
-        const protocol::PathPattern& s = alternative(i);
-        if (s.hasNumber && counts[i] >= s.number) continue;
-        if (match(s, *child, false, out)) {
-          ++counts[i];
-          if (i < required) matchedRequired = true;
+      for (const auto& alternative : step.children) {
+        if (match(*alternative, *child, false, out)) {
+          matched = true;
           break;
         }
       }
     }
-    return required == 0 || matchedRequired;
+    return matched;
   }
 
   const Database& db_;
   ObjectCache& cache_;
-  const bool legacy_;
 };
 
 }  // namespace
 
 SelectOutcome evaluate_select(const Database& db, ObjectCache& cache,
-                              const protocol::SelectReq& request, bool legacy) {
+                              const protocol::SelectReq& request) {
   SelectOutcome outcome;
   try {
     if (!request.pattern) throw Failure{kErrorNotImplemented, "Select without a pattern"};
     check_pattern(*request.pattern);
-    std::vector<std::shared_ptr<const StoredObject>> starts;
-    for (const std::string& id : request.startIds) {
-      std::shared_ptr<const StoredObject> object = cache.find(db, id);
-      if (!object) throw Failure{kErrorIdNotFound, "No object with id " + id};
-      starts.push_back(std::move(object));
+    if (request.startIds.size() != 1) {
+      throw Failure{kErrorNotImplemented, "Select of other than one start object"};
     }
-    Evaluator evaluator(db, cache, legacy);
-    for (const auto& start : starts) evaluator.match(*request.pattern, *start, true, outcome.objects);
-    if (outcome.objects.empty()) {
+    std::shared_ptr<const StoredObject> start = cache.find(db, request.startIds.front());
+    if (!start) throw Failure{kErrorIdNotFound, "No object with id " + request.startIds.front()};
+    if (!Evaluator(db, cache).match(*request.pattern, *start, true, outcome.objects)) {
       // Common (a select of an object without children): no exception.
       outcome.error = kErrorNothingMatched;
       outcome.text = "Pattern matched nothing";

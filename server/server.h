@@ -44,9 +44,6 @@ class Server {
   // sending what it still owed) and waits for all threads. Idempotent.
   void stop();
 
-  // Connections accepted so far.
-  uint64_t accepted() const { return accepted_; }
-
  private:
   struct Running;
   void acceptLoop();

@@ -71,7 +71,7 @@ TEST_P(PipelinedExportTest, EveryDepthWritesWhatTheSequentialWalkWrites) {
   std::multiset<std::string> bodies;
   server::ServerOptions recording;
   recording.onRequest = [&](const protocol::Request& request) {
-    std::string body = server::encode(*request.req, false);
+    std::string body = server::encode(*request.req);
     std::lock_guard<std::mutex> lock(mutex);
     bodies.insert(std::move(body));
   };

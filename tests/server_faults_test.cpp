@@ -46,7 +46,7 @@ std::string burst(RawClient& c, int32_t count) {
 // and stray answers go before the answer.
 TEST(ReplyWriter, WritesOfTwoAnswersDueTogether) {
   const std::string filler("\x19\0\x19", 3);
-  const std::string stray = server::error_response(0x7FFFFFFF, 13, "stray answer", false);
+  const std::string stray = server::error_response(0x7FFFFFFF, 13, "stray answer");
   const struct {
     server::FaultOptions faults;
     bool held;
@@ -61,7 +61,7 @@ TEST(ReplyWriter, WritesOfTwoAnswersDueTogether) {
   for (const auto& k : cases) {
     PieceSink sink;
     {
-      server::ReplyWriter writer(sink, k.faults, false);
+      server::ReplyWriter writer(sink, k.faults);
       const auto due = server::Clock::now() + std::chrono::milliseconds(30);
       if (k.held) writer.hold();
       writer.submit("ab", due);
@@ -119,7 +119,7 @@ TEST(ServerRobustness, BadClientsDoNotStopTheServer) {
     bool vanishes;  // else the server must close
   } cases[] = {
       {"unknown_tag_first", false, std::string("\x7F\x30\x80\x00\x00", 5), false},
-      {"NegotiateAck_first", false, server::encode(protocol::NegotiateAck(), false), false},
+      {"NegotiateAck_first", false, server::encode(protocol::NegotiateAck()), false},
       {"overlong_string", true,
        std::string("\x74\x80\x02\x01\x01\xA0\x80\x31\x80\x04\x82\x01\x00", 13) + std::string(256, 'x'), false},
       {"inside_ClientWants", false, std::string("\x60\x80\x02", 3), true},

@@ -38,7 +38,7 @@ TestServer::TestServer(std::shared_ptr<const server::Database> db, const server:
 
 RawClient::RawClient(uint16_t port) {
   const uint32_t loopback = htonl(INADDR_LOOPBACK);
-  if (net::socket_connect(&loopback, port, &fd_, 0, 10)) throw std::runtime_error("cannot connect");
+  if (net::socket_connect(&loopback, port, &fd_)) throw std::runtime_error("cannot connect");
   auto socket = std::make_unique<net::SocketStream>(fd_);
   socket_ = socket.get();
   reader_ = std::make_unique<protocol::BerReader>(protocol::guiProtocol(), std::move(socket));
@@ -53,7 +53,7 @@ std::string RawClient::requestBytes(int32_t id, std::unique_ptr<protocol::BerCon
   protocol::Request request;
   request.id = id;
   request.req = std::move(body);
-  return server::encode(request, false);
+  return server::encode(request);
 }
 
 std::unique_ptr<protocol::BerConstructed> RawClient::receive() {
@@ -81,15 +81,15 @@ bool RawClient::login() {
   protocol::ClientWants wants;
   wants.version = 0x0203;
   wants.authentication = std::make_unique<protocol::ClientNoAuth>();
-  sendBytes(server::encode(wants, false));
+  sendBytes(server::encode(wants));
   if (!dynamic_cast<protocol::ServerOffers*>(receive().get())) return false;
-  sendBytes(server::encode(protocol::NegotiateAck(), false));
+  sendBytes(server::encode(protocol::NegotiateAck()));
   protocol::NewSession session;
   session.loginDomain = "lab";
   session.userName = "admin";
   session.clientName = "Exporter";
   session.password = "secret";
-  sendBytes(server::encode(session, false));
+  sendBytes(server::encode(session));
   return dynamic_cast<protocol::NewSessionResp*>(receive().get()) != nullptr;
 }
 
