@@ -29,12 +29,7 @@
 namespace protocol {
 namespace {
 
-using support::ByteSink;
-using support::Bytes;
-using support::encode_message;
-using support::from_hex;
-using support::ScriptedStream;
-using support::to_hex;
+using namespace support;  // NOLINT(build/namespaces)
 using Texts = std::vector<std::string>;
 
 // `octet` (hex) `count` times.
@@ -49,7 +44,7 @@ std::string repeated(const std::string& octet, int count) {
 // The encoding of `value` in hex, or the EBer text when writing fails.
 std::string encode(const BerValue& value) {
   ByteSink sink;
-  const std::string error = support::errorText<EBer>([&] { value.write(sink, false); });
+  const std::string error = errorText<EBer>([&] { value.write(sink, false); });
   return error == "(no error)" ? to_hex(sink.bytes) : error;
 }
 
@@ -61,13 +56,6 @@ void decode(BerPrimitive& value, const std::string& content) {
   value.readDone();
 }
 
-template <class T>
-std::string show(const T& v) {
-  std::ostringstream out;
-  out << std::boolalpha << v;
-  return out.str();
-}
-
 // What `content` decodes to through a V bound to a T (which starts out
 // non-zero where it can), or the EBer text.
 template <class V, class T, class... Args>
@@ -75,8 +63,10 @@ std::string read(const std::string& content, Args... args) {
   T target{};
   if constexpr (std::is_arithmetic_v<T>) target = T(5);
   V value(target, args...);
-  const std::string error = support::errorText<EBer>([&] { decode(value, content); });
-  return error == "(no error)" ? show(target) : error;
+  const std::string error = errorText<EBer>([&] { decode(value, content); });
+  std::ostringstream out;
+  out << std::boolalpha << target;
+  return error == "(no error)" ? out.str() : error;
 }
 
 template <class T>
@@ -86,9 +76,7 @@ std::string read_int(const std::string& content, T min = std::numeric_limits<T>:
 }
 
 template <class V, class T, class... Args>
-std::string write(T field, Args... args) {
-  return encode(V(field, args...));
-}
+std::string write(T field, Args... args) { return encode(V(field, args...)); }
 
 template <class T>
 void round_trip(const std::vector<std::pair<T, const char*>>& cases) {
@@ -96,7 +84,7 @@ void round_trip(const std::vector<std::pair<T, const char*>>& cases) {
     EXPECT_EQ(write<BerIntegerTemplate<T>>(value, std::numeric_limits<T>::min(),
                                            std::numeric_limits<T>::max(), BE_INTEGER),
               encoded);
-    EXPECT_EQ(read_int<T>(std::string(encoded).substr(6)), show(value)) << encoded;
+    EXPECT_EQ(read_int<T>(std::string(encoded).substr(6)), std::to_string(value)) << encoded;
   }
 }
 
@@ -108,14 +96,16 @@ TEST(BerPrimitiveTest, IntegersEncodeMinimallyAndDecodeBackInAllWidths) {
   round_trip<uint64_t>({{UINT64_MAX, "02 09 00 FF FF FF FF FF FF FF FF"}});
 }
 
-TEST(BerPrimitiveTest, Encodings) {
+// Ordinary values of every kind (special reals too) go out and arrive in
+// every export; these are the edges.
+TEST(BerPrimitiveTest, EncodingsAndDecoding) {
   auto real = [](double v) { return write<BerReal>(v, BE_REAL); };
   auto tag = [](TagCode t) { ByteSink s; write_tag(s, t); return to_hex(s.bytes); };
   auto length = [](size_t n) { ByteSink s; write_length(s, n); return to_hex(s.bytes); };
-  const struct {
-    std::string got;
-    const char* want;
-  } cases[] = {
+  auto read_real = [](const std::string& hex) { return read<BerReal, double>(hex, BE_REAL); };
+  auto boolean = [](const std::string& hex) { return read<BerBoolean, bool>(hex, BE_BOOLEAN); };
+  BerNull null(BE_NULL, true);
+  const std::pair<std::string, const char*> cases[] = {
       {write<BerUInt32>(0u, 1u, 65535u, BE_INTEGER),
        "data out of range in BerIntegerTemplate<unsigned int>::write 1 <= 0 <= 65535"},
       // Enumerations: zero has no content, negatives take four octets.
@@ -125,30 +115,16 @@ TEST(BerPrimitiveTest, Encodings) {
       // Reals: zero empty, others (but the special values) as text.
       {real(0.0), "09 00"}, {real(-0.002), "09 0E 00 2D 32 2E 30 30 30 30 30 30 65 2D 30 33"},
       {write<BerBoolean>(true, BE_BOOLEAN), "01 01 01"},
-      {write<BerString>(std::string("abcde"), 4, BE_STRING_CURRENT),
-       "String exceeds allowed length 5 > 4"},
+      {write<BerString>(std::string("abcde"), 4, BE_STRING_CURRENT), "String exceeds allowed length 5 > 4"},
       // Big numbers: the magnitude without leading zeros.
       {write<BerBigNum>(util::BigNum(), BE_INTEGER), "02 00"},
-      {write<BerBigNum>(util::BigNum(0xFFFFFFFF) + util::BigNum(1), BE_INTEGER),
-       "02 05 01 00 00 00 00"},
+      {write<BerBigNum>(util::BigNum(0xFFFFFFFF) + util::BigNum(1), BE_INTEGER), "02 05 01 00 00 00 00"},
       // Identifiers in one octet up to 247, then base 128; lengths.
       {tag(choice_tag(5, false)), "A5"}, {tag(choice_tag(5, true)), "65"}, {tag(243), "7E"},
       {tag(251), "7F 1F"}, {tag((1000 << 3) | 3), "7F 87 68"}, {length(127), "7F"},
       {length(128), "81 80"}, {length(256), "82 01 00"}, {length(65536), "83 01 00 00"},
       {length(0x1000000), "84 01 00 00 00"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(c.got, c.want);
-}
-
-// Ordinary values of every kind (special reals too) arrive in every export;
-// these are the edges.
-TEST(BerPrimitiveTest, Decoding) {
-  auto real = [](const std::string& hex) { return read<BerReal, double>(hex, BE_REAL); };
-  auto boolean = [](const std::string& hex) { return read<BerBoolean, bool>(hex, BE_BOOLEAN); };
-  const struct {
-    std::string got;
-    const char* want;
-  } cases[] = {
+      // Decoding.
       {read_int<int32_t>(""), "0"},
       {read_int<int32_t>("00 00 00 00 01"), "Data value exceeds maximum allowed length 5 > 4"},
       {read_int<uint32_t>("00 00 00 00 00 01"), "Data value exceeds maximum allowed length 6 > 5"},
@@ -161,25 +137,22 @@ TEST(BerPrimitiveTest, Decoding) {
        "data out of range in BerIntegerTemplate<unsigned __int64>::readDone 0 <= 11 <= 10"},
       {read<RelOperator, int32_t>("FF"), "-1"},
       {read<RelOperator, int32_t>("00 00 00 00 01"), "Data value exceeds maximum allowed length 5 > 4"},
-      {real(""), "0"}, {real("00 2D 69 6E 66"), "-inf"},
-      {real("00 31 78"), "Parse error in real number"},
-      {real("03 31"), "Unsupported real number format revceived"},
-      {real(repeated("31", 61)), "Data value exceeds maximum allowed length 61 > 60"},
-      {boolean(""), "false"},
-      {boolean("01 01"), "Data value exceeds maximum allowed length 2 > 1"},
+      {read_real(""), "0"}, {read_real("00 2D 69 6E 66"), "-inf"},
+      {read_real("00 31 78"), "Parse error in real number"},
+      {read_real("03 31"), "Unsupported real number format revceived"},
+      {read_real(repeated("31", 61)), "Data value exceeds maximum allowed length 61 > 60"},
+      {boolean(""), "false"}, {boolean("01 01"), "Data value exceeds maximum allowed length 2 > 1"},
       {read<BerString, std::string>("77 78 79 7A 7B", 4, BE_STRING_CURRENT),
        "String exceeds allowed length 5 > 4"},
+      {errorText<EBer>([&] { decode(null, "00"); }), "Data value exceeds maximum allowed length 1 > 0"},
   };
-  for (const auto& c : cases) EXPECT_EQ(c.got, c.want);
-  BerNull null(BE_NULL, true);
-  EXPECT_EQ(support::errorText<EBer>([&] { decode(null, "00"); }),
-            "Data value exceeds maximum allowed length 1 > 0");
+  for (const auto& [got, want] : cases) EXPECT_EQ(got, want);
 }
 
 TEST(BerPrimitiveTest, LongestBigNumGoesOutAgainUnchanged) {
   util::BigNum field;
   BerBigNum value(field, BE_INTEGER);
-  EXPECT_EQ(support::errorText<EBer>([&] { value.readStart(1041); }),
+  EXPECT_EQ(errorText<EBer>([&] { value.readStart(1041); }),
             "Data value exceeds maximum allowed length 1041 > 1040");
   const std::string hex = repeated("A5", 1040);
   decode(value, hex);
@@ -187,15 +160,12 @@ TEST(BerPrimitiveTest, LongestBigNumGoesOutAgainUnchanged) {
 }
 
 TEST(BerPrimitiveTest, EqualityComparesReceivedOctetsOfTheSameClass) {
-  int32_t x = 0, y = 0;
-  BerInt32 a(x, INT32_MIN, INT32_MAX, BE_INTEGER), b(y, INT32_MIN, INT32_MAX, BE_INTEGER);
+  BerInt32 a(INT32_MIN, INT32_MAX, BE_INTEGER), b(INT32_MIN, INT32_MAX, BE_INTEGER);
   decode(a, "05");
   decode(b, "05 00");  // the same first octet, one more
-  std::string s = "a";
-  const BerString string(s, 10, BE_STRING_CURRENT);
-  EXPECT_FALSE(a == b);
-  EXPECT_FALSE(static_cast<const BerValue&>(string) == a);
-  EXPECT_FALSE(static_cast<const BerValue&>(a) == string);
+  const BerString string(10, BE_STRING_CURRENT);
+  const BerValue &x = a, &y = string;
+  EXPECT_FALSE(a == b || x == y || y == x);
 }
 
 TEST(BerPrimitiveDeathTest, WritingASkipperIsAProgrammingError) {
@@ -235,18 +205,11 @@ std::string nestedAnswer(const std::string& nested) {
 }
 
 struct Harness {
-  Harness() : Harness(std::make_unique<ScriptedStream>()) {}
-  explicit Harness(std::unique_ptr<ScriptedStream> s) : stream(s.get()), reader(guiProtocol(), std::move(s)) {}
-
   // Scripts `bytes`: with cut 0 one octet per read, otherwise two chunks
   // split at `cut`.
-  void feed(const Bytes& bytes, size_t cut) {
-    if (cut == 0) {
-      stream->octets(bytes);
-    } else {
-      stream->chunk(Bytes(bytes.begin(), bytes.begin() + cut));
-      stream->chunk(Bytes(bytes.begin() + cut, bytes.end()));
-    }
+  void feed(const Bytes& b, size_t cut) {
+    if (cut == 0) stream->octets(b);
+    else stream->chunk(Bytes(b.begin(), b.begin() + cut)).chunk(Bytes(b.begin() + cut, b.end()));
   }
 
   // Every message written back, a failed Response as "#<id> failed: <text>",
@@ -262,9 +225,9 @@ struct Harness {
         }
         auto* response = dynamic_cast<Response*>(r.message.get());
         out.push_back("#" + (response ? std::to_string(response->id) : "?") + " failed: " +
-                      support::errorText<util::Exception>([&] { std::rethrow_exception(r.failure); }));
+                      errorText<util::Exception>([&] { std::rethrow_exception(r.failure); }));
       }
-      const std::string failure = support::errorText<util::Exception>([&] { reader.readSome(false); });
+      const std::string failure = errorText<util::Exception>([&] { reader.readSome(false); });
       if (failure != "(no error)") {
         out.push_back("thrown: " + failure);
         return out;
@@ -272,8 +235,9 @@ struct Harness {
     }
   }
 
-  ScriptedStream* stream;
-  BerReader reader;
+  std::unique_ptr<ScriptedStream> owned = std::make_unique<ScriptedStream>();
+  ScriptedStream* stream = owned.get();
+  BerReader reader{guiProtocol(), std::move(owned)};
 };
 
 // Response 5 carrying GetDataResp with datatype 18 and one enum interval
@@ -384,7 +348,7 @@ TEST(BerReaderTest, AnySplitDecodesTheSame) {
   h.reader.setKeyedFailures(true);
   h.stream->chunk(kDatatype18);
   while (h.stream->readable()) h.reader.readSome(false);
-  EXPECT_EQ(support::errorText<util::Exception>([&] { h.reader.takeMessage(); }), kRange18);
+  EXPECT_EQ(errorText<util::Exception>([&] { h.reader.takeMessage(); }), kRange18);
 }
 
 // Only the start of the legacy marker: no progress until the rest decides.
@@ -414,7 +378,7 @@ Bytes object_chain(const std::string& extra) {
 // the deepest message must all work on the ordinary thread stack (the
 // sanitizer build runs this with its larger frames); one more is refused.
 TEST(BerReaderTest, DeepestAcceptedMessageSurvivesEveryOperationAndOneMoreIsRefused) {
-  auto messages = support::decode_messages(object_chain("30 80 30 80 00 00 00 00 "), false, guiProtocol());
+  auto messages = decode_messages(object_chain("30 80 30 80 00 00 00 00 "), false, guiProtocol());
   ASSERT_EQ(messages.size(), 1u);
   const Bytes stream = object_chain("");
   EXPECT_EQ(encode_message(*messages[0], false), stream);  // every level was read
@@ -423,7 +387,7 @@ TEST(BerReaderTest, DeepestAcceptedMessageSurvivesEveryOperationAndOneMoreIsRefu
   messages.clear();  // the original goes first; the copy must not share with it
   EXPECT_EQ(encode_message(*copy, false), stream);
   const Bytes deeper = object_chain("30 80 30 80 30 80 00 00 00 00 00 00 ");
-  EXPECT_EQ(support::errorText<EBer>([&] { support::decode_messages(deeper, false, guiProtocol()); }),
+  EXPECT_EQ(errorText<EBer>([&] { decode_messages(deeper, false, guiProtocol()); }),
             "Constructed values nested too deeply");
 }
 
@@ -440,7 +404,7 @@ TEST(BerReaderTest, StopWhenQueuedDropsTheRestOfTheChunk) {
 
 // The text of the failure the next readSome throws from the stream below.
 std::string read_failure(BerReader& reader) {
-  return support::errorText<util::ESystemError>([&] { reader.readSome(false); });
+  return errorText<util::ESystemError>([&] { reader.readSome(false); });
 }
 
 TEST(BerReaderTest, ReadFailures) {
@@ -462,7 +426,7 @@ TEST(BerReaderTest, ReadFailures) {
   first.stream->failure("refused");
   EXPECT_EQ(read_failure(first.reader), "refused");
   Harness empty;
-  empty.stream->chunk(support::Bytes{});
+  empty.stream->chunk(Bytes{});
   EXPECT_FALSE(empty.reader.readSome(false));
 }
 

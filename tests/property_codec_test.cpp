@@ -24,9 +24,8 @@ template <class T, class Prop, class V>
 T decoded_from(uint32_t type, const V& value, uint32_t wanted) {
   Property p;
   p.type = type;
-  auto data = std::make_unique<Prop>();
-  data->value = value;
-  p.data = std::move(data);
+  p.data = std::make_unique<Prop>();
+  static_cast<Prop&>(*p.data).value = value;
   T out{};
   protocol::decode_property(p, wanted, out);
   return out;
