@@ -34,14 +34,6 @@ PtyChild::Body ask(int calls) {
   };
 }
 
-// Everything the terminal showed once the child is gone: a mark typed then
-// is echoed (the mode being restored) behind all the child wrote and any
-// late echo of the typing, so reading up to it reads everything.
-std::string shown(PtyChild& child) {
-  if (!child.type("~") || !child.read_until("~", kTimeoutMs)) return child.output() + "(no mark)";
-  return child.output().substr(0, child.output().size() - 1);
-}
-
 bool same_mode(const termios& a, const termios& b) {
   return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_cflag == b.c_cflag &&
          a.c_lflag == b.c_lflag;
@@ -99,7 +91,7 @@ TEST_P(PromptTest, ReadsOneLineWithoutEcho) {
   }
   EXPECT_EQ(child->report(kTimeoutMs).value_or("(timed out)"), c.report);
 
-  EXPECT_EQ(shown(*child), c.terminal);
+  EXPECT_EQ(child->shown(kTimeoutMs), c.terminal);
   auto after = child->mode();
   ASSERT_TRUE(after.has_value());
   EXPECT_TRUE(same_mode(*after, initial)) << "terminal mode not restored";
@@ -112,7 +104,7 @@ TEST(PromptWithoutTerminalTest, FailsToOpenTheInput) {
   auto child = PtyChild::start(support::plain_terminal_mode(), ask(1), /*controllingTerminal=*/false);
   ASSERT_NE(child, nullptr);
   EXPECT_EQ(child->report(kTimeoutMs).value_or("(timed out)"), "Could not open CONIN$\n");
-  EXPECT_EQ(shown(*child), "");
+  EXPECT_EQ(child->shown(kTimeoutMs), "");
 }
 
 }  // namespace

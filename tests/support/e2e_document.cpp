@@ -36,28 +36,19 @@ std::string mask_timestamp(const std::string& document, std::time_t earliest,
   if (at == std::string::npos) return document;
   const size_t valueAt = at + head.size();
   const size_t valueEnd = document.find('"', valueAt);
-  if (valueEnd == std::string::npos) {
-    problem = "the timestamp attribute is not closed";
-    return document;
-  }
   const std::string value = document.substr(valueAt, valueEnd - valueAt);
-  const std::string form = "dddd-dd-dd-Tdd:dd:dd";
-  bool shaped = value.size() == form.size();
-  for (size_t i = 0; shaped && i < form.size(); ++i) {
-    shaped = form[i] == 'd' ? (value[i] >= '0' && value[i] <= '9') : value[i] == form[i];
-  }
-  if (!shaped) {
-    problem = "timestamp \"" + value + "\" is not of the form YYYY-MM-DD-THH:MM:SS";
-  } else {
-    std::tm t{};
-    std::sscanf(value.c_str(), "%4d-%2d-%2d-T%2d:%2d:%2d", &t.tm_year, &t.tm_mon, &t.tm_mday,
-                &t.tm_hour, &t.tm_min, &t.tm_sec);
-    t.tm_year -= 1900;
-    t.tm_mon -= 1;
-    const std::time_t seconds = timegm(&t);
-    if (seconds < earliest || seconds > latest) {
-      problem = "timestamp \"" + value + "\" is not the time of the run";
-    }
+  // Read back and written again in the expected form, the value must stay as it is.
+  std::tm t{};
+  std::sscanf(value.c_str(), "%4d-%2d-%2d-T%2d:%2d:%2d", &t.tm_year, &t.tm_mon, &t.tm_mday, &t.tm_hour,
+              &t.tm_min, &t.tm_sec);
+  char form[80];
+  std::snprintf(form, sizeof form, "%04d-%02d-%02d-T%02d:%02d:%02d", t.tm_year, t.tm_mon, t.tm_mday, t.tm_hour,
+                t.tm_min, t.tm_sec);
+  t.tm_year -= 1900;
+  t.tm_mon -= 1;
+  const std::time_t seconds = timegm(&t);
+  if (value != form || seconds < earliest || seconds > latest) {
+    problem = "timestamp \"" + value + "\" is not the time of the run as YYYY-MM-DD-THH:MM:SS";
   }
   return document.substr(0, valueAt) + "TIMESTAMP" + document.substr(valueEnd);
 }
@@ -80,21 +71,6 @@ std::string insert_after(const std::string& document, const std::string& id,
                          const std::string& lines) {
   const Span s = find_element(document, id);
   return document.substr(0, s.end) + lines + document.substr(s.end);
-}
-
-std::string dedent(const std::string& lines, size_t blanks) {
-  std::string result;
-  size_t at = 0;
-  while (at < lines.size()) {
-    size_t end = lines.find('\n', at);
-    end = end == std::string::npos ? lines.size() : end + 1;
-    if (lines.compare(at, blanks, std::string(blanks, ' ')) != 0) {
-      throw std::runtime_error("line not indented by " + std::to_string(blanks));
-    }
-    result.append(lines, at + blanks, end - at - blanks);
-    at = end;
-  }
-  return result;
 }
 
 }  // namespace support

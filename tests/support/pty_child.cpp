@@ -82,7 +82,10 @@ bool PtyChild::read_until(const std::string& text, int timeoutMs) {
   return true;
 }
 
-void PtyChild::drain(int timeoutMs) { read_until(std::string(1, '\0') + "never", timeoutMs); }
+std::string PtyChild::shown(int timeoutMs) {
+  if (!type("~") || !read_until("~", timeoutMs)) return output_ + "(no mark)";
+  return output_.substr(0, output_.size() - 1);
+}
 
 bool PtyChild::type(const std::string& bytes) {
   return ::write(master_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
@@ -107,7 +110,8 @@ std::optional<std::string> PtyChild::report(int timeoutMs) {
     // A hung-up terminal (the child's side closed) is not read again.
     if (fds[1].revents & ~POLLIN) fds[1].fd = -1;
   }
-  drain(0);
+  while (read_once(master_, output_) == 1) {
+  }
   // The pipe closes when the child exits; the child is only reaped then.
   child_.reset();
   if (got != 0) return std::nullopt;

@@ -39,14 +39,16 @@ class PtyChild {
   // Reads from the master until output() contains `text` or `timeoutMs`
   // passed. True when the text arrived.
   bool read_until(const std::string& text, int timeoutMs);
-  // Reads whatever the master delivers within `timeoutMs`.
-  void drain(int timeoutMs);
   // Everything read from the master so far (what the child wrote to the
   // terminal, plus any echo of typed input).
   const std::string& output() const { return output_; }
-
   // Types `bytes` on the terminal. False when the master does not take them.
   bool type(const std::string& bytes);
+  // Everything the terminal showed, once the child is gone: a mark typed
+  // then is echoed (in a mode with echo) behind all the child wrote, so
+  // reading up to it reads everything. "(no mark)" is added when the mark
+  // does not come within `timeoutMs`.
+  std::string shown(int timeoutMs);
 
   // The current mode of the terminal, read on the slave side.
   std::optional<termios> mode() const;
