@@ -13,15 +13,10 @@ struct Span {
 
 Span find_element(const std::string& document, const std::string& id) {
   const std::string start = "<Object id=\"" + id + "\" ";
-  size_t at = document.find(start);
+  const size_t at = document.find(start);
   if (at == std::string::npos) throw std::runtime_error("no element " + id + " in the document");
-  size_t lineBegin = document.rfind('\n', at);
-  lineBegin = lineBegin == std::string::npos ? 0 : lineBegin + 1;
-  const size_t indent = at - lineBegin;
-  if (document.find_first_not_of(' ', lineBegin) != at) {
-    throw std::runtime_error("element " + id + " does not start its line");
-  }
-  const std::string endLine = "\n" + std::string(indent, ' ') + "</Object>\n";
+  const size_t lineBegin = at == 0 ? 0 : document.rfind('\n', at - 1) + 1;  // npos + 1 is 0
+  const std::string endLine = "\n" + std::string(at - lineBegin, ' ') + "</Object>\n";
   const size_t endAt = document.find(endLine, at);
   if (endAt == std::string::npos) throw std::runtime_error("element " + id + " is not closed");
   return {lineBegin, endAt + endLine.size()};

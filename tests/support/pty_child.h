@@ -6,7 +6,6 @@
 #define TALVIX_TESTS_SUPPORT_PTY_CHILD_H_
 
 #include <termios.h>
-#include <sys/types.h>
 
 #include <functional>
 #include <memory>
@@ -27,7 +26,8 @@ class PtyChild {
   // `body` in the child as the leader of a new session. With
   // `controllingTerminal` the slave becomes the child's controlling terminal
   // (so /dev/tty opens it); without, the child has no terminal at all.
-  // Returns nullptr when the pseudo-terminal or the child cannot be made.
+  // Returns nullptr when the pseudo-terminal cannot be made; throws
+  // std::runtime_error when the child cannot.
   static std::unique_ptr<PtyChild> start(const termios& mode, Body body,
                                          bool controllingTerminal = true);
 
@@ -50,8 +50,9 @@ class PtyChild {
   // does not come within `timeoutMs`.
   std::string shown(int timeoutMs);
 
-  // The current mode of the terminal, read on the slave side.
-  std::optional<termios> mode() const;
+  // The current mode of the terminal, read on the slave side (all zero when
+  // it cannot be read).
+  termios mode() const;
 
   // Reads the child's report up to the end of the pipe (the child's exit),
   // and reaps the child. What the terminal delivers meanwhile is added to
