@@ -57,17 +57,15 @@ TYPED_TEST(GZStreamTest, HoldsEveryTextInOrderAndReplacesTheFile) {
   EXPECT_LT(read_file(path).size(), expected.size() / 4);
   EXPECT_EQ(read_file(path)[8], '\0') << "the gzip header's flag of the default level (6)";
   EXPECT_EQ(read_gzip_file(path), expected);
-  // Level 0 stores the text; level 9 marks the slowest compression in the header.
-  TypeParam(path, 0).write(expected).close();
-  EXPECT_GT(read_file(path).size(), expected.size());
-  EXPECT_EQ(read_gzip_file(path), expected);
-  TypeParam(path, 9).write(expected).close();
-  EXPECT_EQ(read_file(path)[8], '\x02');
 
   // The destructor completes the file as far as it was written; a close
   // with nothing written makes a complete empty file.
-  TypeParam(path, 1).write("<doc>").write(std::string(3 * kBlock, 'y')).write("</d>");
+  TypeParam(path, 9).write("<doc>").write(std::string(3 * kBlock, 'y')).write("</d>");
   EXPECT_EQ(read_gzip_file(path), "<doc>" + std::string(3 * kBlock, 'y') + "</d>");
+  EXPECT_EQ(read_file(path)[8], '\x02') << "the gzip header's flag of the slowest compression (level 9)";
+  // Level 0 stores the text.
+  TypeParam(path, 0).write(std::string(3 * kBlock, 'y')).close();
+  EXPECT_GT(read_file(path).size(), 3 * kBlock);
   TypeParam(path).close();
   EXPECT_EQ(read_gzip_file(path), "");
 }

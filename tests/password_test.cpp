@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/pty_child.h"
@@ -34,11 +35,6 @@ PtyChild::Body ask(int calls) {
   };
 }
 
-bool same_mode(const termios& a, const termios& b) {
-  return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_cflag == b.c_cflag &&
-         a.c_lflag == b.c_lflag;
-}
-
 struct PromptCase {
   const char* name;
   bool canonical;                   // line input on before the call
@@ -47,7 +43,6 @@ struct PromptCase {
   std::string terminal;  // everything the terminal shows
 };
 
-std::ostream& operator<<(std::ostream& out, const PromptCase& c) { return out << c.name; }
 
 const std::string k63(63, 'p');
 
@@ -91,7 +86,10 @@ TEST_P(PromptTest, ReadsOneLineWithoutEcho) {
   EXPECT_EQ(child->report(kTimeoutMs).value_or("(timed out)"), c.report);
 
   EXPECT_EQ(child->shown(kTimeoutMs), c.terminal);
-  EXPECT_TRUE(same_mode(child->mode(), initial)) << "terminal mode not restored";
+  const termios after = child->mode();
+  EXPECT_EQ(std::tie(after.c_iflag, after.c_oflag, after.c_cflag, after.c_lflag),
+            std::tie(initial.c_iflag, initial.c_oflag, initial.c_cflag, initial.c_lflag))
+      << "terminal mode not restored";
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, PromptTest, testing::ValuesIn(kPromptCases),

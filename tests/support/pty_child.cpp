@@ -45,9 +45,7 @@ std::unique_ptr<PtyChild> PtyChild::start(const termios& mode, Body body,
 
 PtyChild::~PtyChild() {
   child_.reset();
-  for (int fd : {master_, slave_, report_}) {
-    if (fd >= 0) ::close(fd);
-  }
+  for (int fd : {master_, slave_, report_}) ::close(fd);  // -1 (no report pipe) fails harmlessly
 }
 
 bool PtyChild::read_until(const std::string& text, int timeoutMs) {

@@ -33,8 +33,6 @@ class PtyChild {
 
   // Kills the child if it still runs, reaps it and closes every descriptor.
   ~PtyChild();
-  PtyChild(const PtyChild&) = delete;
-  PtyChild& operator=(const PtyChild&) = delete;
 
   // Reads from the master until output() contains `text` or `timeoutMs`
   // passed. True when the text arrived.
