@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <functional>
 #include <sstream>
-#include <thread>
 #include <vector>
 
 #include "support/e2e_process.h"
@@ -50,12 +49,6 @@ class AtomicOutputTest : public testing::TestWithParam<bool> {
   DocumentOutput output(int level = -1) {
     return DocumentOutput(target_, GetParam(), standardOutput_, OutputOptions{true, level});
   }
-  support::Outcome export_to(uint16_t port) {
-    std::vector<std::string> args = {"-f" + target_, "-o", "atomic=1"};
-    if (GetParam()) args.push_back("-z");
-    return support::run_exporter(port, args);
-  }
-
   support::TempDir dir_;
   const std::string target_ = dir_.file("out.xml");
   std::ostringstream standardOutput_;
@@ -97,55 +90,23 @@ TEST_P(AtomicOutputTest, AFailedRenameIsReportedAndCleanedUp) {
   EXPECT_TRUE(std::filesystem::is_directory(target_));
 }
 
-// Whole exports against a server that drops the connection in the middle of
-// the walk and one that does not.
-TEST_P(AtomicOutputTest, OnlyAWholeDocumentReplacesTheTarget) {
-  server::ServerOptions options;
-  options.faults.closeAtRequest = 8;
-  support::TestServer failing(support::exportable_database(), options);
-  support::TestServer server(support::exportable_database());
-  const std::string old = std::string("\x1F\x8B old export \0 with a zero\n", 27);
-  support::write_file(target_, old);
-
-  EXPECT_EQ(export_to(failing.port()).failure, "Error reading: OsalSocket::read end of stream");
-  EXPECT_EQ(read_file(target_), old);
-  EXPECT_EQ(files_in(dir_), kOnlyTarget);
-
-  ASSERT_EQ(export_to(server.port()).exitCode, 0);
-  const std::string whole = support::run_exporter(server.port(), {}).document;
-  EXPECT_EQ(content(), whole);
-  EXPECT_NE(whole.find("</Object>"), std::string::npos);
-  EXPECT_EQ(files_in(dir_), kOnlyTarget);
-}
-
 // A FIFO (another program reading the export) is not replaced by a file: the
-// document goes through it to the reader.
+// document goes through it to the reader. The reading end is open (so the
+// export's open does not wait) and holds the whole document; once the export
+// closed its end, reading it ends at the document's end.
 TEST_P(AtomicOutputTest, AFifoIsWrittenInPlace) {
   support::TestServer server(support::exportable_database());
   ASSERT_EQ(mkfifo(target_.c_str(), 0600), 0);
-  // Both ends are opened before the export, so that its open for writing
-  // does not wait and the reader sees the end only when the test's own
-  // writing end is closed after the export.
   const int fifo = open(target_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  const int holder = open(target_.c_str(), O_WRONLY | O_CLOEXEC);
-  ASSERT_GE(fifo, 0);
-  ASSERT_GE(holder, 0);
-  ASSERT_EQ(fcntl(fifo, F_SETFL, 0), 0);
-  std::string received;
-  std::thread reader([&] {
-    char buffer[65536];
-    for (ssize_t n; (n = read(fifo, buffer, sizeof buffer)) > 0;) received.append(buffer, size_t(n));
-  });
-  const int exitCode = export_to(server.port()).exitCode;
-  close(holder);
-  reader.join();
+  ASSERT_GE(fcntl(fifo, F_SETPIPE_SZ, 1 << 20), 0);
+  std::vector<std::string> args = {"-f" + target_, "-o", "atomic=1"};
+  if (GetParam()) args.push_back("-z");
+  EXPECT_EQ(support::run_exporter(server.port(), args).exitCode, 0);
+  std::string received(1 << 20, '\0');
+  received.resize(std::max<ssize_t>(read(fifo, received.data(), received.size()), 0));
   close(fifo);
-
-  EXPECT_EQ(exitCode, 0);
-  struct stat info{};
-  ASSERT_EQ(lstat(target_.c_str(), &info), 0);
-  EXPECT_TRUE(S_ISFIFO(info.st_mode)) << "the FIFO was replaced";
   EXPECT_EQ(files_in(dir_), kOnlyTarget);
+  EXPECT_TRUE(std::filesystem::is_fifo(target_)) << "the FIFO was replaced";
   if (GetParam()) {
     support::write_file(dir_.file("received.gz"), received);
     received = support::read_gzip_file(dir_.file("received.gz"));
@@ -173,12 +134,6 @@ TEST(AtomicTargetTest, ReplacesTheFileTheTargetLeadsToWithItsPermissions) {
   } cases[] = {
       {"new file", nullptr, "out.xml", 0666 & ~mask, "", {"out.xml"}},
       // Not the temporary file's own 0600.
-      {"group readable file",
-       [](const support::TempDir& dir) {
-         support::write_file(dir.file("out.xml"), "old document");
-         ASSERT_EQ(chmod(dir.file("out.xml").c_str(), 0640), 0);
-       },
-       "out.xml", 0640, "", {"out.xml"}},
       {"link to a file elsewhere",
        [](const support::TempDir& dir) {
          ASSERT_EQ(mkdir(dir.file("keep").c_str(), 0700), 0);
@@ -187,9 +142,6 @@ TEST(AtomicTargetTest, ReplacesTheFileTheTargetLeadsToWithItsPermissions) {
          ASSERT_EQ(symlink("keep/backup.xml", dir.file("out.xml").c_str()), 0);
        },
        "keep/backup.xml", 0640, "keep/backup.xml", {"keep", "keep/backup.xml", "out.xml"}},
-      {"dangling link",
-       [](const support::TempDir& dir) { ASSERT_EQ(symlink("first.xml", dir.file("out.xml").c_str()), 0); },
-       "first.xml", 0666 & ~mask, "first.xml", {"first.xml", "out.xml"}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -223,7 +175,6 @@ TEST(FullDiskTest, FailsWithTheTargetAndTheSystemsText) {
       {false, false, 1 << 20, true, "Error writing: " + noSpace},
       {true, false, 100, false, "Error closing gz-stream: " + noSpace},
       {true, false, 1 << 20, true, "Error reading gz-stream: " + noSpace},
-      {true, true, 100, false, "Error closing gz-stream: " + noSpace},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.failure + (c.atWrite ? " at the write" : " at the close"));

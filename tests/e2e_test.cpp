@@ -7,11 +7,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <memory>
-#include <ostream>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -36,13 +34,6 @@ const std::string kHeader =
     "<Meta version=\"1.0\" description=\"Talvix exported database\" timestamp=\"TIMESTAMP\">\n"
     "</Meta>";
 
-// The root domain of e2e_types.json with its properties.
-const std::string kRootOpen =
-    "<Object id=\"root\" type=\"Domain\">\n"
-    "  <Property type=\"String\" name=\"name\" value=\"Test root\"/>\n"
-    "  <Property type=\"Computed String\" name=\"siblingName\" value=\"root\"/>\n"
-    "  <Property type=\"String\" name=\"treeLabel\" value=\".\"/>\n";
-
 // Objects of e2e_types.json that the default export leaves out as
 // duplicates, or whose children it leaves out as ignored classes.
 const std::string kUserMib =
@@ -53,10 +44,6 @@ const std::string kNodeDup =
     "  <Object id=\"n-dup\" type=\"Node\">\n"
     "    <Property type=\"String\" name=\"name\" value=\"same siblingName as a user\"/>\n"
     "    <Property type=\"String\" name=\"siblingName\" value=\"amy\"/>\n"
-    "  </Object>\n";
-const std::string kNodeFlag2Alone =
-    "  <Object id=\"n-flag2\" type=\"Node\">\n"
-    "    <Property type=\"String\" name=\"siblingName\" value=\"flag2\"/>\n"
     "  </Object>\n";
 const std::string kNodeFlag2Subtree =
     "  <Object id=\"n-flag2\" type=\"Node\">\n"
@@ -71,6 +58,8 @@ const std::string kNodeFlag2Subtree =
     "      </Object>\n"
     "    </Object>\n"
     "  </Object>\n";
+
+const std::string kNodeFlag2Alone = support::without(kNodeFlag2Subtree, {"scan-f2", "chk-f2"});
 
 const std::string kDateNotice = "(ignoring date less than zero)";
 
@@ -112,137 +101,104 @@ const std::string kConfigErr = "\nExporting domain ." ".......(ignoring date les
 std::string data_path(const std::string& name) { return kDataDir + "/" + name; }
 
 // The hand-written document of a default export of e2e_types.json.
-const std::string& full_document() {
-  static const std::string document = support::read_file(data_path("e2e_types.xml"));
-  return document;
-}
+const std::string kFull = support::read_file(data_path("e2e_types.xml"));
+// Its root domain with its properties.
+const std::string kRootOpen = kFull.substr(kHeader.size(), kFull.find("  <Object") - kHeader.size());
 
-std::vector<std::string> concat(std::vector<std::string> a, const std::vector<std::string>& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
 
-RunResult run_exporter(const std::vector<std::string>& args, const std::string& workDir = "") {
-  return support::run_process(kExporter, args, workDir, kRunLimit);
-}
-
-std::vector<std::string> login_args(uint16_t port, const std::string& password = "secret") {
-  return {"-s", "localhost", "-p", std::to_string(port), "-l", "admin", "-P", password};
-}
-
-// Checks the whole outcome of a run: exit code, error stream and document
-// (`document` with "TIMESTAMP" standing for the run's time stamp).
-void expect_run(const RunResult& run, int exitCode, const std::string& document,
-                const std::string& err) {
-  EXPECT_EQ(run.exitCode, exitCode) << "-1: killed (timed out: " << run.timedOut << ")";
-  EXPECT_EQ(run.err, err);
-  std::string problem;
-  EXPECT_EQ(support::mask_timestamp(run.out, run.started, run.ended, problem), document);
-  EXPECT_EQ(problem, "");
-}
-
-// A talvix-server on `json` (a file).
-std::unique_ptr<ServerProcess> start_server(const std::string& json) {
-  return std::make_unique<ServerProcess>(kServer, std::vector<std::string>{"--db", json});
+// The login to `port`, then `extra`.
+std::vector<std::string> login_args(uint16_t port, const std::vector<std::string>& extra,
+                                    const std::string& password = "secret") {
+  std::vector<std::string> args = {"-s", "localhost", "-p", std::to_string(port), "-l", "admin", "-P", password};
+  args.insert(args.end(), extra.begin(), extra.end());
+  return args;
 }
 
 // Runs against one server on e2e_types.json shared by the suite.
 class TypesExport : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { server_ = start_server(data_path("e2e_types.json")); }
-  static void TearDownTestSuite() { server_.reset(); }
-
-  static RunResult exportWith(const std::vector<std::string>& extra,
-                              const std::string& workDir = "") {
-    return run_exporter(concat(login_args(server_->port()), extra), workDir);
+  static void SetUpTestSuite() {
+    server_ = std::make_unique<ServerProcess>(kServer, std::vector<std::string>{"--db", data_path("e2e_types.json")});
   }
+  static void TearDownTestSuite() { server_.reset(); }
 
   static std::unique_ptr<ServerProcess> server_;
 };
 std::unique_ptr<ServerProcess> TypesExport::server_;
 
-// One export with its own arguments and the document and error stream it
-// must give.
+// One export with its own arguments and the document (with "TIMESTAMP"
+// standing for the run's time stamp) and error stream it must give, exit 0.
 struct VariantCase {
   const char* name;
   std::vector<std::string> args;
-  std::function<std::string(const std::string& full)> document;
+  std::string document;
   std::string err;
 };
-void PrintTo(const VariantCase& c, std::ostream* os) { *os << c.name; }
 
 class TypesVariant : public TypesExport, public ::testing::WithParamInterface<VariantCase> {};
 
 TEST_P(TypesVariant, WritesExactly) {
   const VariantCase& c = GetParam();
-  expect_run(exportWith(c.args), 0, c.document(full_document()), c.err);
+  const RunResult run = support::run_process(kExporter, login_args(server_->port(), c.args), "", kRunLimit);
+  EXPECT_EQ(run.exitCode, 0) << "-1: killed (timed out: " << run.timedOut << ")";
+  EXPECT_EQ(run.err, c.err);
+  std::string problem;
+  EXPECT_EQ(support::mask_timestamp(run.out, run.started, run.ended, problem), c.document);
+  EXPECT_EQ(problem, "");
 }
 
-// The subdomain `id` of the full document as the top element.
-std::function<std::string(const std::string&)> subdomain(const std::string& id, size_t blanks) {
-  return [=](const std::string& full) { return kHeader + support::dedent(support::element(full, id), blanks); };
-}
-
-std::string no_mib_document(const std::string& full) {
-  return support::insert_after(support::without(full, {"mod-if", "obj-up"}), "u-amy", kUserMib);
-}
+const std::string kNoMibDocument =
+    support::insert_after(support::without(kFull, {"mod-if", "obj-up"}), "u-amy", kUserMib);
 
 INSTANTIATE_TEST_SUITE_P(
     ExportDomainsAndFilters, TypesVariant,
     ::testing::Values(
-        VariantCase{"WholeDatabase", {}, [](const std::string& full) { return full; }, kFullErr},
+        VariantCase{"WholeDatabase", {}, kFull, kFullErr},
         // Configuration only: no history and no Index properties.
-        VariantCase{"ConfigurationOnly", {"-c"},
-                    [](const std::string& full) {
-                      return support::without(full, {"acc", "cont", "enumS", "incid", "saw"});
-                    },
+        VariantCase{"ConfigurationOnly", {"-c"}, support::without(kFull, {"acc", "cont", "enumS", "incid", "saw"}),
                     kConfigErr},
         // A path with an empty piece, which is dropped: the subdomain is the
         // top element, no MIB section.
-        VariantCase{"PathWithEmptyPiece", {"-e", "east..lab"}, subdomain("d-east-lab", 4),
+        VariantCase{"PathWithEmptyPiece", {"-e", "east..lab"},
+                    kHeader + "<Object id=\"d-east-lab\" type=\"Domain\">\n"
+                    "  <Property type=\"String\" name=\"name\" value=\"lab\"/>\n"
+                    "  <Property type=\"Computed String\" name=\"siblingName\" value=\"lab\"/>\n"
+                    "  <Property type=\"String\" name=\"treeLabel\" value=\"east.lab\"/>\n"
+                    "  <Object id=\"n-lab\" type=\"Node\">\n"
+                    "    <Property type=\"String\" name=\"siblingName\" value=\"gw\"/>\n"
+                    "  </Object>\n"
+                    "</Object>\n",
                     "\nExporting domain east.lab.\n"},
         // ".." has no pieces: the root, but not as a whole-database export, so
         // there is no MIB section and u-mib is exported.
-        VariantCase{"DotDotIsTheRootWithoutMibs", {"-e", ".."}, no_mib_document, kNoMibErr},
+        VariantCase{"DotDotIsTheRootWithoutMibs", {"-e", ".."}, kNoMibDocument, kNoMibErr},
         VariantCase{"IgnoringMibClassesSuppressesTheMibSection", {"-i", "MibObject,MibModule"},
-                    no_mib_document, kNoMibErr},
+                    kNoMibDocument, kNoMibErr},
         // The root passes as export root although Domain is ignored; users
         // are dropped, so n-dup is no longer a duplicate of u-amy.
-        VariantCase{"IgnoredClassesButNotTheRoot",
-                    {"-i", "User,Domain"},
-                    [](const std::string& full) {
-                      return support::insert_after(support::without(full, {"u-zed", "u-amy", "d-east"}),
-                                               "n-types", kNodeDup);
-                    },
+        VariantCase{"IgnoredClassesButNotTheRoot", {"-i", "User,Domain"},
+                    support::insert_after(support::without(kFull, {"u-zed", "u-amy", "d-east"}), "n-types", kNodeDup),
                     "\nExporting domain ."
                     "....."  // mod-if, obj-up, ag-1, ap-mail, n-types
                     + kDateNotice + statistics("n-types", 1) + "\n" +
                         "...."  // n-dup, n-flag2, chk-f2, chk-root
                         + statistics("chk-root", 7) + "\n" + ".\n"},
         // Below an included Node everything is exported, ignored classes too.
-        VariantCase{"IncludedWithSubtree",
-                    {"-I", "Node+"},
-                    [](const std::string& full) {
-                      return kHeader + kRootOpen + support::element(full, "n-types") + kNodeDup +
-                             kNodeFlag2Subtree + "</Object>\n";
-                    },
+        VariantCase{"IncludedWithSubtree", {"-I", "Node+"},
+                    kHeader + kRootOpen + support::element(kFull, "n-types") + kNodeDup + kNodeFlag2Subtree +
+                        "</Object>\n",
                     "\nExporting domain ." "." + kDateNotice + statistics("n-types", 1) +
                         "\n" "....."  // n-dup, n-flag2, scan-f2, chk-f2, job-f2
                         "\n"},
         // NetworkScan is also one of the always ignored classes: ignored wins.
-        VariantCase{"ClassBothIncludedAndIgnored",
-                    {"-I", "Domain,Node,NetworkScan"},
-                    [](const std::string& full) {
-                      return kHeader + kRootOpen + support::element(full, "n-types") + kNodeDup +
-                             kNodeFlag2Alone + support::without(support::element(full, "d-east"), {"chk-east"}) +
-                             "</Object>\n";
-                    },
+        VariantCase{"ClassBothIncludedAndIgnored", {"-I", "Domain,Node,NetworkScan"},
+                    kHeader + kRootOpen + support::element(kFull, "n-types") + kNodeDup + kNodeFlag2Alone +
+                        support::without(support::element(kFull, "d-east"), {"chk-east"}) + "</Object>\n",
                     "\nExporting domain ." "." + kDateNotice + statistics("n-types", 1) +
                         "\n" ".."  // n-dup, n-flag2
                         "\nExporting domain east.\nExporting domain east.lab.\n\n\n"},
         // A subdomain export whose domain is not included writes the header only.
-        VariantCase{"ExportDomainNotIncluded", {"-I", "Node", "-e", "east"},
-                    [](const std::string&) { return kHeader; }, ""}),
+        VariantCase{"ExportDomainNotIncluded", {"-I", "Node", "-e", "east"}, kHeader, ""}),
     [](const ::testing::TestParamInfo<VariantCase>& info) { return info.param.name; });
 
 // Failed runs leave the previous export as it was and nothing beside it:
@@ -256,7 +212,7 @@ TEST_F(TypesExport, AFailedRunKeepsThePreviousExport) {
   const struct {
     std::string password;
     std::vector<std::string> args;
-    std::string errEnd;  // the end of the error stream; "XXXXXX" stands for a temporary file's suffix
+    std::string errEnd;  // a pattern of the end of the error stream
     uint64_t fileSizeLimit = 0;
     bool standardOutputFull = false;
   } cases[] = {
@@ -267,7 +223,7 @@ TEST_F(TypesExport, AFailedRunKeepsThePreviousExport) {
        "Exporting databaseFailed connecting to server localhost\nWrong username / password\n"},
       {"secret", {}, "Error\nError writing: standard output: No space left on device\n", 0, true},
       {"secret", {"-z", "-f", "out.xml", "-o", "atomic=1,pipeline=16"},
-       "Error\nError closing gz-stream: out.xml.tmp-XXXXXX: File too large\n", 500},
+       "Error\nError closing gz-stream: out.xml.tmp-......: File too large\n", 500},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.errEnd);
@@ -278,34 +234,25 @@ TEST_F(TypesExport, AFailedRunKeepsThePreviousExport) {
     options.fileSizeLimit = c.fileSizeLimit;
     if (c.standardOutputFull) options.standardOutput = "/dev/full";
     const RunResult run = support::run_process(
-        kExporter, concat(login_args(server_->port(), c.password), c.args), dir.path(), kRunLimit, options);
+        kExporter, login_args(server_->port(), c.args, c.password), dir.path(), kRunLimit, options);
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err.find("Done"), std::string::npos) << run.err;
-    ASSERT_GE(run.err.size(), c.errEnd.size()) << run.err;
-    std::string end = run.err.substr(run.err.size() - c.errEnd.size());
-    if (const size_t suffix = c.errEnd.find("XXXXXX"); suffix != std::string::npos) end.replace(suffix, 6, "XXXXXX");
-    EXPECT_EQ(end, c.errEnd) << run.err;
+    EXPECT_TRUE(std::regex_search(run.err, std::regex(c.errEnd + "$"))) << run.err;
     EXPECT_EQ(support::read_file(dir.file("out.xml")), "<previous export/>\n");
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(dir.path())) names.push_back(entry.path().filename());
-    EXPECT_EQ(names, std::vector<std::string>{"out.xml"});
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1) << "out.xml alone";
   }
 }
 
-// The password of -P is out of the process list while the export runs. The
-// run is held at its first wait for an answer, from a listener that never
-// gives one, and is looked at from outside in that state.
-TEST(PasswordOutOfSight, NeitherPsNorProcShowTheValueOfP) {
+// The password of -P is out of the process list while the export runs (ps
+// shows /proc/PID/cmdline). The run is held at its first wait for an answer,
+// from a listener that never gives one, and is looked at in that state.
+TEST(PasswordOutOfSight, ProcDoesNotShowTheValueOfP) {
   net::Listener listener;
-  std::string cmdline, ps;
+  std::string cmdline;
   support::RunOptions options;
   options.whileRunning = [&](pid_t pid) {
-    // Connected: the options are scanned and the exporter waits for the server.
     const std::unique_ptr<net::SocketStream> connection = listener.accept(20000);  // closed on return
-    if (connection == nullptr) return;
-    cmdline = support::read_file("/proc/" + std::to_string(pid) + "/cmdline");
-    ps = support::run_process("/usr/bin/ps", {"-o", "args=", "-p", std::to_string(pid)}, "", kRunLimit).out;
+    if (connection != nullptr) cmdline = support::read_file("/proc/" + std::to_string(pid) + "/cmdline");
   };
   // Both ways of giving a value: joined to the option and as the next argument.
   const RunResult run = support::run_process(
@@ -313,52 +260,8 @@ TEST(PasswordOutOfSight, NeitherPsNorProcShowTheValueOfP) {
                   "second-hush"},
       "", kRunLimit, options);
   EXPECT_EQ(run.exitCode, 1) << run.err;
-  EXPECT_NE(cmdline.find(std::string("-l\0admin\0-P", 11)), std::string::npos)
-      << "the exporter's arguments were not seen while it ran: " << cmdline;
-  EXPECT_NE(ps.find("-l admin -P"), std::string::npos) << ps;
-  for (const std::string& shown : {cmdline, ps}) EXPECT_EQ(shown.find("hush"), std::string::npos) << shown;
-}
-
-// JSON of an object of the small databases, and of a String property.
-std::string object(const std::string& cls, const std::string& id, const std::string& properties) {
-  return R"({"class": ")" + cls + R"(", "id": ")" + id + R"(", "properties": [)" + properties + "]}";
-}
-std::string string_property(const std::string& name, const std::string& value) {
-  return R"({"name": ")" + name + R"(", "type": "String", "value": ")" + value + R"("})";
-}
-
-// Small databases that end the export at one object: a root domain "r" and
-// the objects given.
-std::string small_database(const std::string& children) {
-  return R"({"rootDomain": "r", "mibRoot": "m",
-  "users": [{"domain": ".", "name": "admin", "password": "secret"}],
-  "objects": [{"class": "Domain", "id": "r", "properties": [)" +
-         string_property("siblingName", "r") + "," + string_property("treeLabel", ".") +
-         R"(], "children": [)" + children + "]}," + object("MibRoot", "m", "") +
-         "]}";
-}
-
-const std::string kSmallRoot =
-    "<Object id=\"r\" type=\"Domain\">\n"
-    "  <Property type=\"String\" name=\"siblingName\" value=\"r\"/>\n"
-    "  <Property type=\"String\" name=\"treeLabel\" value=\".\"/>\n";
-
-// An object without a siblingName ends the export; the objects before it
-// (one of a class without a siblingName of its own among them) are written.
-TEST(SmallDatabase, AnObjectWithoutASiblingNameEndsTheExport) {
-  TempDir dir;
-  support::write_file(dir.file("db.json"),
-                      small_database(object("Node", "n1", string_property("siblingName", "a")) + "," +
-                                     object("AlertPathUsage", "apu", "") + "," +
-                                     object("Node", "n2", string_property("name", "no siblingName")) + "," +
-                                     object("Node", "n3", string_property("siblingName", "c"))));
-  auto server = start_server(dir.file("db.json"));
-  expect_run(run_exporter(login_args(server->port())), 1,
-             kHeader + kSmallRoot +
-                 "  <Object id=\"n1\" type=\"Node\">\n"
-                 "    <Property type=\"String\" name=\"siblingName\" value=\"a\"/>\n"
-                 "  </Object>\n",
-             "\nExporting domain ..Error\nCouldn't get siblingName for n2 of class Node\n");
+  EXPECT_NE(cmdline.find(std::string("-l\0admin\0-P", 11)), std::string::npos) << cmdline;
+  EXPECT_EQ(cmdline.find("hush"), std::string::npos) << cmdline;
 }
 
 }  // namespace

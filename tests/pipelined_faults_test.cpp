@@ -9,6 +9,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "server/server_options.h"
@@ -149,7 +150,7 @@ struct FaultCase {
   ObjectFault fault;
   uint32_t atLeast;
   std::vector<const char*> victims;
-  const char* failure = nullptr;  // when set, the text of every failure
+  const char* failure = nullptr;  // when set, the failure with the first victim
   bool everyDepth = false;
 };
 
@@ -173,19 +174,16 @@ TEST_P(PipelinedExportObjectFaults, EachObjectsFailureIsReportedAsSequentially) 
     reversed.faults.reverseWindow = 2;
     TestServer shuffled(with_fault(db, id, c.fault), reversed);
     const Outcome sequential = run_exporter(server.port(), {}, kSequential);
-    for (uint32_t depth : {1u, 2u, 64u}) {
-      if (depth != 64 && !c.everyDepth) continue;
+    for (uint32_t depth : c.everyDepth ? std::vector<uint32_t>{1, 2, 64} : std::vector<uint32_t>{64}) {
       SCOPED_TRACE("pipeline=" + std::to_string(depth));
       const Outcome pipelined = run_exporter((depth == 1 ? server : shuffled).port(), {}, depth);
-      EXPECT_EQ(pipelined.exitCode, sequential.exitCode);
-      EXPECT_EQ(pipelined.failure, sequential.failure);
-      EXPECT_EQ(pipelined.document, sequential.document);
-      EXPECT_EQ(pipelined.errors, sequential.errors);
+      EXPECT_EQ(std::tie(pipelined.exitCode, pipelined.failure, pipelined.document, pipelined.errors),
+                std::tie(sequential.exitCode, sequential.failure, sequential.document, sequential.errors));
     }
-    if (sequential.exitCode != 0) {
-      ++failed;
-      EXPECT_EQ(sequential.failure, c.failure != nullptr ? c.failure : sequential.failure);
+    if (c.failure != nullptr && id == c.victims.front()) {
+      EXPECT_EQ(sequential.failure, c.failure);
     }
+    failed += sequential.exitCode != 0;
   }
   EXPECT_GE(failed, c.atLeast);
 }
@@ -197,7 +195,8 @@ INSTANTIATE_TEST_SUITE_P(
                       FaultCase{"Datatype1", ObjectFault::kOldHistory, 3, kWithHistory},
                       FaultCase{"Datatype18", ObjectFault::kDatatype18, 3, kWithHistory,
                                 "data out of range in BerIntegerTemplate<int>::readDone 0 <= 18 <= 17", true},
-                      FaultCase{"NoSiblingName", ObjectFault::kNoSiblingName, 7, kVictims},
+                      FaultCase{"NoSiblingName", ObjectFault::kNoSiblingName, 7, kVictims,
+                                "Couldn't get siblingName for root of class Domain"},
                       FaultCase{"NoTreeLabel", ObjectFault::kNoTreeLabel, 2, {"root", "sub"}},
                       FaultCase{"Unrenderable", ObjectFault::kUnrenderable, 6, kVictims}),
     [](const auto& info) { return std::string(info.param.name); });

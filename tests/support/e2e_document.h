@@ -33,10 +33,6 @@ std::string without(const std::string& document, const std::vector<std::string>&
 std::string insert_after(const std::string& document, const std::string& id,
                          const std::string& lines);
 
-// Every line of `lines` shifted left by `blanks` blanks (each line must
-// start with at least that many).
-std::string dedent(const std::string& lines, size_t blanks);
-
 }  // namespace support
 
 

@@ -3,25 +3,11 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
-#include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cstring>
-#include <stdexcept>
 
 namespace support {
-
-namespace {
-
-// A child's failure before its body, in one write (shorter than a pipe's
-// atomic size).
-[[noreturn]] void fail_child(int reportFd, const char* text) {
-  if (::write(reportFd, text, std::strlen(text)) < 0) ::_exit(3);
-  ::_exit(2);
-}
-
-}  // namespace
 
 termios plain_terminal_mode() {
   termios mode{};
@@ -29,9 +15,6 @@ termios plain_terminal_mode() {
   mode.c_cflag = CS8 | CREAD | CLOCAL;
   mode.c_lflag = ISIG | ICANON | ECHO | ECHOE | ECHOK | IEXTEN;
   mode.c_cc[VINTR] = 003;
-  mode.c_cc[VQUIT] = 034;
-  mode.c_cc[VERASE] = 0177;
-  mode.c_cc[VKILL] = 025;
   mode.c_cc[VEOF] = 004;
   mode.c_cc[VMIN] = 1;
   cfsetispeed(&mode, B38400);
@@ -47,21 +30,14 @@ std::unique_ptr<PtyChild> PtyChild::start(const termios& mode, Body body,
   std::unique_ptr<PtyChild> pty(new PtyChild(master, slave));
   if (::pipe(pipeFds) != 0) return nullptr;
   pty->report_ = pipeFds[0];
-  try {
-    pty->child_ = std::make_unique<Child>([&] {
-      ::close(master);
-      ::close(pipeFds[0]);
-      if (::setsid() < 0) fail_child(pipeFds[1], "setsid failed");
-      if (controllingTerminal && ::ioctl(slave, TIOCSCTTY, 0) != 0) {
-        fail_child(pipeFds[1], "TIOCSCTTY failed");
-      }
-      if (!controllingTerminal) ::close(slave);
-      body(pipeFds[1]);
-    });
-  } catch (const std::runtime_error&) {
-    ::close(pipeFds[1]);
-    return nullptr;
-  }
+  pty->child_ = std::make_unique<Child>([&] {
+    ::close(master);
+    ::close(pipeFds[0]);
+    // A child that cannot take its terminal ends without a report.
+    if (::setsid() < 0 || (controllingTerminal && ::ioctl(slave, TIOCSCTTY, 0) != 0)) ::_exit(2);
+    if (!controllingTerminal) ::close(slave);
+    body(pipeFds[1]);
+  });
   ::close(pipeFds[1]);
   ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
   return pty;
@@ -69,9 +45,7 @@ std::unique_ptr<PtyChild> PtyChild::start(const termios& mode, Body body,
 
 PtyChild::~PtyChild() {
   child_.reset();
-  for (int fd : {master_, slave_, report_}) {
-    if (fd >= 0) ::close(fd);
-  }
+  for (int fd : {master_, slave_, report_}) ::close(fd);  // -1 (no report pipe) fails harmlessly
 }
 
 bool PtyChild::read_until(const std::string& text, int timeoutMs) {
@@ -82,15 +56,18 @@ bool PtyChild::read_until(const std::string& text, int timeoutMs) {
   return true;
 }
 
-void PtyChild::drain(int timeoutMs) { read_until(std::string(1, '\0') + "never", timeoutMs); }
+std::string PtyChild::shown(int timeoutMs) {
+  if (!type("~") || !read_until("~", timeoutMs)) return output_ + "(no mark)";
+  return output_.substr(0, output_.size() - 1);
+}
 
 bool PtyChild::type(const std::string& bytes) {
   return ::write(master_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
 }
 
-std::optional<termios> PtyChild::mode() const {
-  termios mode;
-  if (::tcgetattr(slave_, &mode) != 0) return std::nullopt;
+termios PtyChild::mode() const {
+  termios mode{};
+  ::tcgetattr(slave_, &mode);
   return mode;
 }
 
@@ -107,7 +84,8 @@ std::optional<std::string> PtyChild::report(int timeoutMs) {
     // A hung-up terminal (the child's side closed) is not read again.
     if (fds[1].revents & ~POLLIN) fds[1].fd = -1;
   }
-  drain(0);
+  while (read_once(master_, output_) == 1) {
+  }
   // The pipe closes when the child exits; the child is only reaped then.
   child_.reset();
   if (got != 0) return std::nullopt;

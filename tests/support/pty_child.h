@@ -6,7 +6,6 @@
 #define TALVIX_TESTS_SUPPORT_PTY_CHILD_H_
 
 #include <termios.h>
-#include <sys/types.h>
 
 #include <functional>
 #include <memory>
@@ -27,29 +26,31 @@ class PtyChild {
   // `body` in the child as the leader of a new session. With
   // `controllingTerminal` the slave becomes the child's controlling terminal
   // (so /dev/tty opens it); without, the child has no terminal at all.
-  // Returns nullptr when the pseudo-terminal or the child cannot be made.
+  // Returns nullptr when the pseudo-terminal cannot be made; throws
+  // std::runtime_error when the child cannot.
   static std::unique_ptr<PtyChild> start(const termios& mode, Body body,
                                          bool controllingTerminal = true);
 
   // Kills the child if it still runs, reaps it and closes every descriptor.
   ~PtyChild();
-  PtyChild(const PtyChild&) = delete;
-  PtyChild& operator=(const PtyChild&) = delete;
 
   // Reads from the master until output() contains `text` or `timeoutMs`
   // passed. True when the text arrived.
   bool read_until(const std::string& text, int timeoutMs);
-  // Reads whatever the master delivers within `timeoutMs`.
-  void drain(int timeoutMs);
   // Everything read from the master so far (what the child wrote to the
   // terminal, plus any echo of typed input).
   const std::string& output() const { return output_; }
-
   // Types `bytes` on the terminal. False when the master does not take them.
   bool type(const std::string& bytes);
+  // Everything the terminal showed, once the child is gone: a mark typed
+  // then is echoed (in a mode with echo) behind all the child wrote, so
+  // reading up to it reads everything. "(no mark)" is added when the mark
+  // does not come within `timeoutMs`.
+  std::string shown(int timeoutMs);
 
-  // The current mode of the terminal, read on the slave side.
-  std::optional<termios> mode() const;
+  // The current mode of the terminal, read on the slave side (all zero when
+  // it cannot be read).
+  termios mode() const;
 
   // Reads the child's report up to the end of the pipe (the child's exit),
   // and reaps the child. What the terminal delivers meanwhile is added to
