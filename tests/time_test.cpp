@@ -13,8 +13,8 @@ namespace {
 
 // The whole range of four-digit years against the C library's calendar: leap
 // days, centuries, the last second before the year 10000 and the first after.
-TEST(IsoTimeTest, FourDigitYearsAsTheCLibraryCountsThem) {
-  EXPECT_EQ(util::iso_time2str(253402300800), "10000-01-01-T00:00:00");
+// Beyond what the calendar holds the conversion fails.
+TEST(IsoTimeTest, AsTheCLibraryCountsThem) {
   std::vector<int64_t> times = {0, 951782400, 951868799, 4107542399, 4107542400,
                                 253402300799, 253402300800};
   uint64_t seed = 7;
@@ -32,9 +32,6 @@ TEST(IsoTimeTest, FourDigitYearsAsTheCLibraryCountsThem) {
                   parts.tm_min, parts.tm_sec);
     ASSERT_EQ(util::iso_time2str(t), expected) << t;
   }
-}
-
-TEST(IsoTimeTest, TimeBeyondTheCalendarFails) {
   EXPECT_EQ(support::errorText<util::ESystemError>([] { util::iso_time2str(INT64_MAX - 255); }),
             "Couldn't get localtime for time -256");
 }
