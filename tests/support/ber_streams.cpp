@@ -10,17 +10,13 @@
 namespace support {
 
 Octets hex(std::string_view text) {
-  std::string digits;
-  for (char c : text) {
-    if (!std::isspace(static_cast<unsigned char>(c))) digits += c;
-  }
+  std::string digits(text);
+  std::erase_if(digits, [](unsigned char c) { return std::isspace(c); });
   if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos) {
     throw std::invalid_argument("bad hex: " + std::string(text));
   }
   Octets octets;
-  for (size_t i = 0; i < digits.size(); i += 2) {
-    octets += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
-  }
+  for (size_t i = 0; i < digits.size(); i += 2) octets += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
   return octets;
 }
 
@@ -42,18 +38,8 @@ std::string to_hex(const Bytes& bytes) {
   return to_hex(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
-void ByteSink::write(const void* data, size_t length) {
-  const auto* p = static_cast<const uint8_t*>(data);
-  bytes.insert(bytes.end(), p, p + length);
-}
-
 ScriptedStream& ScriptedStream::chunk(const Bytes& bytes) {
   script_.push_back(Step{bytes, ""});
-  return *this;
-}
-
-ScriptedStream& ScriptedStream::failure(const std::string& text) {
-  script_.push_back(Step{{}, text});
   return *this;
 }
 
@@ -76,11 +62,6 @@ uint64_t ScriptedStream::read(void* buffer, uint64_t capacity) {
   step.bytes.erase(step.bytes.begin(), step.bytes.begin() + static_cast<std::ptrdiff_t>(count));
   if (step.bytes.empty()) script_.pop_front();
   return count;
-}
-
-void ScriptedStream::write(const void* data, size_t length) {
-  const auto* p = static_cast<const uint8_t*>(data);
-  written.insert(written.end(), p, p + length);
 }
 
 }  // namespace support

@@ -1,5 +1,5 @@
-// Octets for tests of the wire encoding: the hex helpers, a sink that
-// collects what is written, and a stream that serves scripted chunks.
+// Octets for tests of the wire encoding: the hex helpers and a stream that
+// serves scripted chunks and collects what is written.
 #ifndef TALVIX_TESTS_SUPPORT_BER_STREAMS_H_
 #define TALVIX_TESTS_SUPPORT_BER_STREAMS_H_
 
@@ -24,15 +24,6 @@ Bytes from_hex(std::string_view text);
 std::string to_hex(std::string_view octets);
 std::string to_hex(const Bytes& bytes);
 
-// Collects everything written.
-class ByteSink : public net::ByteOutput {
- public:
-  void write(const void* data, size_t length) override;
-  void flush() override {}
-
-  Bytes bytes;
-};
-
 // Serves the scripted chunks in order, each in one read (cut to the capacity
 // asked for, the rest served next). A chunk marked as failure makes the read
 // throw util::ESystemError with its text; after the script runs out every
@@ -41,13 +32,18 @@ class ScriptedStream : public net::BasicIo {
  public:
   ScriptedStream& chunk(const Bytes& bytes);
   ScriptedStream& chunk(const std::string& hex) { return chunk(from_hex(hex)); }
-  ScriptedStream& failure(const std::string& text);
+  ScriptedStream& failure(const std::string& text) {
+    script_.push_back(Step{{}, text});
+    return *this;
+  }
   // One chunk per octet of `bytes`.
   ScriptedStream& octets(const Bytes& bytes);
 
   uint64_t read(void* buffer, uint64_t capacity) override;
   bool readable() override { return !script_.empty(); }
-  void write(const void* data, size_t length) override;
+  void write(const void* data, size_t length) override {
+    written.insert(written.end(), static_cast<const uint8_t*>(data), static_cast<const uint8_t*>(data) + length);
+  }
   void flush() override { ++flushes; }
 
   Bytes written;

@@ -86,9 +86,7 @@ RunResult run_process(const std::string& program, const std::vector<std::string>
   result.timedOut = result.timedOut || !child.wait_until(deadline);
   child.stop(SIGKILL);
   result.ended = std::time(nullptr);
-  const int status = child.status();
-  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+  result.exitCode = WIFEXITED(child.status()) ? WEXITSTATUS(child.status()) : -1;
   return result;
 }
 
@@ -126,12 +124,6 @@ void ServerProcess::stop() {
   if (child_) child_->stop(SIGTERM, std::chrono::seconds(10));
   if (stdoutFd_ >= 0) close(stdoutFd_);
   stdoutFd_ = -1;
-}
-
-uint16_t unused_loopback_port() {
-  uint16_t port = 0;
-  close(loopback_socket(port, false));
-  return port;
 }
 
 TempDir::TempDir() {

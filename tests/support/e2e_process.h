@@ -21,7 +21,6 @@ namespace support {
 
 struct RunResult {
   int exitCode = -1;     // the exit status, or -1 when the child died by a signal
-  int signal = 0;        // the terminating signal, 0 when it exited
   bool timedOut = false; // it was killed for running past its limit
   std::string out;       // everything it wrote to standard output
   std::string err;       // everything it wrote to standard error
@@ -70,10 +69,6 @@ class ServerProcess {
   int stdoutFd_ = -1;
   uint16_t port_ = 0;
 };
-
-// A loopback port that nothing listens on at the moment of the call (bound
-// and released again), for connection-refused runs.
-uint16_t unused_loopback_port();
 
 // A fresh directory below the system's temporary directory, removed with
 // everything in it on destruction.

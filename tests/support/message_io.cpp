@@ -36,9 +36,9 @@ class MarkerProtocol : public protocol::BerProtocol {
 }  // namespace
 
 Bytes encode_message(const protocol::BerValue& message, bool legacy) {
-  ByteSink sink;
+  ScriptedStream sink;
   message.write(sink, legacy);
-  return sink.bytes;
+  return sink.written;
 }
 
 MessageList decode_messages(const Bytes& bytes, bool legacy, const protocol::BerProtocol& protocol,

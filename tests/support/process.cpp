@@ -1,10 +1,7 @@
 #include "support/process.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -33,22 +30,6 @@ int read_once(int fd, std::string& text) {
   const ssize_t n = ::read(fd, chunk, sizeof chunk);
   if (n > 0) text.append(chunk, static_cast<size_t>(n));
   return n > 0 ? 1 : (n < 0 && (errno == EAGAIN || errno == EINTR)) ? -1 : 0;
-}
-
-int loopback_socket(uint16_t& port, bool listening) {
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
-      (listening && ::listen(fd, 16) != 0)) {
-    if (fd >= 0) ::close(fd);
-    throw std::runtime_error("cannot bind a loopback socket");
-  }
-  port = ntohs(address.sin_port);
-  return fd;
 }
 
 Child::Child(const std::function<void()>& body) {

@@ -22,10 +22,6 @@ bool wait_readable(int fd, Clock::time_point deadline);
 // (or on a failure), -1 when the read is to be tried again.
 int read_once(int fd, std::string& text);
 
-// A TCP socket bound to 127.0.0.1 at a free port (stored into `port`) and
-// listening when `listening`. Throws std::runtime_error.
-int loopback_socket(uint16_t& port, bool listening);
-
 // A forked child running `body`; when `body` returns the child ends with
 // _exit(0). The child is killed and reaped at the latest on destruction.
 class Child {

@@ -1,6 +1,5 @@
 #include "support/run_export.h"
 
-#include <filesystem>
 #include <sstream>
 
 #include "porter/export_database.h"
@@ -11,8 +10,6 @@
 
 namespace support {
 namespace {
-
-int64_t fixed_clock() { return 1204329600; }
 
 class FaultyObjectDatabase : public ForwardingDatabase {
  public:
@@ -72,12 +69,8 @@ std::shared_ptr<const server::Database> exportable_database() {
   return server::make_generated_database(server::parse_generator_shape("2x3x2x4/2"));
 }
 
-std::string source_path(const std::string& relative) {
-  return (std::filesystem::path(TALVIX_SOURCE_DIR) / relative).string();
-}
-
 std::shared_ptr<const server::Database> tricky_database() {
-  return server::load_json_database(source_path("tests/data/pipelined_tricky.json"));
+  return server::load_json_database(std::string(TALVIX_SOURCE_DIR) + "/tests/data/pipelined_tricky.json");
 }
 
 std::shared_ptr<const server::Database> with_fault(std::shared_ptr<const server::Database> inner,
@@ -90,10 +83,7 @@ Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t dept
   std::vector<std::string> line = {"talvix-exporter", "-s", "127.0.0.1", "-p",
                                    std::to_string(port), "-l", "admin", "-P", "secret"};
   line.insert(line.end(), args.begin(), args.end());
-  if (depth != kSequential) {
-    line.push_back("-o");
-    line.push_back("pipeline=" + std::to_string(depth));
-  }
+  if (depth != kSequential) line.insert(line.end(), {"-o", "pipeline=" + std::to_string(depth)});
   std::vector<char*> argv;
   for (std::string& s : line) argv.push_back(s.data());
   argv.push_back(nullptr);
@@ -104,7 +94,7 @@ Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t dept
   environment.standardOutput = &document;
   environment.errorStream = &errors;
   environment.errorIsTerminal = errorIsTerminal;
-  environment.clock = fixed_clock;
+  environment.clock = [] { return int64_t{1204329600}; };  // 2008-03-01 00:00:00 UTC
   environment.pipelineStats = &outcome.stats;
   outcome.exitCode = porter::run_command_line(
       static_cast<int>(line.size()), argv.data(),
