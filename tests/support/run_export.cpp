@@ -45,16 +45,15 @@ class FaultyObjectDatabase : public ForwardingDatabase {
 
   std::shared_ptr<const server::History> history(const std::string& objectId,
                                                  const std::string& indexName) const override {
-    const bool bad = fault_ == ObjectFault::kBadHistory, old = fault_ == ObjectFault::kOldHistory;
-    const bool outside = fault_ == ObjectFault::kDatatype18;
-    if (objectId != victim_ || !(bad || old || outside)) return inner_->history(objectId, indexName);
+    const int type = fault_ == ObjectFault::kBadHistory   ? 12
+                     : fault_ == ObjectFault::kOldHistory ? 1
+                     : fault_ == ObjectFault::kDatatype18 ? 18
+                                                          : 0;
+    if (objectId != victim_ || type == 0) return inner_->history(objectId, indexName);
     auto history = std::make_shared<server::History>();
-    history->dataType = bad ? 12 : outside ? 18 : 1;
-    if (bad || outside) {
-      history->intervals.push_back(server::ContinuousRow{100, 200, 3, 2, 1, 4, 0});
-    } else {
-      history->intervals.push_back(server::ContinuousDeprecatedRow{100, 200, 3, 1, {1, 2.5, 3}});
-    }
+    history->dataType = type;
+    if (type == 1) history->intervals.push_back(server::ContinuousDeprecatedRow{100, 200, 3, 1, {1, 2.5, 3}});
+    else history->intervals.push_back(server::ContinuousRow{100, 200, 3, 2, 1, 4, 0});
     return history;
   }
 
