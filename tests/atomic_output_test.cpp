@@ -11,7 +11,7 @@
 #include <sstream>
 #include <vector>
 
-#include "support/e2e_process.h"
+#include "support/process.h"
 #include "support/error_text.h"
 #include "support/run_export.h"
 #include "support/server_harness.h"

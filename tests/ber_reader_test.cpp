@@ -22,7 +22,6 @@
 #include "protocol/tags.h"
 #include "support/ber_streams.h"
 #include "support/error_text.h"
-#include "support/message_io.h"
 #include "util/bignum.h"
 
 namespace protocol {
@@ -42,9 +41,9 @@ std::string repeated(const std::string& octet, int count) {
 
 // The encoding of `value` in hex, or the EBer text when writing fails.
 std::string encode(const BerValue& value) {
-  ByteSink sink;
+  ScriptedStream sink;
   const std::string error = errorText<EBer>([&] { value.write(sink, false); });
-  return error == "(no error)" ? to_hex(sink.bytes) : error;
+  return error == "(no error)" ? to_hex(sink.written) : error;
 }
 
 // Feeds `content` (hex) the way the reader does, one octet per readData.
@@ -99,8 +98,8 @@ TEST(BerPrimitiveTest, IntegersEncodeMinimallyAndDecodeBackInAllWidths) {
 // every export; these are the edges.
 TEST(BerPrimitiveTest, EncodingsAndDecoding) {
   auto real = [](double v) { return write<BerReal>(v, BE_REAL); };
-  auto tag = [](TagCode t) { ByteSink s; write_tag(s, t); return to_hex(s.bytes); };
-  auto length = [](size_t n) { ByteSink s; write_length(s, n); return to_hex(s.bytes); };
+  auto tag = [](TagCode t) { ScriptedStream s; write_tag(s, t); return to_hex(s.written); };
+  auto length = [](size_t n) { ScriptedStream s; write_length(s, n); return to_hex(s.written); };
   auto read_real = [](const std::string& hex) { return read<BerReal, double>(hex, BE_REAL); };
   auto boolean = [](const std::string& hex) { return read<BerBoolean, bool>(hex, BE_BOOLEAN); };
   BerNull null(BE_NULL, true);
@@ -168,7 +167,7 @@ TEST(BerPrimitiveTest, EqualityComparesReceivedOctetsOfTheSameClass) {
 }
 
 TEST(BerPrimitiveDeathTest, WritingASkipperIsAProgrammingError) {
-  ByteSink sink;
+  ScriptedStream sink;
   EXPECT_DEATH(BerPrimitiveSkipper(BE_INTEGER).write(sink, false),
                "Assertion failed: BerPrimitiveSkipper::write invoked");
   EXPECT_DEATH(BerConstructedSkipper(BE_SEQ_CURRENT).write(sink, false),

@@ -15,7 +15,7 @@
 
 #include "net/listener.h"
 #include "support/e2e_document.h"
-#include "support/e2e_process.h"
+#include "support/process.h"
 
 namespace {
 

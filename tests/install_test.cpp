@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "support/e2e_process.h"
+#include "support/process.h"
 
 namespace {
 

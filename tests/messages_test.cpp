@@ -16,7 +16,6 @@
 #include "protocol/tags.h"
 #include "support/ber_streams.h"
 #include "support/error_text.h"
-#include "support/message_io.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <string>
 
 #include "porter/background_gz_stream.h"
-#include "support/e2e_process.h"
+#include "support/process.h"
 #include "support/error_text.h"
 #include "util/error.h"
 

@@ -15,7 +15,7 @@
 #include "protocol/messages.h"
 #include "server/byte_sink.h"
 #include "server/generator.h"
-#include "support/e2e_process.h"
+#include "support/process.h"
 #include "support/run_export.h"
 #include "support/server_harness.h"
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "support/e2e_process.h"
+#include "support/process.h"
 #include "support/pty_child.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "support/e2e_process.h"
+#include "support/process.h"
 #include "util/error.h"
 
 namespace porter {

@@ -13,7 +13,7 @@
 #include "protocol/gui_protocol.h"
 #include "server/request_decoder.h"
 #include "server/select_eval.h"
-#include "support/message_io.h"
+#include "support/ber_streams.h"
 #include "support/server_harness.h"
 
 namespace {

@@ -5,22 +5,20 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "protocol/ber_reader.h"
+#include "protocol/gui_protocol.h"
 #include "util/error.h"
 
 namespace support {
 
 Octets hex(std::string_view text) {
-  std::string digits;
-  for (char c : text) {
-    if (!std::isspace(static_cast<unsigned char>(c))) digits += c;
-  }
+  std::string digits(text);
+  std::erase_if(digits, [](unsigned char c) { return std::isspace(c); });
   if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos) {
     throw std::invalid_argument("bad hex: " + std::string(text));
   }
   Octets octets;
-  for (size_t i = 0; i < digits.size(); i += 2) {
-    octets += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
-  }
+  for (size_t i = 0; i < digits.size(); i += 2) octets += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
   return octets;
 }
 
@@ -42,18 +40,8 @@ std::string to_hex(const Bytes& bytes) {
   return to_hex(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
-void ByteSink::write(const void* data, size_t length) {
-  const auto* p = static_cast<const uint8_t*>(data);
-  bytes.insert(bytes.end(), p, p + length);
-}
-
 ScriptedStream& ScriptedStream::chunk(const Bytes& bytes) {
   script_.push_back(Step{bytes, ""});
-  return *this;
-}
-
-ScriptedStream& ScriptedStream::failure(const std::string& text) {
-  script_.push_back(Step{{}, text});
   return *this;
 }
 
@@ -78,9 +66,56 @@ uint64_t ScriptedStream::read(void* buffer, uint64_t capacity) {
   return count;
 }
 
-void ScriptedStream::write(const void* data, size_t length) {
-  const auto* p = static_cast<const uint8_t*>(data);
-  written.insert(written.end(), p, p + length);
+
+const char kSelectRequest[] =
+    "74 80 02 01 01 A0 80 31 80 04 01 58 00 00 30 80 04 01 2E 02 01 00 05 00 30 80 00 00"
+    " 30 80 00 00 30 80 00 00 31 80 00 00 00 00 02 01 00 00 00 00 00";
+
+namespace {
+
+// A legacy ClientWants (version 0x0100, a ClientPrivateKey with empty texts
+// and a false flag) whose first eight octets select the legacy encoding.
+const char kLegacyMarker[] = "60 80 02 02 01 00 61 80 16 00 16 00 16 00 01 01 00 00 00 00 00";
+
+// Answers the first top-level value of a legacy stream (the marker) with the
+// real ClientWants and everything else through `inner`.
+class MarkerProtocol : public protocol::BerProtocol {
+ public:
+  MarkerProtocol(const protocol::BerProtocol& inner, bool legacy)
+      : inner_(inner), marker_(legacy) {}
+  std::unique_ptr<protocol::BerConstructed> makeMessage(protocol::TagCode tag,
+                                                        bool legacy) const override {
+    const bool marker = marker_;
+    marker_ = false;
+    return (marker ? protocol::guiProtocol() : inner_).makeMessage(tag, legacy);
+  }
+
+ private:
+  const protocol::BerProtocol& inner_;
+  mutable bool marker_;
+};
+
+}  // namespace
+
+Bytes encode_message(const protocol::BerValue& message, bool legacy) {
+  ScriptedStream sink;
+  message.write(sink, legacy);
+  return sink.written;
+}
+
+MessageList decode_messages(const Bytes& bytes, bool legacy, const protocol::BerProtocol& protocol,
+                            bool octetwise) {
+  Bytes input = legacy ? from_hex(kLegacyMarker) : Bytes{};
+  input.insert(input.end(), bytes.begin(), bytes.end());
+  auto stream = std::make_unique<ScriptedStream>();
+  ScriptedStream* script = octetwise ? &stream->octets(input) : &stream->chunk(input);
+  MarkerProtocol marked(protocol, legacy);
+  protocol::BerReader reader(marked, std::move(stream));
+  while (script->readable()) reader.readSome(false);
+  MessageList messages;
+  while (auto m = reader.takeMessage()) messages.push_back(std::move(m));
+  if (legacy && !messages.empty()) messages.erase(messages.begin());
+  return messages;
 }
 
 }  // namespace support

@@ -1,16 +1,20 @@
 #include "support/process.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 namespace support {
@@ -33,22 +37,6 @@ int read_once(int fd, std::string& text) {
   const ssize_t n = ::read(fd, chunk, sizeof chunk);
   if (n > 0) text.append(chunk, static_cast<size_t>(n));
   return n > 0 ? 1 : (n < 0 && (errno == EAGAIN || errno == EINTR)) ? -1 : 0;
-}
-
-int loopback_socket(uint16_t& port, bool listening) {
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
-      (listening && ::listen(fd, 16) != 0)) {
-    if (fd >= 0) ::close(fd);
-    throw std::runtime_error("cannot bind a loopback socket");
-  }
-  port = ntohs(address.sin_port);
-  return fd;
 }
 
 Child::Child(const std::function<void()>& body) {
@@ -86,6 +74,150 @@ void Child::stop(int sig, std::chrono::milliseconds grace) {
     ::kill(pid_, SIGKILL);
     wait_until(Clock::time_point::max());
   }
+}
+
+
+
+namespace {
+
+// The child's side of run_process and ServerProcess: only async-signal-safe
+// calls, then exec or _exit.
+// argv for execv: the program name, then `args`; the strings must outlive it.
+std::vector<char*> make_argv(const std::string& program, const std::vector<std::string>& args) {
+  std::vector<char*> argv = {const_cast<char*>(program.c_str())};
+  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+  argv.push_back(nullptr);
+  return argv;
+}
+
+[[noreturn]] void exec_child(std::vector<char*>& argv, const std::string& workDir, int outFd,
+                             int errFd, const RunOptions& options = RunOptions()) {
+  const int nullFd = open("/dev/null", O_RDONLY);
+  if (nullFd < 0 || dup2(nullFd, 0) < 0) _exit(126);
+  if (!options.standardOutput.empty()) {
+    outFd = open(options.standardOutput.c_str(), O_WRONLY);
+    if (outFd < 0) _exit(126);
+  }
+  if (options.fileSizeLimit > 0) {
+    const rlimit limit{options.fileSizeLimit, options.fileSizeLimit};
+    if (signal(SIGXFSZ, SIG_IGN) == SIG_ERR || setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(126);
+  }
+  if (outFd >= 0 && dup2(outFd, 1) < 0) _exit(126);
+  if (errFd >= 0 && dup2(errFd, 2) < 0) _exit(126);
+  if (!workDir.empty() && chdir(workDir.c_str()) != 0) _exit(126);
+  execv(argv[0], argv.data());
+  _exit(127);
+}
+
+}  // namespace
+
+RunResult run_process(const std::string& program, const std::vector<std::string>& args,
+                      const std::string& workDir, std::chrono::milliseconds limit,
+                      const RunOptions& options) {
+  int outPipe[2], errPipe[2];
+  if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) {
+    throw std::runtime_error("pipe failed");
+  }
+  RunResult result;
+  result.started = std::time(nullptr);
+  const Clock::time_point deadline = Clock::now() + limit;
+  std::vector<char*> argv = make_argv(program, args);
+  Child child([&] { exec_child(argv, workDir, outPipe[1], errPipe[1], options); });
+  close(outPipe[1]);
+  close(errPipe[1]);
+  if (options.whileRunning) options.whileRunning(child.pid());
+
+  // Both pipes are read until they end (the child and its children are
+  // gone) or the time is up.
+  pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
+  std::string* sinks[2] = {&result.out, &result.err};
+  while ((fds[0].fd >= 0 || fds[1].fd >= 0) && !result.timedOut) {
+    const int ready = poll(fds, 2, remaining_ms(deadline));
+    result.timedOut = ready == 0 || (ready < 0 && errno != EINTR);
+    for (pollfd& p : fds) {
+      if (ready > 0 && p.fd >= 0 && p.revents != 0 && read_once(p.fd, *sinks[&p - fds]) == 0) {
+        close(p.fd);
+        p.fd = -1;
+      }
+    }
+  }
+  for (pollfd& p : fds) {
+    if (p.fd >= 0) close(p.fd);
+  }
+  result.timedOut = result.timedOut || !child.wait_until(deadline);
+  child.stop(SIGKILL);
+  result.ended = std::time(nullptr);
+  result.exitCode = WIFEXITED(child.status()) ? WEXITSTATUS(child.status()) : -1;
+  return result;
+}
+
+ServerProcess::ServerProcess(const std::string& binary, std::vector<std::string> args) {
+  int outPipe[2];
+  if (pipe2(outPipe, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
+  args.insert(args.end(), {"--port", "0"});
+  std::vector<char*> argv = make_argv(binary, args);
+  child_ = std::make_unique<Child>([&] { exec_child(argv, "", outPipe[1], -1); });
+  close(outPipe[1]);
+  stdoutFd_ = outPipe[0];
+  // The first line of its standard output is the port.
+  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(20);
+  std::string line;
+  while (line.find('\n') == std::string::npos && wait_readable(stdoutFd_, deadline) &&
+         read_once(stdoutFd_, line) != 0) {
+  }
+  const long port = std::strtol(line.c_str(), nullptr, 10);
+  if (line.find('\n') == std::string::npos || port <= 0 || port > 65535) {
+    close(stdoutFd_);  // child_ is killed and reaped on the way out
+    throw std::runtime_error("talvix-server did not report its port in time: " + line);
+  }
+  port_ = static_cast<uint16_t>(port);
+}
+
+ServerProcess::~ServerProcess() {
+  child_->stop(SIGTERM, std::chrono::seconds(10));
+  close(stdoutFd_);
+}
+
+TempDir::TempDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "talvix-e2e-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  path_ = pattern;
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string read_file(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw std::runtime_error("cannot read " + path);
+  std::ostringstream contents;
+  contents << in.rdbuf();
+  return contents.str();
+}
+
+void write_file(const std::string& path, const std::string& contents) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << contents;
+  if (!out.flush()) throw std::runtime_error("cannot write " + path);
+}
+
+std::string read_gzip_file(const std::string& path) {
+  gzFile f = gzopen(path.c_str(), "rb");
+  if (f == nullptr) throw std::runtime_error("cannot read " + path);
+  std::string plain;
+  char buffer[65536];
+  int n;
+  while ((n = gzread(f, buffer, sizeof buffer)) > 0) plain.append(buffer, static_cast<size_t>(n));
+  // A plain file reads through unchanged (gzdirect), a cut one leaves an
+  // error behind.
+  int error = Z_OK;
+  gzerror(f, &error);
+  const bool complete = n == 0 && error == Z_OK && gzdirect(f) == 0;
+  gzclose(f);
+  if (!complete) throw std::runtime_error(path + " is not one complete gzip stream");
+  return plain;
 }
 
 }  // namespace support

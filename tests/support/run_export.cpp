@@ -1,6 +1,5 @@
 #include "support/run_export.h"
 
-#include <filesystem>
 #include <sstream>
 
 #include "porter/export_database.h"
@@ -11,8 +10,6 @@
 
 namespace support {
 namespace {
-
-int64_t fixed_clock() { return 1204329600; }
 
 class FaultyObjectDatabase : public ForwardingDatabase {
  public:
@@ -48,16 +45,15 @@ class FaultyObjectDatabase : public ForwardingDatabase {
 
   std::shared_ptr<const server::History> history(const std::string& objectId,
                                                  const std::string& indexName) const override {
-    const bool bad = fault_ == ObjectFault::kBadHistory, old = fault_ == ObjectFault::kOldHistory;
-    const bool outside = fault_ == ObjectFault::kDatatype18;
-    if (objectId != victim_ || !(bad || old || outside)) return inner_->history(objectId, indexName);
+    const int type = fault_ == ObjectFault::kBadHistory   ? 12
+                     : fault_ == ObjectFault::kOldHistory ? 1
+                     : fault_ == ObjectFault::kDatatype18 ? 18
+                                                          : 0;
+    if (objectId != victim_ || type == 0) return inner_->history(objectId, indexName);
     auto history = std::make_shared<server::History>();
-    history->dataType = bad ? 12 : outside ? 18 : 1;
-    if (bad || outside) {
-      history->intervals.push_back(server::ContinuousRow{100, 200, 3, 2, 1, 4, 0});
-    } else {
-      history->intervals.push_back(server::ContinuousDeprecatedRow{100, 200, 3, 1, {1, 2.5, 3}});
-    }
+    history->dataType = type;
+    if (type == 1) history->intervals.push_back(server::ContinuousDeprecatedRow{100, 200, 3, 1, {1, 2.5, 3}});
+    else history->intervals.push_back(server::ContinuousRow{100, 200, 3, 2, 1, 4, 0});
     return history;
   }
 
@@ -72,12 +68,8 @@ std::shared_ptr<const server::Database> exportable_database() {
   return server::make_generated_database(server::parse_generator_shape("2x3x2x4/2"));
 }
 
-std::string source_path(const std::string& relative) {
-  return (std::filesystem::path(TALVIX_SOURCE_DIR) / relative).string();
-}
-
 std::shared_ptr<const server::Database> tricky_database() {
-  return server::load_json_database(source_path("tests/data/pipelined_tricky.json"));
+  return server::load_json_database(std::string(TALVIX_SOURCE_DIR) + "/tests/data/pipelined_tricky.json");
 }
 
 std::shared_ptr<const server::Database> with_fault(std::shared_ptr<const server::Database> inner,
@@ -90,10 +82,7 @@ Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t dept
   std::vector<std::string> line = {"talvix-exporter", "-s", "127.0.0.1", "-p",
                                    std::to_string(port), "-l", "admin", "-P", "secret"};
   line.insert(line.end(), args.begin(), args.end());
-  if (depth != kSequential) {
-    line.push_back("-o");
-    line.push_back("pipeline=" + std::to_string(depth));
-  }
+  if (depth != kSequential) line.insert(line.end(), {"-o", "pipeline=" + std::to_string(depth)});
   std::vector<char*> argv;
   for (std::string& s : line) argv.push_back(s.data());
   argv.push_back(nullptr);
@@ -104,7 +93,7 @@ Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t dept
   environment.standardOutput = &document;
   environment.errorStream = &errors;
   environment.errorIsTerminal = errorIsTerminal;
-  environment.clock = fixed_clock;
+  environment.clock = [] { return int64_t{1204329600}; };  // 2008-03-01 00:00:00 UTC
   environment.pipelineStats = &outcome.stats;
   outcome.exitCode = porter::run_command_line(
       static_cast<int>(line.size()), argv.data(),

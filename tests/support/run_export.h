@@ -36,9 +36,6 @@ Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t dept
 // rows each); login admin / secret in domain ".".
 std::shared_ptr<const server::Database> exportable_database();
 
-// The path of `relative` (e.g. "server/sample/sample.json") in the source tree.
-std::string source_path(const std::string& relative);
-
 // tests/data/pipelined_tricky.json, one table of objects for most cases:
 // written objects with history (a series with rows, an empty one, one the
 // server refuses), duplicates, flagged children, a null siblingName, an

@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <stdexcept>
 #include <utility>
 
 #include "client/session.h"
@@ -21,14 +23,28 @@ namespace {
 // Thrown inside the peer thread to abandon the script.
 struct ScriptAbandoned {};
 
+// A TCP socket listening on 127.0.0.1 at a free port (stored into `port`).
+int listening_socket(uint16_t& port) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0 || ::listen(fd, 16) != 0) {
+    if (fd >= 0) ::close(fd);
+    throw std::runtime_error("cannot listen on a loopback socket");
+  }
+  port = ntohs(address.sin_port);
+  return fd;
+}
+
 Octets berLength(size_t length) {
   if (length < 0x80) return Octets(1, static_cast<char>(length));
   Octets octets;
   for (size_t rest = length; rest != 0; rest >>= 8) octets.insert(0, 1, static_cast<char>(rest));
   return Octets(1, static_cast<char>(0x80 + octets.size())) + octets;
 }
-
-}  // namespace
 
 Octets berInt(int64_t value) {
   Octets content;
@@ -48,6 +64,8 @@ Octets berString(const std::string& text) { return "\x04" + berLength(text.size(
 Octets berIndefinite(std::string_view identifierHex, const Octets& content) {
   return hex(identifierHex) + hex("80") + content + hex("00 00");
 }
+
+}  // namespace
 
 Octets response(int32_t id, const Octets& body) { return berIndefinite("75", berInt(id) + body); }
 
@@ -114,7 +132,7 @@ void PeerLink::send(const Octets& bytes) {
   }
 }
 
-ScriptedPeer::ScriptedPeer(Script script) : listenFd_(loopback_socket(port_, true)) {
+ScriptedPeer::ScriptedPeer(Script script) : listenFd_(listening_socket(port_)) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   thread_ = std::thread([this, deadline, script = std::move(script)] {
     try {
@@ -150,12 +168,10 @@ Octets testLogin() {
              "04 06 73 65 63 72 65 74 00 00");
 }
 
-Octets serverOffer() { return hex("61 80 02 02 02 03 A0 80 00 00 00 00"); }
-
 ScriptedPeer::Script loginThen(const Octets& requests, const Octets& answers) {
   return [=](PeerLink& link) {
     link.expect(clientWants(), "ClientWants");
-    link.send(serverOffer());
+    link.send(hex("61 80 02 02 02 03 A0 80 00 00 00 00"));  // version 0x0203, no authentication
     link.expect(hex("62 80 00 00"), "NegotiateAck");
     link.expect(testLogin(), "NewSession");
     link.send(berIndefinite("71", hex("02 02 10 00 02 01 00") + berString("root") + berString("") +

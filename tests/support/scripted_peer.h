@@ -16,7 +16,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -27,14 +26,7 @@
 
 namespace support {
 
-// Hand-made encodings for building answers in tests, in the current encoding.
-// INTEGER with the minimal two's-complement content of `value`.
-Octets berInt(int64_t value);
-// OCTET STRING 04 with `text`.
-Octets berString(const std::string& text);
-// A constructed value in the indefinite form: `identifier` 80 `content` 00 00.
-Octets berIndefinite(std::string_view identifierHex, const Octets& content);
-
+// Hand-made encodings (indefinite form) for building answers in tests.
 // A Response with `id` and `body` (one alternative of its choice).
 Octets response(int32_t id, const Octets& body);
 // A SelectResp body with the concatenated `objects`.
@@ -101,8 +93,6 @@ class ScriptedPeer {
 // 0x0203 without authentication, and the NewSession of openTestSession().
 Octets clientWants();
 Octets testLogin();
-// The server's offer of version 0x0203 without authentication.
-Octets serverOffer();
 
 // A script that logs the client in under session id 4096 (root domain
 // "root", MIB root "mib"), expects `requests`, sends `answers` and then

@@ -10,6 +10,7 @@
 #include "server/byte_sink.h"
 #include "server/database_json.h"
 #include "support/process.h"
+#include "support/scripted_peer.h"
 #include "tql/parser.h"
 #include "util/error.h"
 
@@ -78,18 +79,9 @@ bool RawClient::waitForClose() {
 }
 
 bool RawClient::login() {
-  protocol::ClientWants wants;
-  wants.version = 0x0203;
-  wants.authentication = std::make_unique<protocol::ClientNoAuth>();
-  sendBytes(server::encode(wants));
+  sendBytes(clientWants());
   if (!dynamic_cast<protocol::ServerOffers*>(receive().get())) return false;
-  sendBytes(server::encode(protocol::NegotiateAck()));
-  protocol::NewSession session;
-  session.loginDomain = "lab";
-  session.userName = "admin";
-  session.clientName = "Exporter";
-  session.password = "secret";
-  sendBytes(server::encode(session));
+  sendBytes(hex("62 80 00 00") + testLogin());  // NegotiateAck, NewSession
   return dynamic_cast<protocol::NewSessionResp*>(receive().get()) != nullptr;
 }
 
