@@ -157,15 +157,6 @@ TEST(BerPrimitiveTest, LongestBigNumGoesOutAgainUnchanged) {
   EXPECT_EQ(encode(value), "02 82 04 10 " + hex);
 }
 
-TEST(BerPrimitiveTest, EqualityComparesReceivedOctetsOfTheSameClass) {
-  BerInt32 a(INT32_MIN, INT32_MAX, BE_INTEGER), b(INT32_MIN, INT32_MAX, BE_INTEGER);
-  decode(a, "05");
-  decode(b, "05 00");  // the same first octet, one more
-  const BerString string(10, BE_STRING_CURRENT);
-  const BerValue &x = a, &y = string;
-  EXPECT_FALSE(a == b || x == y || y == x);
-}
-
 TEST(BerPrimitiveDeathTest, WritingASkipperIsAProgrammingError) {
   ScriptedStream sink;
   EXPECT_DEATH(BerPrimitiveSkipper(BE_INTEGER).write(sink, false),

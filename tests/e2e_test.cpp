@@ -13,7 +13,6 @@
 #include <string>
 #include <vector>
 
-#include "net/listener.h"
 #include "support/e2e_document.h"
 #include "support/process.h"
 
@@ -241,27 +240,6 @@ TEST_F(TypesExport, AFailedRunKeepsThePreviousExport) {
     EXPECT_EQ(support::read_file(dir.file("out.xml")), "<previous export/>\n");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1) << "out.xml alone";
   }
-}
-
-// The password of -P is out of the process list while the export runs (ps
-// shows /proc/PID/cmdline). The run is held at its first wait for an answer,
-// from a listener that never gives one, and is looked at in that state.
-TEST(PasswordOutOfSight, ProcDoesNotShowTheValueOfP) {
-  net::Listener listener;
-  std::string cmdline;
-  support::RunOptions options;
-  options.whileRunning = [&](pid_t pid) {
-    const std::unique_ptr<net::SocketStream> connection = listener.accept(20000);  // closed on return
-    if (connection != nullptr) cmdline = support::read_file("/proc/" + std::to_string(pid) + "/cmdline");
-  };
-  // Both ways of giving a value: joined to the option and as the next argument.
-  const RunResult run = support::run_process(
-      kExporter, {"-s", "127.0.0.1", "-p", std::to_string(listener.port()), "-l", "admin", "-Pfirst-hush", "-P",
-                  "second-hush"},
-      "", kRunLimit, options);
-  EXPECT_EQ(run.exitCode, 1) << run.err;
-  EXPECT_NE(cmdline.find(std::string("-l\0admin\0-P", 11)), std::string::npos) << cmdline;
-  EXPECT_EQ(cmdline.find("hush"), std::string::npos) << cmdline;
 }
 
 }  // namespace
