@@ -28,16 +28,13 @@ TEST(BigNumTest, BytesInAndOut) {
   util::bn_set_data(v, Bytes{0, 0, 0, 1, 2}.data(), 5);
   EXPECT_EQ(v, util::BigNum(258));
 
-  const struct { util::BigNum value; Bytes buffer; size_t length; } out[] = {
-      {util::BigNum(0xFFFFFFFFu), {0xFF, 0xFF, 0xFF, 0xFF}, 4},
-      {from_hex("100000000"), {1, 0, 0, 0, 0, 0, 0, 0}, 5}};
-  for (const auto& c : out) {
-    Bytes buffer(c.buffer.size(), 0xAA);
-    size_t length = buffer.size();
-    util::bn_get_data(c.value, buffer.data(), length);
-    EXPECT_EQ(length, c.length);
-    EXPECT_EQ(buffer, c.buffer);
-  }
+  const auto get = [](const util::BigNum& value, size_t length) {
+    Bytes buffer(length, 0xAA);
+    util::bn_get_data(value, buffer.data(), length);
+    return std::pair(length, buffer);
+  };
+  EXPECT_EQ(get(util::BigNum(0xFFFFFFFFu), 4), std::pair(size_t{4}, Bytes{0xFF, 0xFF, 0xFF, 0xFF}));
+  EXPECT_EQ(get(from_hex("100000000"), 8), std::pair(size_t{5}, Bytes{1, 0, 0, 0, 0, 0, 0, 0}));
 }
 
 TEST(BigNumDeathTest, BufferTooSmallForGetDataAborts) {

@@ -52,16 +52,12 @@ TEST_F(ProgressDisplayTest, TerminalRedrawsOneLineInPlaceAtMostEveryInterval) {
 
   now_ = ProgressDisplay::Clock::time_point{} + 65s;
   display.finish();
-  EXPECT_EQ(out_.str(), first + second +
-                            "\rTotal: 3 objects, 1 history series, 3 requests (0.0/s), 2.0 KiB "
-                            "written in 0:01:05\n");
-
+  const std::string all = first + second + "\rTotal: 3 objects, 1 history series, 3 requests (0.0/s), 2.0 KiB written in 0:01:05\n";
+  EXPECT_EQ(out_.str(), all);
   now_ += 10s;
   display.object_started();
   display.finish();
-  EXPECT_EQ(out_.str().back(), '\n');
-  EXPECT_EQ(out_.str().find("Total", out_.str().find("Total") + 1), std::string::npos)
-      << "nothing is drawn after the totals";
+  EXPECT_EQ(out_.str(), all) << "nothing is drawn after the totals";
 }
 
 TEST_F(ProgressDisplayTest, PlainOutputWritesWholeLinesEveryFewSeconds) {
@@ -86,9 +82,7 @@ TEST_F(ProgressDisplayTest, PlainOutputWritesWholeLinesEveryFewSeconds) {
 
   now_ += 2s;
   display.finish();
-  EXPECT_EQ(out_.str(), first + second +
-                            "Total: 49 objects, 1 history series, 50 requests (4.2/s), 5.5 MiB "
-                            "written in 0:00:12\n");
+  EXPECT_EQ(out_.str(), first + second + "Total: 49 objects, 1 history series, 50 requests (4.2/s), 5.5 MiB written in 0:00:12\n");
 }
 
 // Notices and report lines begin a line of their own after a redrawn line

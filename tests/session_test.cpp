@@ -104,17 +104,12 @@ TEST(ReconnectorTest, TriesWaitsAndTheFailureThatEndsTheRow) {
     });
     uint32_t reports = 0;
     std::vector<double> waits;
-    client::ReconnectPolicy policy;
-    policy.attempts = c.attempts;
-    policy.firstWait = client::ReconnectPolicy::Seconds(c.firstWait);
-    policy.report = [&reports](const std::string&) { ++reports; };
-    policy.sleep = [&waits](client::ReconnectPolicy::Seconds wait) { waits.push_back(wait.count()); };
+    const client::ReconnectPolicy policy{c.attempts, client::ReconnectPolicy::Seconds(c.firstWait),
+                                         [&reports](const std::string&) { ++reports; },
+                                         [&waits](auto wait) { waits.push_back(wait.count()); }};
     std::string outcome = "(logged in)";
     try {
-      client::openSession(refusing,
-                          client::Login("127.0.0.1", server ? server->port() : 1, "Exporter",
-                                        "admin", "secret", "lab"),
-                          policy);
+      client::openSession(refusing, client::Login("127.0.0.1", server ? server->port() : 1, "Exporter", "admin", "secret", "lab"), policy);
     } catch (const util::ESystemError& e) {
       outcome = e.text();
     }
