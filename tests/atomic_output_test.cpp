@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <sstream>
 #include <vector>
@@ -160,9 +161,8 @@ TEST(AtomicTargetTest, ReplacesTheFileTheTargetLeadsToWithItsPermissions) {
 }
 
 // Writes the disk refuses (/dev/full takes no byte) fail, in place, at the
-// write that meets them or at the latest at the close. A plain close on a
-// full disk is e2e_test's standard output row; a failed compressed write is
-// in out_stream_test.
+// write that meets them or at the latest at the close (standard output at
+// its flush); a failed compressed write is in out_stream_test.
 TEST(FullDiskTest, FailsWithTheTargetAndTheSystemsText) {
   if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
   const std::string noSpace = ": /dev/full: No space left on device";
@@ -173,6 +173,11 @@ TEST(FullDiskTest, FailsWithTheTargetAndTheSystemsText) {
   DocumentOutput gzip("/dev/full", true, unused, OutputOptions{false, 0});
   gzip.stream().write("x");
   EXPECT_EQ(support::errorText<util::EFatal>([&] { gzip.close(); }), "Error closing gz-stream" + noSpace);
+  std::ofstream full("/dev/full");
+  DocumentOutput standardOutput("", false, full, OutputOptions{false, 0});
+  standardOutput.stream().write("x");
+  EXPECT_EQ(support::errorText<util::EFatal>([&] { standardOutput.close(); }),
+            "Error writing: standard output: No space left on device");
 }
 
 TEST(AtomicOutputPlainTest, StandardOutputIgnoresTheSettingAndAMissingFolderFailsAtOpening) {
