@@ -75,7 +75,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   argv.push_back(nullptr);
 
   int exports = 0;
-  const porter::ExportDriver driver = [&](const porter::RunSettings& settings) {
+  const porter::ExportDriver driver = [&](const porter::RunSettings& settings,
+                                          porter::RunStatistics&) {
     ++exports;
     if (!sane(settings)) std::abort();
   };

@@ -22,6 +22,7 @@ CPPOutStream::~CPPOutStream() {
 CPPOutStream& CPPOutStream::write(const std::string& text) {
   if (gathered_.empty()) gathered_.reserve(kPieceSize + 4096);
   gathered_ += text;
+  accepted_ += text.size();
   if (gathered_.size() >= kPieceSize) hand_over();
   return *this;
 }

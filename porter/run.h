@@ -11,13 +11,15 @@
 
 #include "porter/options.h"
 #include "porter/password.h"
+#include "porter/run_statistics.h"
 
 namespace porter {
 
-// Runs one export with the validated settings; reports every failure by
-// throwing (util::EConnectError for a refused login, other util::Exception
-// classes for the rest). The settings stay valid for the whole call.
-using ExportDriver = std::function<void(const RunSettings&)>;
+// Runs one export with the validated settings, counting what it does into
+// the statistics as far as it gets; reports every failure by throwing
+// (util::EConnectError for a refused login, other util::Exception classes for
+// the rest). Both arguments stay valid for the whole call.
+using ExportDriver = std::function<void(const RunSettings&, RunStatistics&)>;
 
 // Reads the password into a buffer of `size` bytes; nullptr on success, an
 // error text on failure (see read_console_password()).
@@ -27,6 +29,9 @@ using PasswordReader = std::function<const char*(char* buffer, size_t size, cons
 // `readPassword` for the password when no -P was given, and calls
 // `exportDatabase` at most once. Every message and
 // progress line goes to `err`; nothing is written to standard output here.
+// A run that got past the options (password, export) ends by writing the
+// files of -o report and -o metrics (write_run_files()); when that fails,
+// its message follows and the exit code is 1.
 // Returns the process exit code: 0 after a finished export or -h, 1 after any
 // failure. Exceptions of the util::Exception family are reported and give
 // 1; others (out of memory, ...) pass through to the caller.
