@@ -179,6 +179,19 @@ const Case kCases[] = {
     // with its message. (A file export with progress is framed: EveryOption.)
     {"SettingBadValue", {"-o", "level=x"}, 1,
      "Error: bad value \"x\" for -o level: expected a whole number from 0 to 9\n" + kHint},
+    // The level's range follows the compressor chosen by any -o.
+    {"ZstdLevelCheckedAtTheEnd", {"-o", "level=0", "-o", "compress=zstd"}, 1,
+     "Error: bad value \"0\" for -o level: expected a whole number from 1 to 19 with "
+     "compress=zstd\n" + kHint},
+    {"GzipAgainLevelCheckedAtTheEnd", {"-o", "compress=zstd,level=19,compress=gzip"}, 1,
+     "Error: bad value \"19\" for -o level: expected a whole number from 0 to 9\n" + kHint},
+    // A report that cannot be written fails a finished export.
+    {"ZstdReportNotWritable", {"-lu", "-Ppw", "-z", "-fout", "-o", "level=19,compress=zstd,report=/dev/null/r"},
+     1, "Exporting database using gz \nDone\nError\nError opening: /dev/null/r: Not a directory\n",
+     with([](RunSettings& s) {
+       s.outputFileName = "out"; s.gzip = true; s.extra.level = 19;
+       s.extra.compression = Compression::kZstd; s.extra.reportFile = "/dev/null/r";
+     })},
     {"QuietFailureKeepsItsMessage",
      {"-lu", "-Ppw", "-fout", "-otimeout=7,progress=1", "-o", "quiet=1"}, 1,
      "Error\nConnection refused\n", with([](RunSettings& s) {
