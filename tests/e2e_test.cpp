@@ -211,7 +211,6 @@ TEST_F(TypesExport, ZstdFileHoldsThePlainDocument) {
         kExporter, login_args(server_->port(), {"-z", "-f" + file, "-o", settings}), "", kRunLimit);
     EXPECT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.err, "Exporting database using gz " + kFullErr + "\nDone\n");
-    EXPECT_EQ(support::run_process("/usr/bin/zstd", {"-tq", file}, "", kRunLimit).exitCode, 0);
     const RunResult plain = support::run_process("/usr/bin/zstd", {"-dcq", file}, "", kRunLimit);
     std::string problem;
     EXPECT_EQ(support::mask_timestamp(plain.out, run.started, run.ended, problem), kFull);
@@ -227,6 +226,7 @@ TEST_F(TypesExport, ZstdFileHoldsThePlainDocument) {
 // cases of every output kind are in atomic_output_test). Each ends with exit
 // code 1 and its message, never with "Done".
 TEST_F(TypesExport, AFailedRunKeepsThePreviousExport) {
+  const std::string kZstdFull = "Error\nError writing zstd-stream: /dev/full: No space left on device\n";
   const struct {
     std::string password;
     std::vector<std::string> args;
@@ -242,10 +242,8 @@ TEST_F(TypesExport, AFailedRunKeepsThePreviousExport) {
       {"secret", {}, "Error\nError writing: standard output: No space left on device\n", 0, true},
       {"secret", {"-z", "-f", "out.xml", "-o", "atomic=1,pipeline=16"},
        "Error\nError closing gz-stream: out.xml.tmp-......: File too large\n", 500},
-      {"secret", {"-z", "-f/dev/full", "-o", "compress=zstd"},
-       "Error\nError writing zstd-stream: /dev/full: No space left on device\n"},
-      {"secret", {"-z", "-f/dev/full", "-o", "compress=zstd,level=19,pipeline=16"},
-       "Error\nError writing zstd-stream: /dev/full: No space left on device\n"},
+      {"secret", {"-z", "-f/dev/full", "-o", "compress=zstd"}, kZstdFull},
+      {"secret", {"-z", "-f/dev/full", "-o", "compress=zstd,level=19,pipeline=16"}, kZstdFull},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.errEnd);

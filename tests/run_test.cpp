@@ -189,9 +189,8 @@ const Case kCases[] = {
     {"ZstdReportNotWritable", {"-lu", "-Ppw", "-z", "-fout", "-o", "level=19,compress=zstd,report=/dev/null/r"},
      1, "Exporting database using gz \nDone\nError\nError opening: /dev/null/r: Not a directory\n",
      with([](RunSettings& s) {
-       s.outputFileName = "out"; s.gzip = true; s.extra.level = 19;
-       s.extra.compression = Compression::kZstd; s.extra.reportFile = "/dev/null/r";
-     })},
+       s.outputFileName = "out"; s.gzip = true; s.extra.level = 19; s.extra.reportFile = "/dev/null/r";
+       s.extra.compression = Compression::kZstd; })},
     {"QuietFailureKeepsItsMessage",
      {"-lu", "-Ppw", "-fout", "-otimeout=7,progress=1", "-o", "quiet=1"}, 1,
      "Error\nConnection refused\n", with([](RunSettings& s) {
