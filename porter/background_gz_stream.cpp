@@ -84,8 +84,9 @@ std::unique_ptr<CompressedOutStream> open_compressed(const std::string& fileName
 BackgroundGZOutStream::BackgroundGZOutStream(const std::string& fileName, int level,
                                              Compression compression)
     : stopsAtZero_(compression == Compression::kGzip),
-      closedText_(stopsAtZero_ ? "Error reading gz-stream: "
-                               : "Error writing zstd-stream: " + fileName + ": the stream is closed"),
+      closedText_(stopsAtZero_
+                      ? "Error reading gz-stream: "
+                      : "Error writing zstd-stream: " + fileName + ": the stream is closed"),
       shared_(std::make_unique<Shared>(open_compressed(fileName, level, compression))) {
   block_.reserve(kBlockSize);
   shared_->worker = std::thread([shared = shared_.get()] { shared->run(); });

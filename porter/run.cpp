@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 
-#include "porter/run_report.h"
 #include "porter/usage.h"
 #include "util/error.h"
 #include "util/format.h"
@@ -182,7 +181,7 @@ class CommandLine {
 }  // namespace
 
 int run_command_line(int argc, char** argv, const ExportDriver& exportDatabase, std::ostream& err,
-                     const PasswordReader& readPassword) {
+                     const PasswordReader& readPassword, const RunFilesWriter& writeRunFiles) {
   CommandLine commandLine(argc, argv, err);
   RunStatistics statistics;
   RunOutcome outcome;
@@ -212,7 +211,7 @@ int run_command_line(int argc, char** argv, const ExportDriver& exportDatabase, 
   outcome.finished = std::chrono::system_clock::now();
   outcome.error = commandLine.failureMessage;
   try {
-    write_run_files(commandLine.settings(), statistics, outcome);
+    writeRunFiles(commandLine.settings(), statistics, outcome);
   } catch (const util::Exception& e) {
     err << "Error" << line_end;
     err << e.text() << line_end;

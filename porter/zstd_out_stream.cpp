@@ -21,7 +21,8 @@ ZstdOutStream::ZstdOutStream(const std::string& fileName, int level)
     throw util::EFatal("Couldn't open for writing zstd-stream: " + fileName + ": " +
                        util::last_error_text());
   }
-  ZSTD_CCtx_setParameter(context_.get(), ZSTD_c_compressionLevel, level >= 1 ? level : kZstdDefaultLevel);
+  const int chosen = level >= 1 ? level : kZstdDefaultLevel;
+  ZSTD_CCtx_setParameter(context_.get(), ZSTD_c_compressionLevel, chosen);
   ZSTD_CCtx_setParameter(context_.get(), ZSTD_c_checksumFlag, 1);
 }
 

@@ -1,7 +1,7 @@
 // The compressing streams, gzip and zstd, each compressing in the writer's
 // thread or on a thread of its own: the same texts in the file, the same
-// failures. zstd files are read back by the zstd program. The failures of writes and closes on a full disk are in
-// atomic_output_test.
+// failures. zstd files are read back by the zstd program. The failures of
+// writes and closes on a full disk are in atomic_output_test and e2e_test.
 #include "porter/out_stream.h"
 
 #include <gtest/gtest.h>
