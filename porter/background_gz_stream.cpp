@@ -7,7 +7,6 @@
 #include <thread>
 #include <utility>
 
-#include "porter/zstd_out_stream.h"
 #include "util/error.h"
 
 namespace porter {
@@ -70,16 +69,6 @@ struct BackgroundGZOutStream::Shared {
   std::string failure;  // the text of the compressor's failure
   std::thread worker;
 };
-
-namespace {
-
-std::unique_ptr<CompressedOutStream> open_compressed(const std::string& fileName, int level,
-                                                     Compression compression) {
-  if (compression == Compression::kZstd) return std::make_unique<ZstdOutStream>(fileName, level);
-  return std::make_unique<GZOutStream>(fileName, level);
-}
-
-}  // namespace
 
 BackgroundGZOutStream::BackgroundGZOutStream(const std::string& fileName, int level,
                                              Compression compression)

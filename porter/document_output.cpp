@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <vector>
 
-#include "porter/zstd_out_stream.h"
 #include "util/error.h"
 
 namespace porter {
@@ -104,12 +103,8 @@ DocumentOutput::DocumentOutput(const std::string& fileName, bool gzip,
       return;
     }
     if (gzip) {
-      std::unique_ptr<CompressedOutStream> compressed;
-      if (options.compression == Compression::kZstd) {
-        compressed = std::make_unique<ZstdOutStream>(path, options.level);
-      } else {
-        compressed = std::make_unique<GZOutStream>(path, options.level);
-      }
+      std::unique_ptr<CompressedOutStream> compressed =
+          open_compressed(path, options.level, options.compression);
       compressed_ = compressed.get();
       stream_ = std::move(compressed);
       return;

@@ -4,9 +4,12 @@
 #define TALVIX_PORTER_OUT_STREAM_H_
 
 #include <cstdint>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <utility>
+
+#include "porter/extra_settings.h"
 
 struct gzFile_s;  // zlib's gzip file handle
 
@@ -97,6 +100,11 @@ class GZOutStream : public CompressedOutStream {
   const std::string fileName_;
   gzFile_s* file_;  // owned; null once closed
 };
+
+// Opens `fileName` as a GZOutStream or, for Compression::kZstd, a
+// ZstdOutStream (porter/zstd_out_stream.h); throws as their constructors.
+std::unique_ptr<CompressedOutStream> open_compressed(const std::string& fileName, int level,
+                                                     Compression compression);
 
 }  // namespace porter
 
