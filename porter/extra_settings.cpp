@@ -129,7 +129,7 @@ const Setting kSettings[] = {
      [](const ExtraSettings& s) { return show_seconds(s.reconnectWait); }},
     {"level",
      "level=N      compression level for -z: gzip 0 (none) to 9 (best), default 6;\n"
-     "               zstd 1 (fastest) to 19 (best), default 3",
+     "               zstd 1 (fastest) to 19 (best), default 1",
      [](const std::string& v, ExtraSettings& s) {
        uint32_t level = 0;
        if (!parse_number(v, 0, 19, level)) return false;

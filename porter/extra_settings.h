@@ -30,7 +30,7 @@ enum class Compression {
 };
 
 // The level zstd compresses at when no level is given.
-inline constexpr int32_t kZstdDefaultLevel = 3;
+inline constexpr int32_t kZstdDefaultLevel = 1;
 
 struct ExtraSettings {
   uint32_t pipeline = 1;    // requests in flight at most (1 = sequential)

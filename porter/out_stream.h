@@ -1,5 +1,5 @@
 // The sink of the export document: a sequence of texts written to a standard
-// output stream or into a gzip-compressed file.
+// output stream or into a compressed file (gzip or zstd).
 #ifndef TALVIX_PORTER_OUT_STREAM_H_
 #define TALVIX_PORTER_OUT_STREAM_H_
 

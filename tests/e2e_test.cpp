@@ -203,7 +203,7 @@ INSTANTIATE_TEST_SUITE_P(
 // A zstd file, written sequentially and by the compressor thread of a
 // pipelined export, is the plain document for the zstd program.
 TEST_F(TypesExport, ZstdFileHoldsThePlainDocument) {
-  for (const std::string settings : {"compress=zstd", "compress=zstd,level=1,pipeline=16"}) {
+  for (const std::string settings : {"compress=zstd", "compress=zstd,level=3,pipeline=16"}) {
     SCOPED_TRACE(settings);
     TempDir dir;
     const std::string file = dir.file("out.zst");

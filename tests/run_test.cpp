@@ -212,7 +212,7 @@ const Case kCases[] = {
      "  reconnect-wait=S  seconds (decimals allowed, default 1) before the first try to reconnect,\n"
      "               doubled for each further try, at most 60\n"
      "  level=N      compression level for -z: gzip 0 (none) to 9 (best), default 6;\n"
-     "               zstd 1 (fastest) to 19 (best), default 3\n"
+     "               zstd 1 (fastest) to 19 (best), default 1\n"
      "  password-file=PATH  without -P: log in with the first line of the file PATH, which\n"
      "               must be a regular file that neither group nor others may read\n"
      "  compress=C   the compressor of -z: gzip (the default) or zstd\n"
