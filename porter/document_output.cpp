@@ -193,7 +193,8 @@ void DocumentOutput::close_atomic() {
 void DocumentOutput::discard() {
   const bool open = stream_ != nullptr;
   const bool atomicFailed = !tempName_.empty();
-  if (plain_ != nullptr) documentBytes_ = plain_->accepted();
+  // plain_ and the others are left dangling by a successful atomic close.
+  if (open && plain_ != nullptr) documentBytes_ = plain_->accepted();
   stream_.reset();
   plain_ = nullptr;
   backgroundGzip_ = nullptr;
