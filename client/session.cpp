@@ -61,6 +61,7 @@ void Session::recover(std::exception_ptr lost) {
     throw util::EConnectError("Server changed its root objects between logins");
   }
   adopt(std::move(fresh));
+  ++reconnections_;
 }
 
 std::unique_ptr<Session> openSession(const net::ConnectionFactory& factory, const Login& login,

@@ -67,6 +67,11 @@ class Session {
   // The id for the next request sent through this Session: 0, 1, 2, ... in
   // the order of client::send, each Session counting on its own.
   int32_t takeRequestId() { return static_cast<int32_t>(nextRequestId_++); }
+  // The requests sent so far (a request sent again after a new login counts
+  // once).
+  uint32_t requestsSent() const { return nextRequestId_; }
+  // The lost connections replaced by a new login so far.
+  uint32_t reconnections() const { return reconnections_; }
 
   // Whether the objects among the children of the objects in an answer keep
   // their properties (true unless switched off): without them, each is
@@ -101,6 +106,7 @@ class Session {
   std::unique_ptr<protocol::BerReader> reader_;
   net::BasicIo* connection_ = nullptr;
   uint32_t nextRequestId_ = 0;
+  uint32_t reconnections_ = 0;
   bool nestedProperties_ = true;
   std::unique_ptr<Reconnector> reconnector_;
   // The bodies of the outstanding requests, kept only when reconnecting.

@@ -11,11 +11,10 @@
 
 namespace porter {
 
-// Everything the compressor thread shares with the writer. The GZOutStream
-// is used by the compressor alone until the thread has been joined.
+// Everything the compressor thread shares with the writer. The compressing
+// stream is used by the compressor alone until the thread has been joined.
 struct BackgroundGZOutStream::Shared {
-  explicit Shared(const std::string& fileName, int level)
-      : gz(std::make_unique<GZOutStream>(fileName, level)) {}
+  explicit Shared(std::unique_ptr<CompressedOutStream> stream) : gz(std::move(stream)) {}
 
   // Compresses queued blocks until stop() and an empty queue. After a
   // failure the remaining blocks are dropped.
@@ -60,7 +59,7 @@ struct BackgroundGZOutStream::Shared {
   // Raises the compressor's failure; call with `mutex` held or after stop().
   void raise_failure() const { throw util::EFatal(failure); }
 
-  std::unique_ptr<GZOutStream> gz;
+  std::unique_ptr<CompressedOutStream> gz;
   std::mutex mutex;
   std::condition_variable changed;
   std::deque<std::string> queue;  // full blocks, oldest first
@@ -71,8 +70,13 @@ struct BackgroundGZOutStream::Shared {
   std::thread worker;
 };
 
-BackgroundGZOutStream::BackgroundGZOutStream(const std::string& fileName, int level)
-    : shared_(std::make_unique<Shared>(fileName, level)) {
+BackgroundGZOutStream::BackgroundGZOutStream(const std::string& fileName, int level,
+                                             Compression compression)
+    : stopsAtZero_(compression == Compression::kGzip),
+      closedText_(stopsAtZero_
+                      ? "Error reading gz-stream: "
+                      : "Error writing zstd-stream: " + fileName + ": the stream is closed"),
+      shared_(std::make_unique<Shared>(open_compressed(fileName, level, compression))) {
   block_.reserve(kBlockSize);
   shared_->worker = std::thread([shared = shared_.get()] { shared->run(); });
 }
@@ -87,12 +91,12 @@ BackgroundGZOutStream::~BackgroundGZOutStream() {
 }
 
 BackgroundGZOutStream& BackgroundGZOutStream::write(const std::string& text) {
-  if (shared_ == nullptr) throw util::EFatal("Error reading gz-stream: ");
+  if (shared_ == nullptr) throw util::EFatal(closedText_);
   if (shared_->failed) {
     std::lock_guard<std::mutex> lock(shared_->mutex);
     shared_->raise_failure();
   }
-  const size_t zero = text.find('\0');
+  const size_t zero = stopsAtZero_ ? text.find('\0') : std::string::npos;
   block_.append(text, 0, zero);
   if (block_.size() >= kBlockSize) hand_over();
   // zlib takes a text up to its first zero byte and has no error to tell.

@@ -77,7 +77,7 @@ bool take_over_permissions(int fd, const std::string& target) {
 
 DocumentOutput::DocumentOutput(const std::string& fileName, bool gzip,
                                std::ostream& standardOutput, const OutputOptions& options)
-    : fileName_(fileName) {
+    : fileName_(fileName), targetBytes_(options.targetBytes) {
   atomic_ = options.atomic && !fileName.empty() && renaming_is_right(fileName);
   std::string path = fileName;
   if (atomic_) {
@@ -96,14 +96,16 @@ DocumentOutput::DocumentOutput(const std::string& fileName, bool gzip,
   }
   try {
     if (gzip && options.compressInBackground) {
-      auto compressed = std::make_unique<BackgroundGZOutStream>(path, options.level);
+      auto compressed =
+          std::make_unique<BackgroundGZOutStream>(path, options.level, options.compression);
       backgroundGzip_ = compressed.get();
       stream_ = std::move(compressed);
       return;
     }
     if (gzip) {
-      auto compressed = std::make_unique<GZOutStream>(path, options.level);
-      gzip_ = compressed.get();
+      std::unique_ptr<CompressedOutStream> compressed =
+          open_compressed(path, options.level, options.compression);
+      compressed_ = compressed.get();
       stream_ = std::move(compressed);
       return;
     }
@@ -123,9 +125,7 @@ DocumentOutput::DocumentOutput(const std::string& fileName, bool gzip,
   }
 }
 
-DocumentOutput::~DocumentOutput() {
-  if (atomic_) discard();
-}
+DocumentOutput::~DocumentOutput() { discard(); }
 
 void DocumentOutput::close() {
   if (atomic_) {
@@ -145,8 +145,8 @@ void DocumentOutput::close() {
 void DocumentOutput::complete_stream() {
   if (backgroundGzip_ != nullptr) {
     backgroundGzip_->close();
-  } else if (gzip_ != nullptr) {
-    gzip_->close();
+  } else if (compressed_ != nullptr) {
+    compressed_->close();
   } else {
     plain_->flush();
     if (file_ != nullptr) {
@@ -181,6 +181,7 @@ void DocumentOutput::close_atomic() {
   tempName_.clear();
   stream_.reset();
   file_.reset();
+  count_target_bytes(false);
   // Make the rename itself durable; the document is complete either way.
   const int folder = ::open(folder_of(target_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (folder >= 0) {
@@ -190,15 +191,33 @@ void DocumentOutput::close_atomic() {
 }
 
 void DocumentOutput::discard() {
+  const bool open = stream_ != nullptr;
+  const bool atomicFailed = !tempName_.empty();
+  // plain_ and the others are left dangling by a successful atomic close.
+  if (open && plain_ != nullptr) documentBytes_ = plain_->accepted();
   stream_.reset();
   plain_ = nullptr;
   backgroundGzip_ = nullptr;
-  gzip_ = nullptr;
+  compressed_ = nullptr;
   file_.reset();
   if (tempFd_ >= 0) ::close(tempFd_);
   tempFd_ = -1;
   if (!tempName_.empty()) ::unlink(tempName_.c_str());
   tempName_.clear();
+  if (open) count_target_bytes(atomicFailed);
+}
+
+void DocumentOutput::count_target_bytes(bool atomicFailed) {
+  if (targetBytes_ == nullptr) return;
+  struct stat info {};
+  if (atomicFailed) {
+    *targetBytes_ = 0;
+  } else if (!fileName_.empty() && ::stat((atomic_ ? target_ : fileName_).c_str(), &info) == 0 &&
+             S_ISREG(info.st_mode)) {
+    *targetBytes_ = static_cast<uint64_t>(info.st_size);
+  } else {
+    *targetBytes_ = documentBytes_;
+  }
 }
 
 }  // namespace porter

@@ -1,6 +1,6 @@
 // Where the export document goes: standard output, a plain file or a gzip
-// file (compressed in the writing thread, or on a thread of its own when
-// asked), written in place or (atomic)
+// or zstd file (compressed in the writing thread, or on a thread of its own
+// when asked), written in place or (atomic)
 // into a temporary file that replaces the target only once the document is
 // complete.
 #ifndef TALVIX_PORTER_DOCUMENT_OUTPUT_H_
@@ -27,16 +27,23 @@ struct OutputOptions {
   // would give it. Any other target (FIFO, device, socket) and standard
   // output are written in place as without the setting.
   bool atomic = false;
-  int32_t level = -1;  // gzip level 0..9; -1 = zlib's default
+  int32_t level = -1;  // gzip 0..9, zstd 1..19; -1 = the compressor's default
+  Compression compression = Compression::kGzip;  // what `gzip` compresses with
   // Compress on a thread of its own (BackgroundGZOutStream) instead of in
   // every write; the file's text is the same, but a compressor failure may
   // surface at a later write or at close().
   bool compressInBackground = false;
+  // When given: set when the output is done with (closed or destroyed) to the
+  // bytes the target holds from this run: the size of a file written (0 when
+  // an atomic output failed and left the target as it was); for standard
+  // output and a plain target that is not a regular file, the document's
+  // bytes written to it (a compressed one counts 0). Must outlive the output.
+  uint64_t* targetBytes = nullptr;
 };
 
 class DocumentOutput {
  public:
-  // Opens the output: a gzip file with `gzip` (the file name is then never
+  // Opens the output: a compressed file with `gzip` (the file name is then never
   // empty), standard output when `fileName` is empty, else a plain file that
   // is created or truncated (in place; or the temporary file when atomic).
   // Throws util::EFatal: "Error opening: <name>: <system text>" for a plain
@@ -46,7 +53,7 @@ class DocumentOutput {
   // Every write failure is thrown as util::EFatal as soon as it is seen: by
   // a write of stream(), at the latest by close(). Plain file and standard
   // output: "Error writing: <name>: <system text>" (<name> is "standard
-  // output" for it); gzip: GZOutStream's texts.
+  // output" for it); gzip: GZOutStream's texts; zstd: ZstdOutStream's.
   DocumentOutput(const std::string& fileName, bool gzip, std::ostream& standardOutput,
                  const OutputOptions& options = OutputOptions());
   DocumentOutput(const DocumentOutput&) = delete;
@@ -70,6 +77,7 @@ class DocumentOutput {
   void complete_stream();
   void close_atomic();
   void discard();
+  void count_target_bytes(bool atomicFailed);
 
   const std::string fileName_;
   bool atomic_ = false;
@@ -78,10 +86,12 @@ class DocumentOutput {
   int tempFd_ = -1;       // kept open to fsync the finished file (atomic only)
   CPPOutStream* plain_ = nullptr;  // the stream_ when it is standard output or a plain file
   std::unique_ptr<std::ofstream> file_;
-  // The stream_ when it is a gzip file, of one kind or the other.
+  // The stream_ when it is a compressed file, of one kind or the other.
   BackgroundGZOutStream* backgroundGzip_ = nullptr;
-  GZOutStream* gzip_ = nullptr;
+  CompressedOutStream* compressed_ = nullptr;
   std::unique_ptr<OutStream> stream_;
+  uint64_t* const targetBytes_;
+  uint64_t documentBytes_ = 0;  // handed to a plain stream that was dropped since
 };
 
 }  // namespace porter

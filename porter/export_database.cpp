@@ -41,7 +41,8 @@ std::string find_export_root(WalkSource& source, const client::Session& session,
 
 }  // namespace
 
-void export_database(const RunSettings& settings, const ExportEnvironment& environment) {
+void export_database(const RunSettings& settings, const ExportEnvironment& environment,
+                     RunStatistics* statistics) {
   const ExtraSettings& extra = settings.extra;
   const net::ConnectionFactory tcp =
       extra.timeout > 0 ? net::timedConnectionFactory(extra.timeout) : net::ConnectionFactory();
@@ -60,6 +61,16 @@ void export_database(const RunSettings& settings, const ExportEnvironment& envir
       client::Login(settings.server, static_cast<uint32_t>(settings.port), "Exporter",
                     settings.login, settings.password, settings.loginDomain),
       reconnecting);
+  // The session's counts reach the statistics however the export ends.
+  struct CountSession {
+    const client::Session& session;
+    RunStatistics* statistics;
+    ~CountSession() {
+      if (statistics == nullptr) return;
+      statistics->requests = session.requestsSent();
+      statistics->reconnects = session.reconnections();
+    }
+  } countSession{*session, statistics};
   // The walk reads nothing of an answer's children but their class, flags,
   // id and children; their properties are checked and freed as they arrive.
   session->keepNestedProperties(false);
@@ -91,8 +102,11 @@ void export_database(const RunSettings& settings, const ExportEnvironment& envir
 
   DocumentOutput output(settings.outputFileName, settings.gzip, *environment.standardOutput,
                         // A pipelined export keeps its own thread busy; compress beside it.
-                        OutputOptions{extra.atomic, extra.level, extra.pipeline > 1});
-  XMLExport writer(progress.watch(output.stream()), progress.notices(), environment.clock);
+                        OutputOptions{extra.atomic, extra.level, extra.compression,
+                                      extra.pipeline > 1,
+                                      statistics != nullptr ? &statistics->bytes : nullptr});
+  XMLExport writer(progress.watch(output.stream()), progress.notices(), environment.clock,
+                   statistics);
 
   std::shared_ptr<client::Select> treeSelect =
       source.select({RequestKind::kReselect, domain->id(), {}});

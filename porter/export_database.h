@@ -6,6 +6,7 @@
 
 #include "net/connection.h"
 #include "porter/options.h"
+#include "porter/run_statistics.h"
 #include "porter/xml_export.h"
 
 namespace porter {
@@ -38,8 +39,10 @@ struct ExportEnvironment {
 // existing"), an output that cannot be opened and the walk's own failures,
 // and the errors of the layers below. A failure after the output was opened
 // leaves what was written in it (see DocumentOutput for -o atomic=1).
+// `statistics`, when given, is filled as far as the export gets.
 void export_database(const RunSettings& settings,
-                     const ExportEnvironment& environment = ExportEnvironment());
+                     const ExportEnvironment& environment = ExportEnvironment(),
+                     RunStatistics* statistics = nullptr);
 
 }  // namespace porter
 

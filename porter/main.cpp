@@ -15,6 +15,8 @@ int main(int argc, char** argv) {
   environment.errorIsTerminal = isatty(STDERR_FILENO) == 1;
   return porter::run_command_line(
       argc, argv,
-      [&environment](const porter::RunSettings& s) { porter::export_database(s, environment); },
+      [&environment](const porter::RunSettings& s, porter::RunStatistics& statistics) {
+        porter::export_database(s, environment, &statistics);
+      },
       std::cerr);
 }

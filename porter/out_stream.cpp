@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "porter/zstd_out_stream.h"
 #include "util/error.h"
 
 namespace porter {
@@ -22,6 +23,7 @@ CPPOutStream::~CPPOutStream() {
 CPPOutStream& CPPOutStream::write(const std::string& text) {
   if (gathered_.empty()) gathered_.reserve(kPieceSize + 4096);
   gathered_ += text;
+  accepted_ += text.size();
   if (gathered_.size() >= kPieceSize) hand_over();
   return *this;
 }
@@ -102,6 +104,12 @@ GZOutStream& GZOutStream::write(const std::string& text) {
     throw util::EFatal(std::string("Error reading gz-stream: ") + (message ? message : ""));
   }
   return *this;
+}
+
+std::unique_ptr<CompressedOutStream> open_compressed(const std::string& fileName, int level,
+                                                     Compression compression) {
+  if (compression == Compression::kZstd) return std::make_unique<ZstdOutStream>(fileName, level);
+  return std::make_unique<GZOutStream>(fileName, level);
 }
 
 }  // namespace porter

@@ -1,11 +1,15 @@
 // The sink of the export document: a sequence of texts written to a standard
-// output stream or into a gzip-compressed file.
+// output stream or into a compressed file (gzip or zstd).
 #ifndef TALVIX_PORTER_OUT_STREAM_H_
 #define TALVIX_PORTER_OUT_STREAM_H_
 
+#include <cstdint>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <utility>
+
+#include "porter/extra_settings.h"
 
 struct gzFile_s;  // zlib's gzip file handle
 
@@ -48,6 +52,9 @@ class CPPOutStream : public OutStream {
   // throws as write() when that fails.
   void flush();
 
+  // The bytes of every text written so far.
+  uint64_t accepted() const { return accepted_; }
+
  private:
   void hand_over();
   void check() const;
@@ -55,12 +62,22 @@ class CPPOutStream : public OutStream {
   std::ostream* stream_;
   const std::string name_;
   std::string gathered_;
+  uint64_t accepted_ = 0;
+};
+
+// A compressed file: opened by the constructor, completed by close() or,
+// unchecked, by the destructor.
+class CompressedOutStream : public OutStream {
+ public:
+  // Completes and closes the file; throws util::EFatal naming the file when
+  // that fails. Closed either way afterwards; closing again does nothing.
+  virtual void close() = 0;
 };
 
 // Compresses the document into a gzip file. The file is opened (created or
 // truncated) by the constructor and completed (compressor flushed, gzip
 // trailer written) by close() or, unchecked, by the destructor.
-class GZOutStream : public OutStream {
+class GZOutStream : public CompressedOutStream {
  public:
   // Opens with zlib's mode "wb" (default level) or, for a `level` from 0 to
   // 9, "wb<level>". Throws util::EFatal "Couldn't open for writing
@@ -72,7 +89,7 @@ class GZOutStream : public OutStream {
   // Completes and closes the file; throws util::EFatal "Error closing
   // gz-stream: <fileName>: <zlib's text>" when zlib reports a failure. The
   // stream is closed afterwards either way and must not be written to.
-  void close();
+  void close() override;
 
   // Throws util::EFatal "Error reading gz-stream: <zlib's text>" when fewer
   // bytes than the text has were taken; a zero byte in the text ends what
@@ -83,6 +100,11 @@ class GZOutStream : public OutStream {
   const std::string fileName_;
   gzFile_s* file_;  // owned; null once closed
 };
+
+// Opens `fileName` as a GZOutStream or, for Compression::kZstd, a
+// ZstdOutStream (porter/zstd_out_stream.h); throws as their constructors.
+std::unique_ptr<CompressedOutStream> open_compressed(const std::string& fileName, int level,
+                                                     Compression compression);
 
 }  // namespace porter
 

@@ -1,5 +1,6 @@
 #include "porter/run.h"
 
+#include <chrono>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -33,7 +34,14 @@ class CommandLine {
     std::optional<std::string> value;
     for (;;) {
       int letter = scanner.next(value);
-      if (letter == kOptionsEnd) return std::nullopt;
+      if (letter == kOptionsEnd) {
+        // Settings that depend on each other are checked once all are known.
+        if (std::string complaint = check_extra_settings(settings_.extra); !complaint.empty()) {
+          err_ << "Error: " << complaint << line_end;
+          return fail_with_hint();
+        }
+        return std::nullopt;
+      }
 
       if (!value && letter != 'c' && letter != 'h' && letter != 'z') {
         err_ << "Error: Option -" << static_cast<char>(letter) << " needs a argument." << line_end;
@@ -129,24 +137,27 @@ class CommandLine {
     }
     std::memset(buffer, 0, sizeof buffer);
     if (failure != nullptr) {
-      err_ << "Error getting password" << line_end;
+      failureMessage = "Error getting password";
+      err_ << failureMessage << line_end;
       return 1;
     }
     return std::nullopt;
   }
 
-  void run_export(const ExportDriver& exportDatabase) {
+  void run_export(const ExportDriver& exportDatabase, RunStatistics& statistics) {
     const bool framed = framed_export(settings_);
     if (framed) {
       err_ << "Exporting database";
       if (settings_.gzip) err_ << " using gz ";
       err_ << std::flush;
     }
-    exportDatabase(settings_);
+    exportDatabase(settings_, statistics);
     if (framed) err_ << "\nDone" << line_end;
   }
 
   const RunSettings& settings() const { return settings_; }
+  // The message of a failure that ended the run; empty when none did.
+  std::string failureMessage;
 
  private:
   // Overwrites an argument's text in place, so that the process list (ps,
@@ -170,23 +181,43 @@ class CommandLine {
 }  // namespace
 
 int run_command_line(int argc, char** argv, const ExportDriver& exportDatabase, std::ostream& err,
-                     const PasswordReader& readPassword) {
+                     const PasswordReader& readPassword, const RunFilesWriter& writeRunFiles) {
   CommandLine commandLine(argc, argv, err);
+  RunStatistics statistics;
+  RunOutcome outcome;
+  bool pastOptions = false;
+  outcome.exitCode = [&] {
+    try {
+      if (auto code = commandLine.scan()) return *code;
+      if (auto code = commandLine.check()) return *code;
+      pastOptions = true;
+      outcome.started = std::chrono::system_clock::now();
+      if (auto code = commandLine.ask_password(readPassword)) return *code;
+      commandLine.run_export(exportDatabase, statistics);
+      return 0;
+    } catch (const util::EConnectError& e) {
+      err << "Failed connecting to server " << commandLine.settings().server << line_end;
+      err << e.text() << line_end;
+      commandLine.failureMessage = e.text();
+      return 1;
+    } catch (const util::Exception& e) {
+      err << "Error" << line_end;
+      err << e.text() << line_end;
+      commandLine.failureMessage = e.text();
+      return 1;
+    }
+  }();
+  if (!pastOptions) return outcome.exitCode;
+  outcome.finished = std::chrono::system_clock::now();
+  outcome.error = commandLine.failureMessage;
   try {
-    if (auto code = commandLine.scan()) return *code;
-    if (auto code = commandLine.check()) return *code;
-    if (auto code = commandLine.ask_password(readPassword)) return *code;
-    commandLine.run_export(exportDatabase);
-    return 0;
-  } catch (const util::EConnectError& e) {
-    err << "Failed connecting to server " << commandLine.settings().server << line_end;
-    err << e.text() << line_end;
-    return 1;
+    writeRunFiles(commandLine.settings(), statistics, outcome);
   } catch (const util::Exception& e) {
     err << "Error" << line_end;
     err << e.text() << line_end;
     return 1;
   }
+  return outcome.exitCode;
 }
 
 }  // namespace porter

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "porter/out_stream.h"
+#include "porter/run_statistics.h"
 #include "protocol/messages_data.h"
 #include "protocol/property_codec.h"
 #include "protocol/property_values.h"
@@ -277,8 +278,8 @@ void append_incident_row(const IncidentRow& row, std::string& out) {
 
 int64_t XMLExport::system_clock() { return static_cast<int64_t>(time(nullptr)); }
 
-XMLExport::XMLExport(OutStream& out, std::ostream& err, Clock clock)
-    : out_(out), err_(err), clock_(clock) {}
+XMLExport::XMLExport(OutStream& out, std::ostream& err, Clock clock, RunStatistics* statistics)
+    : out_(out), err_(err), clock_(clock), statistics_(statistics) {}
 
 void XMLExport::indent(std::string& text) const {
   for (int32_t i = 0; i < depth_; ++i) text += kIndentUnit;
@@ -292,10 +293,17 @@ void XMLExport::writeHeader() {
   out_.write("</Meta>");
 }
 
-void XMLExport::openObject(std::string_view type, std::string_view id) { open(id, type, {}); }
+void XMLExport::openObject(std::string_view type, std::string_view id) {
+  open(id, type, {});
+  if (statistics_ != nullptr) {
+    ++statistics_->objects;
+    ++statistics_->objectsByClass[std::string(type)];
+  }
+}
 
 void XMLExport::openSeries(std::string_view indexName, std::string_view datatype) {
   open(indexName, "Data", datatype);
+  if (statistics_ != nullptr) ++statistics_->historySeries;
 }
 
 void XMLExport::open(std::string_view id, std::string_view type, std::string_view datatype) {
@@ -387,6 +395,7 @@ void XMLExport::writeData(int32_t datatype, const Rows& rows) {
       }
     }
     out_.write(line);
+    if (statistics_ != nullptr) ++statistics_->historyRows;
   }
 }
 

@@ -31,6 +31,7 @@ class Property;
 namespace porter {
 
 class OutStream;
+struct RunStatistics;
 
 class XMLExport {
  public:
@@ -41,8 +42,11 @@ class XMLExport {
 
   // Writes to `out`; `err` receives the notice about a negative Date
   // ("(ignoring date less than zero)"). Both must outlive the writer.
-  // `clock` is read once per writeHeader().
-  XMLExport(OutStream& out, std::ostream& err, Clock clock = system_clock);
+  // `clock` is read once per writeHeader(). `statistics`, when given, counts
+  // the Object elements by type, the history series and the Data elements
+  // written; it must outlive the writer.
+  XMLExport(OutStream& out, std::ostream& err, Clock clock = system_clock,
+            RunStatistics* statistics = nullptr);
   XMLExport(const XMLExport&) = delete;
   XMLExport& operator=(const XMLExport&) = delete;
 
@@ -90,6 +94,7 @@ class XMLExport {
   OutStream& out_;
   std::ostream& err_;
   const Clock clock_;
+  RunStatistics* const statistics_;
   int32_t depth_ = 0;
   // The element being composed; kept for its capacity.
   std::string scratch_;

@@ -200,6 +200,24 @@ INSTANTIATE_TEST_SUITE_P(
         VariantCase{"ExportDomainNotIncluded", {"-I", "Node", "-e", "east"}, kHeader, ""}),
     [](const ::testing::TestParamInfo<VariantCase>& info) { return info.param.name; });
 
+// A zstd file, written sequentially and by the compressor thread of a
+// pipelined export, is the plain document for the zstd program.
+TEST_F(TypesExport, ZstdFileHoldsThePlainDocument) {
+  for (const std::string settings : {"compress=zstd", "compress=zstd,level=3,pipeline=16"}) {
+    SCOPED_TRACE(settings);
+    TempDir dir;
+    const std::string file = dir.file("out.zst");
+    const RunResult run = support::run_process(
+        kExporter, login_args(server_->port(), {"-z", "-f" + file, "-o", settings}), "", kRunLimit);
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.err, "Exporting database using gz " + kFullErr + "\nDone\n");
+    const RunResult plain = support::run_process("/usr/bin/zstd", {"-dcq", file}, "", kRunLimit);
+    std::string problem;
+    EXPECT_EQ(support::mask_timestamp(plain.out, run.started, run.ended, problem), kFull);
+    EXPECT_EQ(problem, "");
+  }
+}
+
 // Failed runs leave the previous export as it was and nothing beside it:
 // before the output is opened, export domains that are not there (a missing
 // second level, a subdomain name only found further down) and a refused
@@ -208,6 +226,7 @@ INSTANTIATE_TEST_SUITE_P(
 // cases of every output kind are in atomic_output_test). Each ends with exit
 // code 1 and its message, never with "Done".
 TEST_F(TypesExport, AFailedRunKeepsThePreviousExport) {
+  const std::string kZstdFull = "Error\nError writing zstd-stream: /dev/full: No space left on device\n";
   const struct {
     std::string password;
     std::vector<std::string> args;
@@ -223,6 +242,8 @@ TEST_F(TypesExport, AFailedRunKeepsThePreviousExport) {
       {"secret", {}, "Error\nError writing: standard output: No space left on device\n", 0, true},
       {"secret", {"-z", "-f", "out.xml", "-o", "atomic=1,pipeline=16"},
        "Error\nError closing gz-stream: out.xml.tmp-......: File too large\n", 500},
+      {"secret", {"-z", "-f/dev/full", "-o", "compress=zstd"}, kZstdFull},
+      {"secret", {"-z", "-f/dev/full", "-o", "compress=zstd,level=19,pipeline=16"}, kZstdFull},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.errEnd);

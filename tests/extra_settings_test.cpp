@@ -50,6 +50,11 @@ TEST(ApplyExtraSettingsTest, GivesSettingsOrComplaint) {
       {"atomic=\t", bad("\"\\t\"", "atomic", "0 or 1")},
       {"password-file=a=b/pw", "", with([](ExtraSettings& s) { s.passwordFile = "a=b/pw"; })},
       {"password-file=", bad("\"\"", "password-file", "a file name")},
+      {"compress=zstd,report=r.json,metrics=m", "", with([](ExtraSettings& s) {
+         s.compression = porter::Compression::kZstd; s.reportFile = "r.json"; s.metricsFile = "m";
+       })},
+      {"compress=lz4", bad("\"lz4\"", "compress", "gzip or zstd")},
+      {"compress=zstd,level=20", bad("\"20\"", "level", "a whole number from 1 to 19 with compress=zstd")},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);

@@ -5,14 +5,18 @@
 // documents are those of the sequential run.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <map>
 #include <memory>
+#include <sstream>
 #include <set>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "server/server_options.h"
+#include "support/process.h"
 #include "support/run_export.h"
 #include "support/server_harness.h"
 
@@ -137,6 +141,94 @@ TEST(ReconnectingExport, EndsAsWithoutItWhenTheServerDoesNotComeBack) {
                             : "Error\nError reading: OsalSocket::read end of stream\n";
     const size_t at = outcome.errors.find("Conn");
     EXPECT_EQ(at == std::string::npos ? outcome.errors : outcome.errors.substr(at), expected);
+  }
+}
+
+// The run report and the metrics as Python's json module and the Prometheus
+// text parser read them: "name=value" lines; metric samples with the labels
+// of a run against 127.0.0.1 and "." carry no labels in their name.
+const char kReadRunFiles[] = R"(import json, sys
+from prometheus_client.parser import text_string_to_metric_families
+r = json.load(open(sys.argv[1]))
+print('keys=' + ','.join(r))
+[print('report.%s=%s' % (k, v)) for k, v in r.items() if not isinstance(v, dict)]
+fams = list(text_string_to_metric_families(open(sys.argv[2]).read()))
+print('families=%d:%s' % (len(fams), ','.join(sorted({f.type for f in fams if f.documentation}))))
+for f in fams:
+    for s in f.samples:
+        std = s.labels == {'server': '127.0.0.1', 'export_domain': '.'}
+        print('%s%s=%r' % (s.name, '' if std else s.labels, s.value))
+)";
+
+// Runs ending in each way, one after the other on the same two files: a run
+// after a garbled metrics file, a complete one, one whose lost connection
+// is survived, and failed runs, which keep the time of the last success.
+TEST(RunFiles, TellHowEachRunEndedWithoutThePassword) {
+  std::shared_ptr<const server::Database> db = tricky_database();
+  TestServer plain(db);
+  server::ServerOptions closing;
+  closing.faults.closeAtRequest = 5;
+  TestServer lost(db, closing);
+  closing.faults.faultConnections = 1;
+  TestServer once(db, closing);
+  support::TempDir dir;
+  const std::string report = dir.file("report.json"), metrics = dir.file("metrics.prom");
+  support::write_file(metrics, "talvix_export_last_success_timestamp_seconds{a=\"}\"} 1x\n");
+  const std::string keys = "status,exit_code,error,started,finished,duration_seconds,server,port,"
+                           "login_domain,user,export_domain,output,compression,bytes,objects,"
+                           "objects_by_class,history_series,history_rows,requests,reconnects,settings";
+  using Expected = std::map<std::string, std::string>;
+  const struct { const TestServer& server; std::vector<std::string> args; Expected expected; } cases[] = {
+      {plain, {"-d", "elsewhere"},
+       {{"keys", keys}, {"report.error", "Wrong username / password"}, {"report.requests", "0"},
+        {"report.login_domain", "elsewhere"}, {"talvix_export_success", "0.0"},
+        {"talvix_export_last_success_timestamp_seconds", "0.0"}}},
+      {plain, {"-z", "-f" + dir.file("out.zst"), "-o", "compress=zstd"},
+       {{"report.compression", "zstd"},
+        {"report.output", dir.file("out.zst")}, {"families", "8:gauge"}, {"talvix_export_success", "1.0"}}},
+      {once, {"-o", "reconnect=3,reconnect-wait=0"},
+       {{"report.reconnects", "1"}, {"talvix_export_reconnects", "1.0"}}},
+      {lost, {}, {{"report.exit_code", "1"}, {"report.error", "Error reading: OsalSocket::read end of stream"},
+                  {"report.reconnects", "0"}, {"talvix_export_success", "0.0"}}},
+      {plain, {"-f/dev/full"},
+       {{"report.error", "Error writing: /dev/full: No space left on device"},
+        {"report.compression", "none"}, {"report.output", "/dev/full"}}},
+  };
+  std::string lastSuccess = "0.0";
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args.empty() ? "connection lost" : c.args.back());
+    std::vector<std::string> args = c.args;
+    args.insert(args.end(), {"-o", "report=" + report + ",metrics=" + metrics});
+    const Outcome outcome = run_exporter(c.server.port(), args);
+    const support::RunResult read = support::run_process(
+        "/usr/bin/python3", {"-c", kReadRunFiles, report, metrics}, dir.path(), std::chrono::seconds(60));
+    ASSERT_EQ(read.exitCode, 0) << read.err;
+    std::map<std::string, std::string> got;
+    std::istringstream lines(read.out);
+    for (std::string line; std::getline(lines, line);) {
+      const size_t equals = line.find('=');
+      got[line.substr(0, equals)] = line.substr(equals + 1);
+    }
+    for (const auto& [key, value] : c.expected) EXPECT_EQ(got[key], value) << key;
+    const bool ok = outcome.exitCode == 0;
+    EXPECT_EQ(got["report.status"], ok ? "ok" : "failed");
+    if (ok) lastSuccess = got["talvix_export_last_run_timestamp_seconds"];
+    EXPECT_EQ(got["talvix_export_last_success_timestamp_seconds"], lastSuccess);
+    EXPECT_EQ(got["talvix_export_objects"], got["report.objects"] + ".0");
+    if (ok && !outcome.document.empty()) {
+      // The counts against the document itself.
+      const auto count = [&](const std::string& text) {
+        size_t n = 0;
+        for (size_t at = 0; (at = outcome.document.find(text, at)) != std::string::npos; ++at) ++n;
+        return std::to_string(n);
+      };
+      EXPECT_EQ(got["report.history_series"], count("type=\"Data\""));
+      EXPECT_EQ(got["report.history_rows"], count("<Data "));
+      EXPECT_EQ(got["report.bytes"], std::to_string(outcome.document.size()));
+      EXPECT_EQ(std::stoul(got["report.objects"]) + std::stoul(got["report.history_series"]),
+                std::stoul(count("<Object ")));
+    }
+    EXPECT_EQ((support::read_file(report) + support::read_file(metrics)).find("secret"), std::string::npos);
   }
 }
 

@@ -115,7 +115,7 @@ TEST_P(RunTest, MessagesExitCodeAndExportedSettings) {
   std::ostringstream err;
   int driverCalls = 0;
   RunSettings received;
-  auto driver = [&](const RunSettings& s) {
+  auto driver = [&](const RunSettings& s, RunStatistics&) {
     ++driverCalls;
     received = s;
     if (c.exportFails) throw util::ESystemError("Connection refused");
@@ -179,6 +179,18 @@ const Case kCases[] = {
     // with its message. (A file export with progress is framed: EveryOption.)
     {"SettingBadValue", {"-o", "level=x"}, 1,
      "Error: bad value \"x\" for -o level: expected a whole number from 0 to 9\n" + kHint},
+    // The level's range follows the compressor chosen by any -o.
+    {"ZstdLevelCheckedAtTheEnd", {"-o", "level=0", "-o", "compress=zstd"}, 1,
+     "Error: bad value \"0\" for -o level: expected a whole number from 1 to 19 with "
+     "compress=zstd\n" + kHint},
+    {"GzipAgainLevelCheckedAtTheEnd", {"-o", "compress=zstd,level=19,compress=gzip"}, 1,
+     "Error: bad value \"19\" for -o level: expected a whole number from 0 to 9\n" + kHint},
+    // A report that cannot be written fails a finished export.
+    {"ZstdReportNotWritable", {"-lu", "-Ppw", "-z", "-fout", "-o", "level=19,compress=zstd,report=/dev/null/r"},
+     1, "Exporting database using gz \nDone\nError\nError opening: /dev/null/r: Not a directory\n",
+     with([](RunSettings& s) {
+       s.outputFileName = "out"; s.gzip = true; s.extra.level = 19; s.extra.reportFile = "/dev/null/r";
+       s.extra.compression = Compression::kZstd; })},
     {"QuietFailureKeepsItsMessage",
      {"-lu", "-Ppw", "-fout", "-otimeout=7,progress=1", "-o", "quiet=1"}, 1,
      "Error\nConnection refused\n", with([](RunSettings& s) {
@@ -199,9 +211,15 @@ const Case kCases[] = {
      "               (1 to 100; 0, the default, never) and go on where the export was\n"
      "  reconnect-wait=S  seconds (decimals allowed, default 1) before the first try to reconnect,\n"
      "               doubled for each further try, at most 60\n"
-     "  level=N      gzip compression level 0 (none) to 9 (best) for -z\n"
+     "  level=N      compression level for -z: gzip 0 (none) to 9 (best), default 6;\n"
+     "               zstd 1 (fastest) to 19 (best), default 1\n"
      "  password-file=PATH  without -P: log in with the first line of the file PATH, which\n"
      "               must be a regular file that neither group nor others may read\n"
+     "  compress=C   the compressor of -z: gzip (the default) or zstd\n"
+     "  report=PATH  at the end of the run, success or failure, write a report of it (JSON)\n"
+     "               to PATH, replacing it whole\n"
+     "  metrics=PATH at the end of the run, write its metrics (Prometheus text format) to PATH,\n"
+     "               replacing it whole; a failed run keeps the time of the last success\n"
      "  help         print this list and exit\n"},
 
     // The checks after scanning, in their order (the missing login is
@@ -245,7 +263,7 @@ INSTANTIATE_TEST_SUITE_P(Table, RunTest, testing::ValuesIn(kCases),
 TEST(RunCommandLineTest, NoArgumentsMissLoginAndDefaultsAreDocumented) {
   char* argv[] = {nullptr};
   std::ostringstream err;
-  EXPECT_EQ(run_command_line(0, argv, [](const RunSettings&) { ADD_FAILURE(); }, err), 1);
+  EXPECT_EQ(run_command_line(0, argv, [](const RunSettings&, RunStatistics&) { ADD_FAILURE(); }, err), 1);
   EXPECT_EQ(err.str(), "Error: Missing login argument!\n\n" + usage(""));
   const RunSettings s;
   EXPECT_EQ(s.format + " " + s.server + " " + std::to_string(s.port) + " " + s.loginDomain + " " +

@@ -97,9 +97,9 @@ Outcome run_exporter(uint16_t port, std::vector<std::string> args, uint32_t dept
   environment.pipelineStats = &outcome.stats;
   outcome.exitCode = porter::run_command_line(
       static_cast<int>(line.size()), argv.data(),
-      [&](const porter::RunSettings& s) {
+      [&](const porter::RunSettings& s, porter::RunStatistics& statistics) {
         try {
-          porter::export_database(s, environment);
+          porter::export_database(s, environment, &statistics);
         } catch (const util::Exception& e) {
           outcome.failure = e.text();
           throw;
