@@ -1,7 +1,6 @@
 #include "audit/document_input.h"
 
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <unistd.h>
 #include <zlib.h>
 #include <zstd.h>
@@ -11,12 +10,13 @@
 
 #include "audit/faults.h"
 #include "util/error.h"
+#include "util/sha256.h"
 
 namespace audit {
 
 namespace {
 
-constexpr size_t kRawPiece = 1 << 18;
+constexpr size_t kRawPiece = 1 << 16;
 constexpr unsigned char kGzipMagic[] = {0x1f, 0x8b};
 constexpr unsigned char kZstdMagic[] = {0x28, 0xb5, 0x2f, 0xfd};
 
@@ -25,16 +25,6 @@ bool starts_with(const char* data, size_t size, const unsigned char* magic, size
 }
 
 }  // namespace
-
-struct DocumentInput::Hash {
-  Hash() : context(EVP_MD_CTX_new()) {
-    if (context == nullptr || EVP_DigestInit_ex(context, EVP_sha256(), nullptr) != 1) {
-      throw Trouble("SHA-256 is not available");
-    }
-  }
-  ~Hash() { EVP_MD_CTX_free(context); }
-  EVP_MD_CTX* context;
-};
 
 // The decompressor of a gzip or zstd container; one of the two is in use.
 struct DocumentInput::Decoder {
@@ -49,7 +39,7 @@ struct DocumentInput::Decoder {
   size_t zstdPending = 0;  // zstd: the last hint; 0 when a frame is complete
 };
 
-DocumentInput::DocumentInput(const std::string& path) : path_(path), hash_(std::make_unique<Hash>()) {
+DocumentInput::DocumentInput(const std::string& path) : path_(path), hash_(std::make_unique<util::Sha256>()) {
   if (path == "-") {
     fd_ = STDIN_FILENO;
   } else {
@@ -60,8 +50,8 @@ DocumentInput::DocumentInput(const std::string& path) : path_(path), hash_(std::
   raw_.resize(kRawPiece);
 }
 
-DocumentInput::DocumentInput(std::string_view bytes)
-    : path_("(memory)"), memory_(bytes), hash_(std::make_unique<Hash>()) {
+DocumentInput::DocumentInput(InMemory, std::string_view bytes)
+    : path_("(memory)"), memory_(bytes), hash_(std::make_unique<util::Sha256>()) {
   raw_.resize(kRawPiece);
 }
 
@@ -87,21 +77,17 @@ bool DocumentInput::fill() {
   if (rawEof_) return false;
   rawPos_ = 0;
   rawEnd_ = read_raw(raw_.data(), raw_.size());
-  if (rawEnd_ == 0) {
+  note_raw(raw_.data(), rawEnd_);
+  return rawEnd_ > 0;
+}
+
+void DocumentInput::note_raw(const char* bytes, size_t size) {
+  fileBytes_ += size;
+  hash_->update(std::string_view(bytes, size));
+  if (size == 0 && !rawEof_) {
     rawEof_ = true;
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_DigestFinal_ex(hash_->context, digest, &length);
-    static const char kHex[] = "0123456789abcdef";
-    for (unsigned int i = 0; i < length; ++i) {
-      digest_ += kHex[digest[i] >> 4];
-      digest_ += kHex[digest[i] & 15];
-    }
-    return false;
+    digest_ = hash_->hex_digest();
   }
-  fileBytes_ += rawEnd_;
-  EVP_DigestUpdate(hash_->context, raw_.data(), rawEnd_);
-  return true;
 }
 
 void DocumentInput::sniff() {
@@ -109,9 +95,7 @@ void DocumentInput::sniff() {
   // The magic numbers may arrive in more than one read (a pipe).
   while (!rawEof_ && rawEnd_ < 4) {
     const size_t n = read_raw(raw_.data() + rawEnd_, raw_.size() - rawEnd_);
-    if (n == 0) break;
-    fileBytes_ += n;
-    EVP_DigestUpdate(hash_->context, raw_.data() + rawEnd_, n);
+    note_raw(raw_.data() + rawEnd_, n);
     rawEnd_ += n;
   }
   if (starts_with(raw_.data(), rawEnd_, kGzipMagic, sizeof kGzipMagic)) {
@@ -138,7 +122,13 @@ Container DocumentInput::container() {
 size_t DocumentInput::read(char* buffer, size_t size) {
   if (!sniffed_) sniff();
   if (container_ == Container::kPlain) {
-    if (rawPos_ == rawEnd_ && !fill()) return 0;
+    if (rawPos_ == rawEnd_ && !rawEof_) {
+      // Past the sniffed piece the text is read straight into `buffer`.
+      const size_t n = read_raw(buffer, size);
+      note_raw(buffer, n);
+      return n;
+    }
+    if (rawPos_ == rawEnd_) return 0;
     const size_t n = std::min(size, rawEnd_ - rawPos_);
     std::memcpy(buffer, raw_.data() + rawPos_, n);
     rawPos_ += n;

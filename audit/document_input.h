@@ -12,6 +12,10 @@
 #include <string_view>
 #include <vector>
 
+namespace util {
+class Sha256;
+}
+
 namespace audit {
 
 enum class Container { kPlain, kGzip, kZstd };
@@ -22,7 +26,8 @@ class DocumentInput {
   // text>" when it cannot be opened.
   explicit DocumentInput(const std::string& path);
   // Reads `bytes`, which must outlive the object.
-  explicit DocumentInput(std::string_view bytes);
+  struct InMemory {};
+  DocumentInput(InMemory, std::string_view bytes);
   ~DocumentInput();
   DocumentInput(const DocumentInput&) = delete;
   DocumentInput& operator=(const DocumentInput&) = delete;
@@ -42,6 +47,8 @@ class DocumentInput {
   struct Decoder;
   size_t read_raw(char* buffer, size_t size);
   bool fill();  // reads the next raw piece; false at the end of the file
+  // Counts and hashes `size` bytes just read; 0 marks the end of the file.
+  void note_raw(const char* bytes, size_t size);
   void sniff();
 
   std::string path_;
@@ -56,8 +63,7 @@ class DocumentInput {
   uint64_t fileBytes_ = 0;
   std::unique_ptr<Decoder> decoder_;
   std::string digest_;  // set once the end was reached
-  struct Hash;
-  std::unique_ptr<Hash> hash_;
+  std::unique_ptr<util::Sha256> hash_;
 };
 
 }  // namespace audit

@@ -13,7 +13,7 @@ namespace audit {
 
 namespace {
 
-constexpr size_t kPiece = 1 << 20;
+constexpr size_t kPiece = 1 << 16;  // grows for longer lines
 
 // The bytes an attribute value holds as they are: blank and 33..126 except
 // '"', '<', '>' and '&'; every other byte is written as a reference.
@@ -115,13 +115,17 @@ class Parser {
   }
 
  private:
-  // A fault at the end of the last line, which has no line feed, is that.
+  // Any fault on a last line without its line feed is reported as the cut
+  // it is (a cut line's start would pass).
   [[noreturn]] void fail(const char* at, const std::string& what) const {
-    if (at == end_ && !terminated_) {
+    if (!terminated_) {
       throw Fault(lineNumber_, lineOffset_ + line_.size(), "the document ends inside a line (cut short)");
     }
     throw Fault(lineNumber_, lineOffset_ + static_cast<uint64_t>(at - line_.data()), what);
   }
+
+  // A fault at the end of the document, after its last line feed.
+  [[noreturn]] void fail_at_end(const std::string& what) const { throw Fault(lineNumber_ + 1, nextOffset_, what); }
 
   bool next_line() {
     std::string_view line;
@@ -202,7 +206,7 @@ class Parser {
     if (!next_line()) throw Fault(1, 0, "empty file");
     expect("<?xml version=\"1.0\"?>", "the XML declaration <?xml version=\"1.0\"?>");
     end_of_line();
-    if (!next_line()) fail(pos_, "the document ends before the Meta element (cut short)");
+    if (!next_line()) fail_at_end("the document ends before the Meta element (cut short)");
     expect("<Meta version=\"1.0\" description=\"Talvix exported database\" timestamp=\"",
            "the Meta start tag");
     const char* stamp = pos_;
@@ -211,16 +215,15 @@ class Parser {
     expect(">", "'>'");
     end_of_line();
     events_.meta(timestamp);
-    if (!next_line()) fail(pos_, "the document ends before the Meta end tag (cut short)");
+    if (!next_line()) fail_at_end("the document ends before the Meta end tag (cut short)");
     expect("</Meta>", "the Meta end tag");
     if (pos_ == end_ && !terminated_) return;  // no object was exported
     if (!accept("<Object id=\"")) fail(pos_, "expected the export root's Object start tag or the end of the document");
     open_object(pos_ - 12);
     while (!stack_.empty()) {
       if (!next_line()) {
-        throw Fault(lineNumber_ + 1, nextOffset_,
-                    "the document ends inside " + std::to_string(stack_.size()) +
-                        " open Object elements (cut short)");
+        fail_at_end("the document ends inside " + std::to_string(stack_.size()) +
+                    " open Object elements (cut short)");
       }
       element();
     }

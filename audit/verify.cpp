@@ -10,19 +10,13 @@
 #include "audit/document_reader.h"
 #include "audit/faults.h"
 #include "util/error.h"
+#include "util/sha256.h"
 
 namespace audit {
 
 namespace {
 
-// The sidecar's line is "<64 hex digits>  <name>\n" (" *" instead of the
-// second blank marks binary mode in sha256sum's format).
 constexpr size_t kMaxSidecarBytes = 4096;
-
-std::string base_name(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
 
 // The sidecar's text, or nothing when there is none. Throws Trouble when it
 // is there but cannot be read.
@@ -55,14 +49,14 @@ std::optional<std::string> read_sidecar(const std::string& path) {
 std::string check_sidecar(const std::string& sidecar, const std::string& path,
                           const std::string& digest) {
   const std::string name = path + ".sha256";
-  const std::string expected = digest + "  " + base_name(path) + "\n";
-  const std::string binary = digest + " *" + base_name(path) + "\n";
-  if (sidecar == expected || sidecar == binary) return "";
-  if (sidecar.size() < 66 || sidecar.find('\n') != sidecar.size() - 1 ||
-      sidecar.find_first_not_of("0123456789abcdef") != 64) {
+  const std::string expected = util::sha256sum_line(digest, util::base_name(path));
+  if (sidecar == expected) return "";
+  const size_t hex = sidecar.starts_with('\\') ? 1 : 0;
+  if (sidecar.size() < hex + 66 || sidecar.find('\n') != sidecar.size() - 1 ||
+      sidecar.find_first_not_of("0123456789abcdef", hex) != hex + 64) {
     return name + " is not one line of sha256sum's format";
   }
-  if (sidecar.compare(0, 64, digest) != 0) return "SHA-256 differs from the one in " + name;
+  if (sidecar.compare(hex, 64, digest) != 0) return "SHA-256 differs from the one in " + name;
   return name + " names another file";
 }
 

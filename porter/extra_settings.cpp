@@ -107,6 +107,10 @@ const Setting kSettings[] = {
        return true;
      },
      "a whole number from 0 to 9"},
+    {"checksum",
+     "checksum=1   with -f: after the finished document write FILE.sha256 in sha256sum's format\n"
+     "               (replaced atomically; a failed export leaves an earlier one as it was)",
+     [](const std::string& v, ExtraSettings& s) { return parse_flag(v, s.checksum); }, "0 or 1"},
     {"password-file",
      "password-file=PATH  without -P: log in with the first line of the file PATH, which\n"
      "               must be a regular file that neither group nor others may read",

@@ -30,6 +30,7 @@ struct ExtraSettings {
   uint32_t reconnect = 0;   // tries in a row after a lost connection; 0 = none
   double reconnectWait = 1.0;  // seconds before the first try, doubled for each further one
   int32_t level = -1;       // gzip compression level 0..9; -1 = zlib's default
+  bool checksum = false;    // with -f: <file>.sha256 written after the finished document
   std::string passwordFile;  // without -P: the password is this file's first line
   bool help = false;        // print the list of settings and stop
 
