@@ -6,6 +6,7 @@
 #include "audit/diff.h"
 #include "audit/stats.h"
 #include "audit/verify.h"
+#include "util/error.h"
 
 namespace audit {
 
@@ -25,9 +26,7 @@ int usage(std::ostream& err, const std::string& complaint) {
   return 2;
 }
 
-}  // namespace
-
-int run_audit(int argc, char** argv, std::ostream& out, std::ostream& err) {
+int run_command(int argc, char** argv, std::ostream& out, std::ostream& err) {
   std::vector<std::string> args(argv + (argc > 0 ? 1 : 0), argv + argc);
   if (args.empty()) return usage(err, "no command");
   const std::string command = args.front();
@@ -79,6 +78,19 @@ int run_audit(int argc, char** argv, std::ostream& out, std::ostream& err) {
     return print_diff(files[0], files[1], diff, out, err);
   }
   return usage(err, "unknown command " + command);
+}
+
+}  // namespace
+
+int run_audit(int argc, char** argv, std::ostream& out, std::ostream& err) {
+  try {
+    return run_command(argc, argv, out, err);
+  } catch (const util::Exception& e) {
+    err << "talvix-audit: " << e.text() << std::endl;
+  } catch (const std::bad_alloc&) {
+    err << "talvix-audit: out of memory" << std::endl;
+  }
+  return 2;
 }
 
 }  // namespace audit

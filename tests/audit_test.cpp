@@ -152,4 +152,74 @@ TEST(AuditCommandLine, ExitCodesAndMessages) {
   }
 }
 
+// Each kind of change (and none) between the hand-written document and an
+// edited copy, as text lines and as JSON Lines, which Python must read.
+TEST(AuditDiff, ReportsEachKindOfChangeByObjectId) {
+  TempDir dir;
+  support::write_file(dir.file("old.xml"), kDocument);
+  const std::string zoe = replace(kDocument, "\"Zed\"", "\"Zoe\"");
+  const std::string cont = "~ Check chk-root history cont: 3 rows -> 3 rows";
+  const struct {
+    std::string now;
+    std::vector<std::string> options;
+    std::string text, json;
+  } cases[] = {
+      {replace(kDocument, "2008-03-01-T00:00:00\">", "2009-01-01-T00:00:00\">"), {"--history"}, "", ""},
+      {replace(replace(zoe, "    <Property type=\"Boolean\" name=\"enabled\" value=\"false\"/>\n", ""),
+               "\"dReal\"", "\"dReal2\""), {},
+       "~ User u-zed property fullName: String \"Zed\" -> String \"Zoe\"\n"
+       "~ User u-amy property enabled: Boolean \"false\" -> (none)\n"
+       "~ Node n-types property dReal2: (none) -> Real \"2.500000\"\n"
+       "~ Node n-types property dReal: Real \"2.500000\" -> (none)\n",
+       "{\"change\":\"property\",\"id\":\"u-zed\",\"class\":\"User\",\"name\":\"fullName\","
+       "\"from\":{\"type\":\"String\",\"value\":\"Zed\"},\"to\":{\"type\":\"String\",\"value\":\"Zoe\"}}\n"
+       "{\"change\":\"property\",\"id\":\"u-amy\",\"class\":\"User\",\"name\":\"enabled\","
+       "\"from\":{\"type\":\"Boolean\",\"value\":\"false\"},\"to\":null}\n"
+       "{\"change\":\"property\",\"id\":\"n-types\",\"class\":\"Node\",\"name\":\"dReal2\","
+       "\"from\":null,\"to\":{\"type\":\"Real\",\"value\":\"2.500000\"}}\n"
+       "{\"change\":\"property\",\"id\":\"n-types\",\"class\":\"Node\",\"name\":\"dReal\","
+       "\"from\":{\"type\":\"Real\",\"value\":\"2.500000\"},\"to\":null}\n"},
+      {zoe, {"--ignore", "siblingName,fullName"}, "", ""},
+      {support::insert_after(support::without(kDocument, {"ag-1"}), "u-amy",
+                             "  <Object id=\"x&#38;1\" type=\"Thing\">\n    <Object id=\"x2\" type=\"Thing\">\n"
+                             "    </Object>\n  </Object>\n"), {},
+       "+ Thing x&#38;1 in root\n+ Thing x2 in x&#38;1\n- AlertGroup ag-1 in root\n- AlertPath ap-mail in ag-1\n",
+       "{\"change\":\"added\",\"id\":\"x&#38;1\",\"class\":\"Thing\",\"parent\":\"root\"}\n"
+       "{\"change\":\"added\",\"id\":\"x2\",\"class\":\"Thing\",\"parent\":\"x&#38;1\"}\n"
+       "{\"change\":\"removed\",\"id\":\"ag-1\",\"class\":\"AlertGroup\",\"parent\":\"root\"}\n"
+       "{\"change\":\"removed\",\"id\":\"ap-mail\",\"class\":\"AlertPath\",\"parent\":\"ag-1\"}\n"},
+      {replace(support::insert_after(support::without(kDocument, {"u-zed"}), "ap-mail",
+                                     "    <Object id=\"u-zed\" type=\"User\">\n    </Object>\n"),
+               "\"n-lab\" type=\"Node\"", "\"n-lab\" type=\"Router\""), {"--ignore", "fullName,siblingName"},
+       "> User u-zed from root to ag-1\n~ Router n-lab class Node -> Router\n",
+       "{\"change\":\"moved\",\"id\":\"u-zed\",\"class\":\"User\",\"from\":\"root\",\"to\":\"ag-1\"}\n"
+       "{\"change\":\"class\",\"id\":\"n-lab\",\"class\":\"Router\",\"from\":\"Node\",\"to\":\"Router\"}\n"},
+      {support::without(replace(kDocument, "max=\"12.000000\"", "max=\"13.000000\""), {"saw"}), {}, "", ""},
+      {support::without(replace(kDocument, "max=\"12.000000\"", "max=\"13.000000\""), {"saw"}), {"--history"},
+       cont + "\n~ Check chk-root history saw: 1 rows -> (none)\n",
+       "{\"change\":\"history\",\"id\":\"chk-root\",\"class\":\"Check\",\"name\":\"cont\",\"from\":3,\"to\":3}\n"
+       "{\"change\":\"history\",\"id\":\"chk-root\",\"class\":\"Check\",\"name\":\"saw\",\"from\":1,\"to\":null}\n"},
+  };
+  std::string allJson;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    support::write_file(dir.file("new.xml"), c.now);
+    std::vector<std::string> args = {"diff", "D/old.xml", "D/new.xml"};
+    args.insert(args.begin() + 1, c.options.begin(), c.options.end());
+    const AuditRun text = audit_run(args, dir);
+    EXPECT_EQ(text.code, c.text.empty() ? 0 : 1);
+    EXPECT_EQ(text.out, c.text);
+    args.insert(args.begin() + 1, "--json");
+    const AuditRun json = audit_run(args, dir);
+    EXPECT_EQ(json.out, c.json);
+    allJson += json.out;
+  }
+  allJson += audit_run({"stats", "--json", "D/old.xml"}, dir).out;
+  support::write_file(dir.file("all.json"), allJson);
+  EXPECT_EQ(support::run_process("/usr/bin/python3",
+                                 {"-c", "import json,sys\nprint(len([json.loads(l) for l in open(sys.argv[1])]))",
+                                  dir.file("all.json")}, "", std::chrono::seconds(20)).out,
+            "13\n");
+}
+
 }  // namespace
