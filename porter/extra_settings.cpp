@@ -108,7 +108,7 @@ const Setting kSettings[] = {
      },
      "a whole number from 0 to 9"},
     {"checksum",
-     "checksum=1   with -f: after the finished document write FILE.sha256 in sha256sum's format\n"
+     "checksum=1   with -f: after the finished document write <file>.sha256 in sha256sum's format\n"
      "               (replaced atomically; a failed export leaves an earlier one as it was)",
      [](const std::string& v, ExtraSettings& s) { return parse_flag(v, s.checksum); }, "0 or 1"},
     {"password-file",

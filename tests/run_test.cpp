@@ -200,6 +200,8 @@ const Case kCases[] = {
      "  reconnect-wait=S  seconds (decimals allowed, default 1) before the first try to reconnect,\n"
      "               doubled for each further try, at most 60\n"
      "  level=N      gzip compression level 0 (none) to 9 (best) for -z\n"
+     "  checksum=1   with -f: after the finished document write <file>.sha256 in sha256sum's format\n"
+     "               (replaced atomically; a failed export leaves an earlier one as it was)\n"
      "  password-file=PATH  without -P: log in with the first line of the file PATH, which\n"
      "               must be a regular file that neither group nor others may read\n"
      "  help         print this list and exit\n"},
