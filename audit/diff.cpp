@@ -369,9 +369,8 @@ class Comparison : public DocumentEvents {
   bool inSeries_ = false;
 };
 
-// Reads `file` into `events`; false (the report on `err`) after a problem.
-bool read_into(const std::string& file, DocumentEvents& events, std::ostream& err) {
-  DocumentInput input(file);
+// Reads `input` into `events`; false (the report on `err`) after a problem.
+bool read_into(DocumentInput& input, const std::string& file, DocumentEvents& events, std::ostream& err) {
   try {
     read_document(input, events);
     return true;
@@ -386,11 +385,24 @@ bool read_into(const std::string& file, DocumentEvents& events, std::ostream& er
 int print_diff(const std::string& oldFile, const std::string& newFile, const DiffOptions& options,
                std::ostream& out, std::ostream& err) {
   try {
+    DocumentInput oldInput(oldFile);
+    DocumentInput newInput(newFile);
+    return print_diff(oldInput, oldFile, newInput, newFile, options, out, err);
+  } catch (const Trouble& trouble) {
+    err << "talvix-audit: " << trouble.what() << '\n';
+    return 2;
+  }
+}
+
+int print_diff(DocumentInput& oldInput, const std::string& oldName, DocumentInput& newInput,
+               const std::string& newName, const DiffOptions& options, std::ostream& out,
+               std::ostream& err) {
+  try {
     OldDocument old(options);
-    if (!read_into(oldFile, old, err)) return 2;
+    if (!read_into(oldInput, oldName, old, err)) return 2;
     Report report(options, out);
     Comparison comparison(old, options, report);
-    if (!read_into(newFile, comparison, err)) return 2;
+    if (!read_into(newInput, newName, comparison, err)) return 2;
     comparison.finish();
     out.flush();
     return report.count() == 0 ? 0 : 1;

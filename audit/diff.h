@@ -11,6 +11,8 @@
 
 namespace audit {
 
+class DocumentInput;
+
 struct DiffOptions {
   bool history = false;           // also series whose rows differ or that one side lacks
   std::set<std::string> ignored;  // property names (as written) left out
@@ -24,6 +26,10 @@ struct DiffOptions {
 // Memory grows with the objects and properties of OLD, not with history.
 int print_diff(const std::string& oldFile, const std::string& newFile, const DiffOptions& options,
                std::ostream& out, std::ostream& err);
+// The same on opened inputs, named in reports by `oldName` and `newName`.
+int print_diff(DocumentInput& oldInput, const std::string& oldName, DocumentInput& newInput,
+               const std::string& newName, const DiffOptions& options, std::ostream& out,
+               std::ostream& err);
 
 }  // namespace audit
 
