@@ -63,7 +63,7 @@ class LineSplitter {
         return true;
       }
       scanFrom_ = end_;
-      if (end_ - begin_ > kMaxLineBytes) {
+      if (end_ - begin_ >= kMaxLineBytes) {
         throw Fault(0, kMaxLineBytes, "a line longer than " + std::to_string(kMaxLineBytes) + " bytes");
       }
       if (eof_) {

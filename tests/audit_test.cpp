@@ -10,6 +10,7 @@
 #include "audit/document_input.h"
 #include "audit/document_reader.h"
 #include "audit/faults.h"
+#include "audit/value_syntax.h"
 #include "support/e2e_document.h"
 #include "support/process.h"
 
@@ -85,6 +86,33 @@ TEST(AuditVerify, EveryPrefixAndEveryChangedMarkupByteIsRejectedWhereItIs) {
   }
 }
 
+// Values the exporter can write and near misses it cannot.
+TEST(AuditValues, OnlyTheExportersRenderingsPass) {
+  const struct {
+    const char* type;
+    const char* value;
+    bool valid;
+  } cases[] = {
+      {"Boolean", "true", true}, {"Boolean", "True", false}, {"Integer", "-2147483648", true},
+      {"Integer", "-2147483649", false}, {"Integer", "-0", false}, {"Index", "007", false},
+      {"Unsigned Integer", "4294967295", true}, {"Unsigned Integer", "4294967296", false},
+      {"Real", "-0.000000", true}, {"Real", "1.5", false}, {"Real", "-inf", true},
+      {"Real", "01.000000", false}, {"Date", "2008-02-29-T23:59:59", true},
+      {"Date", "2009-02-29-T00:00:00", false}, {"Date", "1969-12-31-T23:59:59", false},
+      {"Date", "10000-01-01-T00:00:00", true}, {"Date", "2008-03-01-T24:00:00", false},
+      {"Gid", "0a:00:00:01", true}, {"Gid", "0A:00:00:01", false}, {"GidList", "", true},
+      {"GidList", "0a:00:00:01,", false}, {"Blob", "w6k=", true}, {"Blob", "w=6k", false},
+      {"BigNum", "0", true}, {"BigNum", "01", false}, {"Const Computed String", "&#0;", true},
+      {"Computed Const String", "x", false}, {"Enumeration(65535)", "-4", true},
+      {"Enumeration(65536)", "1", false}, {"Enumeration(05)", "1", false}, {"Hidden", "", false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(audit::is_property_value(c.type, c.value), c.valid) << c.type << " " << c.value;
+  }
+  for (const char* mask : {"", "0.31", "3"}) EXPECT_TRUE(audit::is_mask_list(mask)) << mask;
+  for (const char* mask : {"31.0", "32", "0.", "1.1"}) EXPECT_FALSE(audit::is_mask_list(mask)) << mask;
+}
+
 TEST(AuditVerify, CompressedFilesMustBeIntactToTheirEnd) {
   TempDir dir;
   support::write_file(dir.file("d.xml"), kDocument);
@@ -138,6 +166,15 @@ TEST(AuditCommandLine, ExitCodesAndMessages) {
       {{"stats", "--history", "D/ok.xml"}, 2, "", "talvix-audit: unknown option --history for stats\n" + usage},
       {{"diff", "D/bad.xml", "D/ok.xml"}, 2, "", "D/bad.xml:20: byte 950: "},
       {{}, 2, "", "talvix-audit: no command\n" + usage},
+      {{"stats", "--json", "D/ok.xml"}, 0,
+       "{\"timestamp\":\"2008-03-01-T00:00:00\",\"container\":\"plain\",\"fileBytes\":7006,"
+       "\"documentBytes\":7006,\"lines\":121,\"objects\":17,\"classes\":{\"AlertGroup\":1,"
+       "\"AlertPath\":1,\"Check\":3,\"Domain\":3,\"MibModule\":1,\"MibObject\":1,\"Node\":4,"
+       "\"Report\":1,\"User\":2},\"properties\":63,\"history\":{\"accumulation\":{\"series\":1,"
+       "\"rows\":1},\"continuous\":{\"series\":1,\"rows\":3},\"enum\":{\"series\":1,\"rows\":4},"
+       "\"incidents\":{\"series\":1,\"rows\":3},\"sawtooth\":{\"series\":1,\"rows\":1}},"
+       "\"firstHistoryTime\":\"1970-01-01-T00:00:00\",\"lastHistoryTime\":\"2008-12-31-T23:59:59\"}\n",
+       ""},
   };
   for (const auto& c : cases) {
     const AuditRun run = audit_run(c.args, dir);
