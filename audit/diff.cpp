@@ -82,7 +82,7 @@ class OldDocument : public DocumentEvents {
     open_.push_back(index);
   }
   void property(std::string_view type, std::string_view name, std::string_view value) override {
-    if (options_.ignored.count(std::string(name)) != 0) return;
+    if (options_.ignored.count(name) != 0) return;
     for (std::string_view part : {type, name, value}) {
       arena_.append(part);
       arena_ += '\0';
@@ -266,7 +266,7 @@ class Comparison : public DocumentEvents {
     series_.clear();
   }
   void property(std::string_view type, std::string_view name, std::string_view value) override {
-    if (options_.ignored.count(std::string(name)) != 0) return;
+    if (options_.ignored.count(name) != 0) return;
     properties_.push_back({std::string(type), std::string(name), std::string(value)});
   }
   void open_series(std::string_view id, std::string_view) override {

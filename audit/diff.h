@@ -15,7 +15,7 @@ class DocumentInput;
 
 struct DiffOptions {
   bool history = false;           // also series whose rows differ or that one side lacks
-  std::set<std::string> ignored;  // property names (as written) left out
+  std::set<std::string, std::less<>> ignored;  // property names (as written) left out
   bool json = false;              // JSON Lines instead of text lines
 };
 
