@@ -48,7 +48,7 @@ class LineSplitter {
   explicit LineSplitter(DocumentInput& input) : input_(input), buffer_(kPiece) {}
 
   // The next line without its line feed; false at the end. `terminated`
-  // tells whether it had one. Throws Fault for a line beyond kMaxLineBytes
+  // tells whether it had one. Throws Fault for a line reaching kMaxLineBytes
   // and what the input throws, with `offset` and `line` of the reader.
   bool next(std::string_view& line, bool& terminated) {
     for (;;) {
@@ -64,7 +64,7 @@ class LineSplitter {
       }
       scanFrom_ = end_;
       if (end_ - begin_ >= kMaxLineBytes) {
-        throw Fault(0, kMaxLineBytes, "a line longer than " + std::to_string(kMaxLineBytes) + " bytes");
+        throw Fault(0, kMaxLineBytes, "a line of " + std::to_string(kMaxLineBytes) + " bytes or more");
       }
       if (eof_) {
         if (begin_ == end_) return false;

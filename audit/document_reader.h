@@ -42,7 +42,7 @@ struct DocumentSummary {
   uint64_t bytes = 0;  // of the document text
 };
 
-// The longest line the reader takes; a longer one is a Fault.
+// A line (without its line feed) of this many bytes or more is a Fault.
 constexpr uint64_t kMaxLineBytes = uint64_t{64} << 20;
 
 // Reads the whole document of `input`, calling `events`. Throws Fault at the
