@@ -7,6 +7,7 @@
 #include "client/select.h"
 #include "client/session.h"
 #include "net/timed_connection.h"
+#include "porter/checksum_file.h"
 #include "porter/document_output.h"
 #include "porter/out_stream.h"
 #include "porter/pipelined_source.h"
@@ -116,6 +117,7 @@ void export_database(const RunSettings& settings, const ExportEnvironment& envir
               settings.exportDomain == ".");
 
   output.close();
+  if (extra.checksum) write_checksum_file(settings.outputFileName);
   progress.finish();
 }
 

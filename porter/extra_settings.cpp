@@ -142,6 +142,11 @@ const Setting kSettings[] = {
        return std::to_string(s.compression == Compression::kZstd ? kZstdDefaultLevel
                                                                   : kZlibDefaultLevel);
      }},
+    {"checksum",
+     "checksum=1   with -f: after the finished document write <file>.sha256 in sha256sum's format\n"
+     "               (replaced atomically; a failed export leaves an earlier one as it was)",
+     [](const std::string& v, ExtraSettings& s) { return parse_flag(v, s.checksum); }, "0 or 1",
+     [](const ExtraSettings& s) { return show_flag(s.checksum); }},
     {"password-file",
      "password-file=PATH  without -P: log in with the first line of the file PATH, which\n"
      "               must be a regular file that neither group nor others may read",

@@ -44,6 +44,7 @@ struct ExtraSettings {
   // -1 = the compressor's default.
   int32_t level = -1;
   Compression compression = Compression::kGzip;
+  bool checksum = false;    // with -f: <file>.sha256 written after the finished document
   std::string passwordFile;  // without -P: the password is this file's first line
   std::string reportFile;    // the run report (JSON) goes here at the end of the run
   std::string metricsFile;   // the run's metrics (Prometheus text format) go here

@@ -108,6 +108,10 @@ class CommandLine {
       err_ << "Error: when using -z flag you must also use the -f flag." << line_end;
       return 1;
     }
+    if (settings_.extra.checksum && settings_.outputFileName.empty()) {
+      err_ << "Error: when using -o checksum=1 you must also use the -f flag." << line_end;
+      return 1;
+    }
     if (settings_.format != "bin" && settings_.format != "xml") {
       // Only a warning: every format name gives the XML document.
       err_ << "Error: nu such format : '" << settings_.format << "'" << line_end;

@@ -180,6 +180,50 @@ TEST(FullDiskTest, FailsWithTheTargetAndTheSystemsText) {
             "Error writing: standard output: No space left on device");
 }
 
+// checksum=1 writes out.xml.sha256 beside a finished document, in place or
+// atomic, plain or compressed, which sha256sum -c accepts and the document
+// then fails once changed; a failed export leaves the earlier one alone, and
+// no file at all is no checksum.
+TEST(ChecksumTest, TheSidecarDescribesTheFinishedFileOnly) {
+  support::TestServer server(support::exportable_database());
+  support::TestServer failing(
+      support::with_fault(support::exportable_database(), "c1.1.1", support::ObjectFault::kOldHistory));
+  const struct {
+    std::vector<std::string> args;
+    uint16_t port;
+    int exitCode;
+  } cases[] = {
+      {{"-o", "checksum=1"}, server.port(), 0},
+      {{"-z", "-o", "atomic=1,checksum=1"}, server.port(), 0},
+      {{"-z", "-o", "checksum=1"}, server.port(), 0},
+      {{"-o", "atomic=1,checksum=1"}, failing.port(), 1},
+      {{"-o", "checksum=1"}, failing.port(), 1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args[c.args.size() - 1] + (c.exitCode ? " failing" : ""));
+    support::TempDir dir;
+    support::write_file(dir.file("out.xml.sha256"), "earlier\n");
+    std::vector<std::string> args = c.args;
+    args.push_back("-f" + dir.file("out.xml"));
+    EXPECT_EQ(support::run_exporter(c.port, args).exitCode, c.exitCode);
+    const std::string sidecar = read_file(dir.file("out.xml.sha256"));
+    const auto check = [&] { return support::run_process("/usr/bin/sha256sum", {"-c", "out.xml.sha256"}, dir.path(), std::chrono::seconds(20)); };
+    EXPECT_EQ(files_in(dir).back(), "out.xml.sha256") << "no temporary file is left";
+    if (c.exitCode != 0) {
+      EXPECT_EQ(sidecar, "earlier\n");
+      continue;
+    }
+    EXPECT_EQ(files_in(dir), std::vector<std::string>({"out.xml", "out.xml.sha256"}));
+    EXPECT_EQ(sidecar.size(), 64 + 2 + 8u) << sidecar;
+    EXPECT_EQ(check().out, "out.xml: OK\n");
+    support::write_file(dir.file("out.xml"), read_file(dir.file("out.xml")) + " ");
+    EXPECT_EQ(check().exitCode, 1);
+  }
+  const support::Outcome noFile = support::run_exporter(server.port(), {"-o", "checksum=1"});
+  EXPECT_EQ(noFile.exitCode, 1);
+  EXPECT_EQ(noFile.errors, "Error: when using -o checksum=1 you must also use the -f flag.\n");
+}
+
 TEST(AtomicOutputPlainTest, StandardOutputIgnoresTheSettingAndAMissingFolderFailsAtOpening) {
   std::ostringstream standardOutput;
   DocumentOutput toStandardOutput("", false, standardOutput, OutputOptions{true, -1});

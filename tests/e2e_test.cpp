@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "audit/document_input.h"
+#include "audit/document_reader.h"
 #include "support/e2e_document.h"
 #include "support/process.h"
 
@@ -144,6 +146,9 @@ TEST_P(TypesVariant, WritesExactly) {
   std::string problem;
   EXPECT_EQ(support::mask_timestamp(run.out, run.started, run.ended, problem), c.document);
   EXPECT_EQ(problem, "");
+  audit::DocumentInput written(audit::DocumentInput::InMemory{}, run.out);
+  audit::DocumentEvents unused;
+  EXPECT_NO_THROW(audit::read_document(written, unused)) << "talvix-audit verify rejects it";
 }
 
 const std::string kNoMibDocument =

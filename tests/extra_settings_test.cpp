@@ -48,6 +48,8 @@ TEST(ApplyExtraSettingsTest, GivesSettingsOrComplaint) {
       {"quiet=1,quiet=0", "", ExtraSettings{}},
       {"quiet=1,progress=0", "", with([](ExtraSettings& s) { s.progress = ProgressMode::kQuiet; })},
       {"atomic=\t", bad("\"\\t\"", "atomic", "0 or 1")},
+      {"checksum=on", "", with([](ExtraSettings& s) { s.checksum = true; })},
+      {"checksum=2", bad("\"2\"", "checksum", "0 or 1")},
       {"password-file=a=b/pw", "", with([](ExtraSettings& s) { s.passwordFile = "a=b/pw"; })},
       {"password-file=", bad("\"\"", "password-file", "a file name")},
       {"compress=zstd,report=r.json,metrics=m", "", with([](ExtraSettings& s) {

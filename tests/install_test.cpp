@@ -33,6 +33,8 @@ TEST(InstallTest, PutsTheBinaryAndTheManualPageBelowThePrefix) {
   EXPECT_TRUE(S_ISREG(binary.st_mode) && (binary.st_mode & S_IXUSR) != 0) << "an executable file";
   EXPECT_EQ(support::read_file(prefix.file("share/man/man1/talvix-exporter.1")),
             support::read_file(kManualPage));
+  EXPECT_EQ(access(prefix.file("bin/talvix-audit").c_str(), X_OK), 0);
+  EXPECT_TRUE(support::read_file(prefix.file("share/man/man1/talvix-audit.1")).starts_with(".TH TALVIX-AUDIT 1"));
 }
 
 }  // namespace

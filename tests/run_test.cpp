@@ -213,6 +213,8 @@ const Case kCases[] = {
      "               doubled for each further try, at most 60\n"
      "  level=N      compression level for -z: gzip 0 (none) to 9 (best), default 6;\n"
      "               zstd 1 (fastest) to 19 (best), default 1\n"
+     "  checksum=1   with -f: after the finished document write <file>.sha256 in sha256sum's format\n"
+     "               (replaced atomically; a failed export leaves an earlier one as it was)\n"
      "  password-file=PATH  without -P: log in with the first line of the file PATH, which\n"
      "               must be a regular file that neither group nor others may read\n"
      "  compress=C   the compressor of -z: gzip (the default) or zstd\n"
