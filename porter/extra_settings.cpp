@@ -65,6 +65,13 @@ bool parse_mode(const std::string& text, ProgressMode mode, ProgressMode& out) {
   return true;
 }
 
+// A non-empty text, such as a file name.
+bool set_path(const std::string& text, std::string& out) {
+  if (text.empty()) return false;
+  out = text;
+  return true;
+}
+
 const Setting kSettings[] = {
     {"pipeline", "pipeline=N   keep up to N requests (1 to 4096) in flight; 1 is sequential",
      [](const std::string& v, ExtraSettings& s) { return parse_number(v, 1, 4096, s.pipeline); },
@@ -110,11 +117,27 @@ const Setting kSettings[] = {
     {"password-file",
      "password-file=PATH  without -P: log in with the first line of the file PATH, which\n"
      "               must be a regular file that neither group nor others may read",
-     [](const std::string& v, ExtraSettings& s) {
-       if (v.empty()) return false;
-       s.passwordFile = v;
-       return true;
-     },
+     [](const std::string& v, ExtraSettings& s) { return set_path(v, s.passwordFile); },
+     "a file name"},
+    {"tls",
+     "tls=1        connect with TLS 1.2 or later; the server's certificate must be valid for\n"
+     "               the -s host (or tls-name) and trusted by the system (or tls-ca)",
+     [](const std::string& v, ExtraSettings& s) { return parse_flag(v, s.tls); }, "0 or 1"},
+    {"tls-ca", "tls-ca=PATH  with tls=1: trust only the CA certificates of the PEM file PATH",
+     [](const std::string& v, ExtraSettings& s) { return set_path(v, s.tlsSettings.caFile); },
+     "a file name"},
+    {"tls-name",
+     "tls-name=NAME  with tls=1: the name the server's certificate must carry (default: the -s host)",
+     [](const std::string& v, ExtraSettings& s) { return set_path(v, s.tlsSettings.name); },
+     "a host name"},
+    {"tls-cert",
+     "tls-cert=PATH  with tls=1: present the PEM client certificate PATH",
+     [](const std::string& v, ExtraSettings& s) { return set_path(v, s.tlsSettings.certFile); },
+     "a file name"},
+    {"tls-key",
+     "tls-key=PATH  the PEM private key of tls-cert, a regular file that neither group nor\n"
+     "               others may read (default: tls-cert's file)",
+     [](const std::string& v, ExtraSettings& s) { return set_path(v, s.tlsSettings.keyFile); },
      "a file name"},
     {"help", "help         print this list and exit",
      [](const std::string&, ExtraSettings& s) {

@@ -11,6 +11,8 @@
 #include <iosfwd>
 #include <string>
 
+#include "net/tls_stream.h"
+
 namespace porter {
 
 // What the error stream shows of an export's progress. Notices about the data
@@ -31,6 +33,8 @@ struct ExtraSettings {
   double reconnectWait = 1.0;  // seconds before the first try, doubled for each further one
   int32_t level = -1;       // gzip compression level 0..9; -1 = zlib's default
   std::string passwordFile;  // without -P: the password is this file's first line
+  bool tls = false;         // TLS over the TCP connection
+  net::TlsSettings tlsSettings;  // tls-ca, tls-name, tls-cert, tls-key
   bool help = false;        // print the list of settings and stop
 
   bool operator==(const ExtraSettings&) const = default;

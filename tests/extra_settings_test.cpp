@@ -50,6 +50,10 @@ TEST(ApplyExtraSettingsTest, GivesSettingsOrComplaint) {
       {"atomic=\t", bad("\"\\t\"", "atomic", "0 or 1")},
       {"password-file=a=b/pw", "", with([](ExtraSettings& s) { s.passwordFile = "a=b/pw"; })},
       {"password-file=", bad("\"\"", "password-file", "a file name")},
+      {"tls=on,tls-ca=ca.pem,tls-name=db.example,tls-cert=c.pem,tls-key=k.pem", "",
+       with([](ExtraSettings& s) { s.tls = true; s.tlsSettings = {"ca.pem", "db.example", "c.pem", "k.pem"}; })},
+      {"tls=2", bad("\"2\"", "tls", "0 or 1")},
+      {"tls-name=", bad("\"\"", "tls-name", "a host name")},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);

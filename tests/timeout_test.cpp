@@ -1,5 +1,5 @@
 #include "support/error_text.h"
-#include "net/timed_connection.h"
+#include "net/connection.h"
 
 #include <gtest/gtest.h>
 
@@ -14,6 +14,12 @@
 #include "util/error.h"
 
 namespace {
+
+net::TransportSettings limit(unsigned seconds) {
+  net::TransportSettings settings;
+  settings.timeout = seconds;
+  return settings;
+}
 
 // The text of the ESystemError that `action` raises, on a thread of its own
 // so that the waits of several cases overlap.
@@ -30,21 +36,21 @@ TEST(TimedConnectionTest, AServerThatMakesNoProgressEndsTheWaitAfterTheLimit) {
   net::Listener silent(0, 4);
   const std::string port = std::to_string(silent.port());
   std::future<std::string> read = failure_of([&] {
-    std::unique_ptr<net::BasicIo> reader = net::connectTcpWithin("127.0.0.1", silent.port(), 2);
+    std::unique_ptr<net::BasicIo> reader = net::connectTcp("127.0.0.1", silent.port(), limit(2));
     reader->write("hello", 5);
     reader->flush();
     char buffer[16];
     reader->read(buffer, sizeof buffer);
   });
   std::future<std::string> write = failure_of([&] {
-    std::unique_ptr<net::BasicIo> writer = net::connectTcpWithin("127.0.0.1", silent.port(), 1);
+    std::unique_ptr<net::BasicIo> writer = net::connectTcp("127.0.0.1", silent.port(), limit(1));
     const std::string block(1 << 20, 'x');  // 256 of these: more than the buffers of both ends
     for (int i = 0; i < 256; ++i) writer->write(block.data(), block.size());
   });
   net::Listener full(0, 0);
   std::future<std::string> connect = failure_of([&] {
     std::vector<std::unique_ptr<net::BasicIo>> queued;
-    for (int i = 0; i < 8; ++i) queued.push_back(net::connectTcpWithin("127.0.0.1", full.port(), 1));
+    for (int i = 0; i < 8; ++i) queued.push_back(net::connectTcp("127.0.0.1", full.port(), limit(1)));
   });
   EXPECT_EQ(read.get(), "No answer from server 127.0.0.1:" + port + " within 2 seconds");
   EXPECT_EQ(write.get(), "Server 127.0.0.1:" + port + " took no data within 1 second");
@@ -54,7 +60,7 @@ TEST(TimedConnectionTest, AServerThatMakesNoProgressEndsTheWaitAfterTheLimit) {
 
 TEST(TimedConnectionTest, AClosedPeerIsTheEndOfTheStreamAndARefusalKeepsTheSocketLayersText) {
   net::Listener listener;
-  std::unique_ptr<net::BasicIo> client = net::connectTcpWithin("127.0.0.1", listener.port(), 5);
+  std::unique_ptr<net::BasicIo> client = net::connectTcp("127.0.0.1", listener.port(), limit(5));
   std::unique_ptr<net::SocketStream> peer = listener.accept(5000);
   ASSERT_NE(peer, nullptr);
   peer->close();
@@ -63,7 +69,7 @@ TEST(TimedConnectionTest, AClosedPeerIsTheEndOfTheStreamAndARefusalKeepsTheSocke
             "Error reading: OsalSocket::read end of stream");
 
   const uint16_t closedPort = net::Listener().port();
-  EXPECT_EQ(support::errorText<util::ESystemError>([&] { net::connectTcpWithin("127.0.0.1", closedPort, 1); }),
+  EXPECT_EQ(support::errorText<util::ESystemError>([&] { net::connectTcp("127.0.0.1", closedPort, limit(1)); }),
             "Error connecting: Connection refused (111)");
 }
 
