@@ -30,8 +30,9 @@ std::future<std::string> failure_of(Action action) {
 
 // Waits that end at the limit, all at once: a read and a write on a listener
 // whose connections complete in the kernel but are never accepted (nothing
-// is answered or read), and a connect that is never answered (the queue of
-// the second listener is full, so the kernel drops further requests).
+// is answered or read), a TLS handshake there, which counts as connecting,
+// and a connect that is never answered (the queue of the second listener is
+// full, so the kernel drops further requests).
 TEST(TimedConnectionTest, AServerThatMakesNoProgressEndsTheWaitAfterTheLimit) {
   net::Listener silent(0, 4);
   const std::string port = std::to_string(silent.port());
@@ -47,6 +48,11 @@ TEST(TimedConnectionTest, AServerThatMakesNoProgressEndsTheWaitAfterTheLimit) {
     const std::string block(1 << 20, 'x');  // 256 of these: more than the buffers of both ends
     for (int i = 0; i < 256; ++i) writer->write(block.data(), block.size());
   });
+  std::future<std::string> handshake = failure_of([&] {
+    net::TransportSettings tls = limit(1);
+    tls.tls = true;
+    net::connectTcp("127.0.0.1", silent.port(), tls);
+  });
   net::Listener full(0, 0);
   std::future<std::string> connect = failure_of([&] {
     std::vector<std::unique_ptr<net::BasicIo>> queued;
@@ -54,6 +60,7 @@ TEST(TimedConnectionTest, AServerThatMakesNoProgressEndsTheWaitAfterTheLimit) {
   });
   EXPECT_EQ(read.get(), "No answer from server 127.0.0.1:" + port + " within 2 seconds");
   EXPECT_EQ(write.get(), "Server 127.0.0.1:" + port + " took no data within 1 second");
+  EXPECT_EQ(handshake.get(), "Could not connect to server 127.0.0.1:" + port + " within 1 second");
   EXPECT_EQ(connect.get(), "Could not connect to server 127.0.0.1:" + std::to_string(full.port()) +
                                " within 1 second");
 }
