@@ -65,21 +65,6 @@ TEST(TimedConnectionTest, AServerThatMakesNoProgressEndsTheWaitAfterTheLimit) {
                                " within 1 second");
 }
 
-TEST(TimedConnectionTest, AClosedPeerIsTheEndOfTheStreamAndARefusalKeepsTheSocketLayersText) {
-  net::Listener listener;
-  std::unique_ptr<net::BasicIo> client = net::connectTcp("127.0.0.1", listener.port(), limit(5));
-  std::unique_ptr<net::SocketStream> peer = listener.accept(5000);
-  ASSERT_NE(peer, nullptr);
-  peer->close();
-  char buffer[8];
-  EXPECT_EQ(support::errorText<util::ESystemError>([&] { client->read(buffer, sizeof buffer); }),
-            "Error reading: OsalSocket::read end of stream");
-
-  const uint16_t closedPort = net::Listener().port();
-  EXPECT_EQ(support::errorText<util::ESystemError>([&] { net::connectTcp("127.0.0.1", closedPort, limit(1)); }),
-            "Error connecting: Connection refused (111)");
-}
-
 // Whole exports with the limit: an answer later than it ends the export
 // before the output is opened, and is a lost connection to reconnecting
 // (a server gone after the first connection fails the try at once, and the

@@ -19,7 +19,7 @@ class TlsTerminator {
   // returns once both of its ports accept connections. Throws
   // std::runtime_error when the openssl command or stunnel fails (within
   // 20 seconds). The server certificate is valid for 127.0.0.1 and
-  // localhost.
+  // localhost. Nothing listens beyond 127.0.0.1.
   explicit TlsTerminator(uint16_t serverPort);
   // Stops stunnel and removes the files.
   ~TlsTerminator();
