@@ -43,6 +43,14 @@ void load(int ok, const std::string& path) {
   throw util::EFatal("Error loading TLS file " + path + ": " + reason);
 }
 
+// Called when the server asks for a client certificate and none is
+// configured: notes the request (the SSL's app data is the flag) and sends
+// none, which a server may accept.
+int note_certificate_request(SSL* ssl, X509**, EVP_PKEY**) {
+  *static_cast<bool*>(SSL_get_app_data(ssl)) = true;
+  return 0;
+}
+
 int size_arg(size_t length) { return length > INT_MAX ? INT_MAX : static_cast<int>(length); }
 
 // The library's own socket layer writes with write(), which raises SIGPIPE
@@ -96,9 +104,11 @@ TlsStream::TlsStream(std::unique_ptr<SocketStream> socket, const TlsSettings& se
     load(SSL_CTX_use_PrivateKey_file(context, key.c_str(), SSL_FILETYPE_PEM), key);
     load(SSL_CTX_check_private_key(context), key);
   }
+  SSL_CTX_set_client_cert_cb(context, note_certificate_request);
   ssl_.reset(SSL_new(context));
   if (!ssl_) throw util::EFatal("Error setting up TLS: " + library_reason("out of memory"));
   SSL* ssl = ssl_.get();
+  SSL_set_app_data(ssl, &certificateMissing_);
   const std::string& name = settings.name.empty() ? host : settings.name;
   if (is_address(name)) {
     X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl), name.c_str());
@@ -143,6 +153,14 @@ int TlsStream::drive(Call call, bool connecting, bool reading) {
 }
 
 void TlsStream::fail(int error, bool inHandshake) const {
+  const std::string handshakeFailed = "TLS handshake with " + server_ + " failed: ";
+  if (inHandshake && certificateMissing_) {
+    // With TLS 1.3 the refusal comes after the client's side of the handshake,
+    // as an alert or a reset depending on timing; either means the same.
+    ERR_clear_error();
+    throw util::EConnectError(handshakeFailed +
+                              "the server asked for a client certificate and none was given (-o tls-cert, tls-key)");
+  }
   std::string reason;
   if (error == SSL_ERROR_SYSCALL && ERR_peek_error() == 0) {
     reason = errno != 0 ? code_text("", errno) : "unexpected end of stream";
@@ -153,7 +171,7 @@ void TlsStream::fail(int error, bool inHandshake) const {
   if (verdict != X509_V_OK) reason += std::string(" (") + X509_verify_cert_error_string(verdict) + ")";
   ERR_clear_error();
   if (!inHandshake) util::throw_system_error("TLS connection with " + server_ + " failed: " + reason);
-  const std::string text = "TLS handshake with " + server_ + " failed: " + reason;
+  const std::string text = handshakeFailed + reason;
   if (error == SSL_ERROR_SSL) throw util::EConnectError(text);
   util::throw_system_error(text);
 }
@@ -174,6 +192,7 @@ uint64_t TlsStream::read(void* buffer, uint64_t capacity) {
   if (capacity == 0) return 0;
   const int wanted = size_arg(capacity > SIZE_MAX ? SIZE_MAX : static_cast<size_t>(capacity));
   const int count = drive([&] { return SSL_read(ssl_.get(), buffer, wanted); }, false, true);
+  if (count == 0 && !answered_ && certificateMissing_) fail(SSL_ERROR_ZERO_RETURN, true);
   if (count == 0) util::throw_system_error("Error reading: OsalSocket::read end of stream");
   answered_ = true;
   return static_cast<uint64_t>(count);

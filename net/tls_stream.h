@@ -42,6 +42,10 @@ class TlsStream : public BasicIo {
   //     (unable to get local issuer certificate)": util::EConnectError when
   //     the peer or its certificate was refused (trying again cannot help),
   //     util::ESystemError when the connection failed on the way;
+  //   "TLS handshake with <host>:<port> failed: the server asked for a client
+  //     certificate and none was given (-o tls-cert, tls-key)"
+  //     (util::EConnectError) when the server asked for one, none was
+  //     configured, and the connection fails before the server's first data;
   //   "Could not connect to server <host>:<port> within <N> seconds".
   TlsStream(std::unique_ptr<SocketStream> socket, const TlsSettings& settings,
             const std::string& host, uint16_t port);
@@ -83,6 +87,7 @@ class TlsStream : public BasicIo {
   std::unique_ptr<ssl_st, SslFree> ssl_;
   std::string server_;  // "<host>:<port>"
   bool answered_ = false;  // the server has sent data
+  bool certificateMissing_ = false;  // the server asked for a client certificate; none was given
 };
 
 }  // namespace net

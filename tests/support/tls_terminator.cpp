@@ -35,7 +35,7 @@ TlsTerminator::TlsTerminator(uint16_t serverPort)
   write_file(dir_.file("stunnel.conf"),
              "foreground = yes\npid =\ndebug = 6\n[tls]\naccept = 127.0.0.1:" + std::to_string(port_) + "\n" +
                  service + "[mutual]\naccept = 127.0.0.1:" + std::to_string(mutualPort_) + "\n" + service +
-                 "CAfile = ca.pem\nverifyChain = yes\nrequireCert = yes\nsslVersionMax = TLSv1.2\n");
+                 "CAfile = ca.pem\nverifyChain = yes\nrequireCert = yes\n");
   int errPipe[2];
   if (pipe2(errPipe, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
   const char* binary = access("/usr/bin/stunnel4", X_OK) == 0 ? "/usr/bin/stunnel4" : "/usr/bin/stunnel";

@@ -28,9 +28,7 @@ class TlsTerminator {
 
   // TLS without a client certificate.
   uint16_t port() const { return port_; }
-  // TLS 1.2 that demands a client certificate issued by the CA. (With TLS
-  // 1.3 the server refuses a missing certificate only after the client's
-  // side of the handshake, racing the client's first write.)
+  // TLS that demands a client certificate issued by the CA.
   uint16_t mutualPort() const { return mutualPort_; }
   // ca.pem (the issuer), other-ca.pem (a CA that issued nothing here),
   // client.pem and client.key (mode 0600).
