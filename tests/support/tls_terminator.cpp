@@ -1,9 +1,5 @@
 #include "support/tls_terminator.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <unistd.h>
-
 #include <stdexcept>
 
 #include "net/listener.h"
@@ -36,31 +32,13 @@ TlsTerminator::TlsTerminator(uint16_t serverPort)
              "foreground = yes\npid =\ndebug = 6\n[tls]\naccept = 127.0.0.1:" + std::to_string(port_) + "\n" +
                  service + "[mutual]\naccept = 127.0.0.1:" + std::to_string(mutualPort_) + "\n" + service +
                  "CAfile = ca.pem\nverifyChain = yes\nrequireCert = yes\n");
-  int errPipe[2];
-  if (pipe2(errPipe, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
-  const char* binary = access("/usr/bin/stunnel4", X_OK) == 0 ? "/usr/bin/stunnel4" : "/usr/bin/stunnel";
-  stunnel_ = std::make_unique<Child>([&] {
-    if (dup2(errPipe[1], 2) < 0 || chdir(dir_.path().c_str()) != 0) _exit(126);
-    execl(binary, binary, "stunnel.conf", static_cast<char*>(nullptr));
-    _exit(127);
-  });
-  close(errPipe[1]);
-  logFd_ = errPipe[0];
-  // Each service reports on the error stream once it is bound to its port.
-  const Clock::time_point deadline = Clock::now() + kLimit;
-  std::string log;
-  auto bound = [&log](uint16_t port) { return log.find("bound to 127.0.0.1:" + std::to_string(port) + "\n") != std::string::npos; };
-  while (!bound(port_) || !bound(mutualPort_)) {
-    if (!wait_readable(logFd_, deadline) || read_once(logFd_, log) == 0) {
-      close(logFd_);
-      throw std::runtime_error("stunnel did not start: " + log);
-    }
-  }
-}
-
-TlsTerminator::~TlsTerminator() {
-  stunnel_->stop(SIGTERM, std::chrono::seconds(10));
-  close(logFd_);
+  // stunnel logs each service once it is bound to its port.
+  auto bound = [this](const std::string& log) {
+    return log.find("bound to 127.0.0.1:" + std::to_string(port_) + "\n") != std::string::npos &&
+           log.find("bound to 127.0.0.1:" + std::to_string(mutualPort_) + "\n") != std::string::npos;
+  };
+  stunnel_ = std::make_unique<ServerProcess>("/bin/sh", std::vector<std::string>{"-c", "exec /usr/bin/stunnel4 stunnel.conf 2>&1"},
+                                             dir_.path(), bound);
 }
 
 }  // namespace support

@@ -19,12 +19,9 @@ class TlsTerminator {
   // returns once both of its ports accept connections. Throws
   // std::runtime_error when the openssl command or stunnel fails (within
   // 20 seconds). The server certificate is valid for 127.0.0.1 and
-  // localhost. Nothing listens beyond 127.0.0.1.
+  // localhost. Nothing listens beyond 127.0.0.1. stunnel stops, and the
+  // files go, with the object.
   explicit TlsTerminator(uint16_t serverPort);
-  // Stops stunnel and removes the files.
-  ~TlsTerminator();
-  TlsTerminator(const TlsTerminator&) = delete;
-  TlsTerminator& operator=(const TlsTerminator&) = delete;
 
   // TLS without a client certificate.
   uint16_t port() const { return port_; }
@@ -38,8 +35,7 @@ class TlsTerminator {
   TempDir dir_;
   uint16_t port_ = 0;
   uint16_t mutualPort_ = 0;
-  std::unique_ptr<Child> stunnel_;
-  int logFd_ = -1;  // stunnel's error stream
+  std::unique_ptr<ServerProcess> stunnel_;
 };
 
 }  // namespace support
