@@ -13,7 +13,8 @@
 #include "client/select.h"
 #include "client/session.h"
 #include "net/connection.h"
-#include "net/osal_socket.h"
+#include "net/socket.h"
+#include "net/socket_stream.h"
 #include "protocol/ber_reader.h"
 #include "protocol/gui_protocol.h"
 #include "protocol/messages.h"
@@ -69,8 +70,8 @@ void read_exactly(net::BasicIo& io, size_t count, std::vector<char>& buffer) {
 // A logged-in socket without a decoding reader: answers are taken as raw
 // octets of the size the server's own encoding has, so that nothing but the
 // server and the loopback is measured.
-std::unique_ptr<net::OsalSocket> raw_login(uint16_t port) {
-  auto socket = std::make_unique<net::OsalSocket>("127.0.0.1", port);
+std::unique_ptr<net::SocketStream> raw_login(uint16_t port) {
+  std::unique_ptr<net::SocketStream> socket = net::connect_socket("127.0.0.1", port, 0);
   // The handshake's answers are decoded; nothing else arrives before the
   // first request, so the reader reads nothing that belongs to later answers.
   protocol::BerReader reader(protocol::guiProtocol(),

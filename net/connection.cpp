@@ -3,17 +3,25 @@
 #include <utility>
 
 #include "net/buffer_io.h"
-#include "net/osal_socket.h"
+#include "net/socket.h"
+#include "net/socket_stream.h"
 #include "util/error.h"
 
 namespace net {
 
-std::unique_ptr<net::BasicIo> connectTcp(const std::string& host, uint32_t port) {
-  auto socket = std::make_unique<net::OsalSocket>(host, static_cast<uint16_t>(port));
-  return std::make_unique<net::BufferIo>(std::move(socket));
+std::unique_ptr<net::BasicIo> connectTcp(const std::string& host, uint32_t port,
+                                         const TransportSettings& settings) {
+  const uint16_t port16 = static_cast<uint16_t>(port);
+  std::unique_ptr<SocketStream> socket = connect_socket(host, port16, settings.timeout);
+  if (!settings.tls) return std::make_unique<net::BufferIo>(std::move(socket));
+  return std::make_unique<net::BufferIo>(
+      std::make_unique<TlsStream>(std::move(socket), settings.tlsSettings, host, port16));
 }
 
-ConnectionFactory::ConnectionFactory() : connector_(connectTcp) {}
+ConnectionFactory::ConnectionFactory(TransportSettings settings)
+    : connector_([settings = std::move(settings)](const std::string& host, uint32_t port) {
+        return connectTcp(host, port, settings);
+      }) {}
 
 ConnectionFactory::ConnectionFactory(Connector connector) : connector_(std::move(connector)) {
   if (!connector_) util::assert_failed("ConnectionFactory needs a connector");

@@ -6,7 +6,6 @@
 
 #include "client/select.h"
 #include "client/session.h"
-#include "net/timed_connection.h"
 #include "porter/checksum_file.h"
 #include "porter/document_output.h"
 #include "porter/out_stream.h"
@@ -45,8 +44,7 @@ std::string find_export_root(WalkSource& source, const client::Session& session,
 void export_database(const RunSettings& settings, const ExportEnvironment& environment,
                      RunStatistics* statistics) {
   const ExtraSettings& extra = settings.extra;
-  const net::ConnectionFactory tcp =
-      extra.timeout > 0 ? net::timedConnectionFactory(extra.timeout) : net::ConnectionFactory();
+  const net::ConnectionFactory tcp(net::TransportSettings{extra.timeout, extra.tls, extra.tlsSettings});
   const net::ConnectionFactory& connector =
       environment.connector != nullptr ? *environment.connector : tcp;
   // Progress and notices show from the login on: a lost connection reports

@@ -173,6 +173,27 @@ const Setting kSettings[] = {
      "               replacing it whole; a failed run keeps the time of the last success",
      [](const std::string& v, ExtraSettings& s) { return parse_name(v, s.metricsFile); },
      "a file name", [](const ExtraSettings& s) { return s.metricsFile; }},
+    {"tls",
+     "tls=1        connect with TLS 1.2 or later; the server's certificate must be valid for\n"
+     "               the -s host (or tls-name) and trusted by the system (or tls-ca)",
+     [](const std::string& v, ExtraSettings& s) { return parse_flag(v, s.tls); }, "0 or 1",
+     [](const ExtraSettings& s) { return show_flag(s.tls); }},
+    {"tls-ca", "tls-ca=PATH  with tls=1: trust only the CA certificates of the PEM file PATH",
+     [](const std::string& v, ExtraSettings& s) { return parse_name(v, s.tlsSettings.caFile); },
+     "a file name", [](const ExtraSettings& s) { return s.tlsSettings.caFile; }},
+    {"tls-name",
+     "tls-name=NAME  with tls=1: the name the server's certificate must carry (default: the -s host)",
+     [](const std::string& v, ExtraSettings& s) { return parse_name(v, s.tlsSettings.name); },
+     "a host name", [](const ExtraSettings& s) { return s.tlsSettings.name; }},
+    {"tls-cert",
+     "tls-cert=PATH  with tls=1: present the PEM client certificate PATH",
+     [](const std::string& v, ExtraSettings& s) { return parse_name(v, s.tlsSettings.certFile); },
+     "a file name", [](const ExtraSettings& s) { return s.tlsSettings.certFile; }},
+    {"tls-key",
+     "tls-key=PATH  the PEM private key of tls-cert, a regular file that neither group nor\n"
+     "               others may read (default: tls-cert's file)",
+     [](const std::string& v, ExtraSettings& s) { return parse_name(v, s.tlsSettings.keyFile); },
+     "a file name", [](const ExtraSettings& s) { return s.tlsSettings.keyFile; }},
     {"help", "help         print this list and exit",
      [](const std::string&, ExtraSettings& s) {
        s.help = true;

@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "net/tls_stream.h"
+
 namespace porter {
 
 // What the error stream shows of an export's progress. Notices about the data
@@ -48,6 +50,8 @@ struct ExtraSettings {
   std::string passwordFile;  // without -P: the password is this file's first line
   std::string reportFile;    // the run report (JSON) goes here at the end of the run
   std::string metricsFile;   // the run's metrics (Prometheus text format) go here
+  bool tls = false;         // TLS over the TCP connection
+  net::TlsSettings tlsSettings;  // tls-ca, tls-name, tls-cert, tls-key
   bool help = false;        // print the list of settings and stop
 
   bool operator==(const ExtraSettings&) const = default;

@@ -9,9 +9,11 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 #include "util/error.h"
 
@@ -26,6 +28,7 @@ class Descriptor {
   ~Descriptor() {
     if (fd_ >= 0) ::close(fd_);
   }
+  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
 
@@ -168,19 +171,35 @@ const char* read_console_password(char* buffer, size_t size, const char* prompt)
   return result;
 }
 
-std::string read_password_file(const std::string& path) {
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+namespace {
+
+// `path` opened for reading after the checks of check_private_file().
+Descriptor open_private_file(const std::string& path, const std::string& what) {
+  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   struct stat info {};
   if (!file.valid() || ::fstat(file.get(), &info) != 0) {
-    throw util::EFatal("Error reading password file " + path + ": " + util::last_error_text());
+    throw util::EFatal("Error reading " + what + " " + path + ": " + util::last_error_text());
   }
-  if (!S_ISREG(info.st_mode)) throw util::EFatal("Password file " + path + " is not a regular file");
+  const std::string head = static_cast<char>(std::toupper(static_cast<unsigned char>(what[0]))) +
+                           what.substr(1) + " " + path;
+  if (!S_ISREG(info.st_mode)) throw util::EFatal(head + " is not a regular file");
   if ((info.st_mode & (S_IRGRP | S_IROTH)) != 0) {
     char mode[8];
     std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(info.st_mode & 07777));
-    throw util::EFatal("Password file " + path + " may be read by others (mode " + mode +
-                        "): allow its owner alone, e.g. chmod 600 " + path);
+    throw util::EFatal(head + " may be read by others (mode " + mode +
+                       "): allow its owner alone, e.g. chmod 600 " + path);
   }
+  return file;
+}
+
+}  // namespace
+
+void check_private_file(const std::string& path, const std::string& what) {
+  open_private_file(path, what);
+}
+
+std::string read_password_file(const std::string& path) {
+  const Descriptor file = open_private_file(path, "password file");
 
   // One byte more than the longest line, to tell a line that fits.
   char buffer[kPasswordFileLineLimit + 1];

@@ -56,6 +56,11 @@ inline constexpr size_t kPasswordFileLineLimit = 4096;
 // What was read is wiped before the call returns or throws.
 std::string read_password_file(const std::string& path);
 
+// Checks that `path` names a regular file that neither its group nor others
+// may read, as for a password file. Throws util::EFatal with the texts of
+// read_password_file(), the file called `what` ("password file" above).
+void check_private_file(const std::string& path, const std::string& what);
+
 // Overwrites the characters of `text` with zeros, in a way the compiler may
 // not leave out, and empties it.
 void wipe_password(std::string& text);

@@ -128,6 +128,10 @@ class CommandLine {
   // Asks for the password unless -P or a password file gives one. Returns the
   // exit code on failure; throws the password file's failures.
   std::optional<int> ask_password(const PasswordReader& readPassword) {
+    // The TLS key is held to the password file's rule before anything connects.
+    const net::TlsSettings& tls = settings_.extra.tlsSettings;
+    const std::string& key = tls.keyFile.empty() ? tls.certFile : tls.keyFile;
+    if (settings_.extra.tls && !key.empty()) check_private_file(key, "TLS key file");
     if (settings_.passwordGiven) return std::nullopt;
     if (!settings_.extra.passwordFile.empty()) {
       settings_.password = read_password_file(settings_.extra.passwordFile);

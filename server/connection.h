@@ -7,7 +7,7 @@
 #include <memory>
 #include <mutex>
 
-#include "net/osal_socket.h"
+#include "net/socket_stream.h"
 #include "server/database.h"
 #include "server/object_cache.h"
 #include "server/reply_writer.h"

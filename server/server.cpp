@@ -17,7 +17,7 @@ struct Server::Running {
 };
 
 Server::Server(std::shared_ptr<const Database> db, const ServerOptions& options)
-    : listener_(options.port), shared_(std::make_shared<ServerShared>()) {
+    : listener_(options.port, 16, options.listen), shared_(std::make_shared<ServerShared>()) {
   shared_->db = std::move(db);
   shared_->options = options;
 }

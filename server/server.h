@@ -27,7 +27,7 @@ struct ServerShared;
 
 class Server {
  public:
-  // Listens on 127.0.0.1 at options.port (0: a free port). The database is
+  // Listens on options.listen at options.port (0: a free port). The database is
   // shared with the connections. Throws util::ESystemError when the port
   // cannot be listened on.
   Server(std::shared_ptr<const Database> db, const ServerOptions& options);

@@ -51,6 +51,8 @@ ParsedArgs parse_server_args(int argc, const char* const* argv) {
     } else if (name == "--port") {
       if (!number(65535)) return fail("bad port: " + value);
       o.port = static_cast<uint16_t>(n);
+    } else if (name == "--listen") {
+      o.listen = value;
     } else if (name == "--delay-ms") {
       if (!number(3600000)) return fail("bad delay: " + value);
       o.faults.delayMs = static_cast<uint32_t>(n);
@@ -89,7 +91,7 @@ std::string server_usage() {
   return "usage: talvix-server (--db FILE | --generate SHAPE) [options]\n"
          "\n"
          "A stand-in monitoring server for tests and benchmarks. It listens on\n"
-         "127.0.0.1 only, prints the port it listens on as the first line of\n"
+         "127.0.0.1 (or --listen) only, prints the port it listens on as the first line of\n"
          "standard output, serves every connection in a thread of its own and\n"
          "stops on SIGINT or SIGTERM.\n"
          "\n"
@@ -100,6 +102,8 @@ std::string server_usage() {
          "\n"
          "Listening:\n"
          "  --port N              port to listen on; 0 (default) picks a free one\n"
+         "  --listen ADDRESS      numeric address to listen on (default 127.0.0.1;\n"
+         "                        ::1 for IPv6)\n"
          "\n"
          "Faults and latency (requests of a connection count from 1):\n"
          "  --delay-ms N          send each answer N ms after its request arrived\n"

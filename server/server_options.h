@@ -36,6 +36,7 @@ struct ServerOptions {
   std::string dbFile;        // --db: a JSON database
   std::string generateShape; // --generate: a generated database of this shape
   uint16_t port = 0;         // 0: any free port
+  std::string listen = "127.0.0.1";  // --listen: the numeric address listened on (::1 for IPv6)
   FaultOptions faults;
   // In-process servers only: sees every request of a logged-in client, on
   // the connection's thread, before it is answered. Must be thread-safe.

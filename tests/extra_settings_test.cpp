@@ -57,6 +57,10 @@ TEST(ApplyExtraSettingsTest, GivesSettingsOrComplaint) {
        })},
       {"compress=lz4", bad("\"lz4\"", "compress", "gzip or zstd")},
       {"compress=zstd,level=20", bad("\"20\"", "level", "a whole number from 1 to 19 with compress=zstd")},
+      {"tls=on,tls-ca=ca.pem,tls-name=db.example,tls-cert=c.pem,tls-key=k.pem", "",
+       with([](ExtraSettings& s) { s.tls = true; s.tlsSettings = {"ca.pem", "db.example", "c.pem", "k.pem"}; })},
+      {"tls=2", bad("\"2\"", "tls", "0 or 1")},
+      {"tls-name=", bad("\"\"", "tls-name", "a host name")},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);

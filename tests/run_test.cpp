@@ -134,6 +134,7 @@ TEST_P(RunTest, MessagesExitCodeAndExportedSettings) {
   if (c.exported) c.exported(want);
   EXPECT_EQ(prompts, c.passwordFailure != nullptr || want.password == kConsolePassword ? 1 : 0);
   want.extra.passwordFile = withPath(want.extra.passwordFile, path);
+  want.extra.tlsSettings.certFile = withPath(want.extra.tlsSettings.certFile, path);
   EXPECT_EQ(driverCalls, c.exported ? 1 : 0);
   EXPECT_EQ(received, want);
   for (const std::string& arg : args) {
@@ -222,6 +223,13 @@ const Case kCases[] = {
      "               to PATH, replacing it whole\n"
      "  metrics=PATH at the end of the run, write its metrics (Prometheus text format) to PATH,\n"
      "               replacing it whole; a failed run keeps the time of the last success\n"
+     "  tls=1        connect with TLS 1.2 or later; the server's certificate must be valid for\n"
+     "               the -s host (or tls-name) and trusted by the system (or tls-ca)\n"
+     "  tls-ca=PATH  with tls=1: trust only the CA certificates of the PEM file PATH\n"
+     "  tls-name=NAME  with tls=1: the name the server's certificate must carry (default: the -s host)\n"
+     "  tls-cert=PATH  with tls=1: present the PEM client certificate PATH\n"
+     "  tls-key=PATH  the PEM private key of tls-cert, a regular file that neither group nor\n"
+     "               others may read (default: tls-cert's file)\n"
      "  help         print this list and exit\n"},
 
     // The checks after scanning, in their order (the missing login is
@@ -252,6 +260,13 @@ const Case kCases[] = {
      "Error\nError reading password file FILE: No such file or directory\n"},
     {"PasswordFileDirectory", kFileArgs, 1, "Error\nPassword file FILE is not a regular file\n",
      nullptr, [](const std::string& path) { mkdir(path.c_str(), 0700); }},
+    // A TLS key file is held to the same rule, before any connection.
+    {"TlsKeyFile", {"-lu", "-Ppw", "-otls=1,tls-cert=FILE"}, 0, "", with([](RunSettings& s) {
+       s.extra.tls = true; s.extra.tlsSettings.certFile = "FILE";
+     }), file("key", 0600)},
+    {"TlsKeyReadableByOthers", {"-lu", "-Ppw", "-otls=1,tls-cert=c.pem,tls-key=FILE"}, 1,
+     "Error\nTLS key file FILE may be read by others (mode 0640): allow its owner alone, e.g. "
+     "chmod 600 FILE\n", nullptr, file("key", 0640)},
     // -P, even empty, keeps its meaning: the file is not even looked at.
     {"EmptyPWinsOverPasswordFile", {"-lu", "-P", "", "-opassword-file=FILE"}, 0, "",
      with([](RunSettings& s) { s.password = ""; s.extra.passwordFile = "FILE"; })},

@@ -151,26 +151,29 @@ RunResult run_process(const std::string& program, const std::vector<std::string>
   return result;
 }
 
-ServerProcess::ServerProcess(const std::string& binary, std::vector<std::string> args) {
+ServerProcess::ServerProcess(const std::string& binary, std::vector<std::string> args)
+    : ServerProcess(binary, (args.insert(args.end(), {"--port", "0"}), args), "",
+                    [](const std::string& output) { return output.find('\n') != std::string::npos; }) {
+  const long port = std::strtol(output_.c_str(), nullptr, 10);  // the first line is the port
+  if (port <= 0 || port > 65535) throw std::runtime_error("talvix-server reported no port: " + output_);
+  port_ = static_cast<uint16_t>(port);
+}
+
+ServerProcess::ServerProcess(const std::string& binary, const std::vector<std::string>& args,
+                             const std::string& workDir, const std::function<bool(const std::string&)>& ready) {
   int outPipe[2];
   if (pipe2(outPipe, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
-  args.insert(args.end(), {"--port", "0"});
   std::vector<char*> argv = make_argv(binary, args);
-  child_ = std::make_unique<Child>([&] { exec_child(argv, "", outPipe[1], -1); });
+  child_ = std::make_unique<Child>([&] { exec_child(argv, workDir, outPipe[1], -1); });
   close(outPipe[1]);
   stdoutFd_ = outPipe[0];
-  // The first line of its standard output is the port.
   const Clock::time_point deadline = Clock::now() + std::chrono::seconds(20);
-  std::string line;
-  while (line.find('\n') == std::string::npos && wait_readable(stdoutFd_, deadline) &&
-         read_once(stdoutFd_, line) != 0) {
+  while (!ready(output_)) {
+    if (!wait_readable(stdoutFd_, deadline) || read_once(stdoutFd_, output_) == 0) {
+      close(stdoutFd_);  // child_ is killed and reaped on the way out
+      throw std::runtime_error(binary + " did not start in time: " + output_);
+    }
   }
-  const long port = std::strtol(line.c_str(), nullptr, 10);
-  if (line.find('\n') == std::string::npos || port <= 0 || port > 65535) {
-    close(stdoutFd_);  // child_ is killed and reaped on the way out
-    throw std::runtime_error("talvix-server did not report its port in time: " + line);
-  }
-  port_ = static_cast<uint16_t>(port);
 }
 
 ServerProcess::~ServerProcess() {

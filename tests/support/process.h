@@ -88,6 +88,10 @@ RunResult run_process(const std::string& program, const std::vector<std::string>
 class ServerProcess {
  public:
   ServerProcess(const std::string& binary, std::vector<std::string> args);
+  // Any program, run in `workDir`: waits (at most 20 s) until `ready` holds
+  // for what it has written to its standard output.
+  ServerProcess(const std::string& binary, const std::vector<std::string>& args, const std::string& workDir,
+                const std::function<bool(const std::string& output)>& ready);
   ~ServerProcess();
   ServerProcess(const ServerProcess&) = delete;
   ServerProcess& operator=(const ServerProcess&) = delete;
@@ -97,6 +101,7 @@ class ServerProcess {
  private:
   std::unique_ptr<Child> child_;
   int stdoutFd_ = -1;
+  std::string output_;  // its standard output up to the moment it was ready
   uint16_t port_ = 0;
 };
 

@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "client/session.h"
-#include "net/osal_socket.h"
+#include "net/socket_stream.h"
 #include "support/ber_streams.h"
 #include "support/error_text.h"
 

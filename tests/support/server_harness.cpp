@@ -1,11 +1,10 @@
 #include "tests/support/server_harness.h"
 
-#include <arpa/inet.h>
-
 #include <chrono>
 #include <stdexcept>
 
-#include "net/osal_socket.h"
+#include "net/socket.h"
+#include "net/socket_stream.h"
 #include "protocol/gui_protocol.h"
 #include "server/byte_sink.h"
 #include "server/database_json.h"
@@ -38,9 +37,8 @@ TestServer::TestServer(std::shared_ptr<const server::Database> db, const server:
 }
 
 RawClient::RawClient(uint16_t port) {
-  const uint32_t loopback = htonl(INADDR_LOOPBACK);
-  if (net::socket_connect(&loopback, port, &fd_)) throw std::runtime_error("cannot connect");
-  auto socket = std::make_unique<net::SocketStream>(fd_);
+  std::unique_ptr<net::SocketStream> socket = net::connect_socket("127.0.0.1", port, 0);
+  fd_ = socket->descriptor();
   socket_ = socket.get();
   reader_ = std::make_unique<protocol::BerReader>(protocol::guiProtocol(), std::move(socket));
 }
