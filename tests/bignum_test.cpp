@@ -90,8 +90,8 @@ TEST(CopyTest, CopiesShareUntilOneChanges) {
   util::BigNum& alias = target;
   target = alias;
   EXPECT_EQ(original.share_count(), 3u);
-  util::bn_set_data(copy, Bytes{9}.data(), 1);
   target = util::BigNum(4);
+  util::bn_set_data(copy, Bytes{9}.data(), 1);  // one of two sharers changes
   EXPECT_EQ(copy, util::BigNum(9));
   EXPECT_EQ(util::bn_to_string(original), text);
   EXPECT_EQ(original.share_count(), 1u);
